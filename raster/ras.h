@@ -1,0 +1,101 @@
+// Generic scanline interface of the raster file library: the descriptor, the
+// planar scanline record, the entry points that dispatch on the format code,
+// the format probe, and the library's result codes and error hook.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Format codes. Their order is also the order of the dispatch switches.
+enum : uint32_t {
+  RasFormatTiff = 1,
+  RasFormatTarga = 2,
+  RasFormatScitex = 3,
+  RasFormatEps = 4,
+  RasFormatDcs = 5,
+  RasFormatPhotoCd = 6,
+  RasFormatBmp = 7,
+  RasFormatCineon = 8,
+  RasFormatJpeg = 9,
+  RasFormatTiff16 = 10,
+};
+
+// Colour model codes; 0 is never valid.
+enum : uint32_t {
+  RasModelRgb = 1,
+  RasModelCmyk = 4,
+  RasModelGray = 5,
+  RasModelLab = 7,
+  RasModelYcc = 8,
+};
+
+// Result codes shared by every routine of the library.
+enum : int {
+  RasOk = 0,
+  RasErrArg = -1,
+  RasErrPosition = -2,
+  RasErrMemory = -3,
+  RasErrOpen = -4,
+  RasErrRead = -5,
+  RasErrWrite = -6,
+  RasErrSeek = -7,
+  RasErrFormat = -8,
+  RasErrUnsupported = -9,
+  RasErrNullString = -1000,
+};
+
+struct RasState;
+
+// The raster descriptor, owned by the caller. `state` is non-null exactly
+// while a file is open on it.
+struct RasDesc {
+  uint32_t width;
+  uint32_t height;
+  uint32_t channels;
+  uint32_t model;
+  uint32_t format;
+  uint32_t flags;
+  uint32_t maxval;
+  float resolution;  // pixels per inch, -1.0 when unknown
+  RasState *state;
+};
+
+// One planar image row. Exactly one of the two pointer sets is allocated:
+// 8-bit planes while maxval is below 256, 16-bit planes otherwise.
+struct RasSl {
+  uint32_t width;
+  uint32_t channels;
+  uint8_t *plane8[4];
+  uint16_t *plane16[4];
+};
+
+[[nodiscard]] int RasSetDesc(RasDesc *desc, uint32_t format, uint32_t width, uint32_t height,
+                             uint32_t channels, uint32_t model, float resolution);
+[[nodiscard]] int RasOpen(const char *name, char mode, RasDesc *desc);
+[[nodiscard]] int RasReadSl(RasDesc *desc, uint32_t row, RasSl *sl);
+[[nodiscard]] int RasWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl);
+int RasClose(RasDesc *desc);
+[[nodiscard]] int RasMakeSl(RasSl *sl, const RasDesc *desc);
+int RasFreeSl(RasSl *sl);
+[[nodiscard]] int RasGetInfo(const char *name, RasDesc *desc);
+
+// The largest sample value a format's files carry once open.
+uint32_t RasFormatMaxval(uint32_t format);
+// The format's short name for people and scripts ("tiff", "jpeg" ...), "?" for
+// a code that names no format.
+const char *RasFormatName(uint32_t format);
+
+// Every failing path of the library returns through RasError as its last act.
+// It returns `code` unchanged. When the environment variable KORVEL_RAS_LOG
+// names a file (or "-" for standard error) and reporting is on, it appends one
+// line naming the routine, the code, the detail and the file being worked on.
+int RasError(const char *function, int code, int detail);
+// The library-wide error-reporting switch; returns the previous setting.
+int RasSetErrorReporting(int on);
+int RasGetErrorReporting();
+// What a result code means, in a few words for people.
+const char *RasErrorText(int code);
+
+// Memory of the library: every allocation goes through these two.
+void *RasAlloc(size_t size);
+void *RasFree(void *block);  // accepts null; returns null for `p = RasFree(p)`

@@ -1,0 +1,132 @@
+// The error hook, its reporting switch and log, and the library's allocator.
+#include "raster/raserror.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "raster/ras.h"
+#include "raster/rasfile.h"
+
+namespace {
+
+int gReporting = 1;
+const char *gFileName = nullptr;
+
+struct LastError {
+  const char *function = "";
+  int code = 0;
+  int detail = 0;
+} gLast;
+
+// The log destination is read at each report, so a user can turn it on for
+// one run without anything else changing.
+FILE *OpenLog(bool *close) {
+  const char *target = std::getenv("KORVEL_RAS_LOG");
+  *close = false;
+  if (!target || !*target) return nullptr;
+  if (std::strcmp(target, "-") == 0) return stderr;
+  FILE *log = std::fopen(target, "a");
+  *close = log != nullptr;
+  return log;
+}
+
+void PrintFileName(FILE *log, const char *name) {
+  if (!name) return;
+  if (name[0] == 0)
+    std::fputs(" file=<memory block>", log);
+  else
+    std::fprintf(log, " file=%.*s", RasNameSize, name);
+}
+
+}  // namespace
+
+RasErrorFileScope::RasErrorFileScope(const char *name) : previous_(gFileName) {
+  gFileName = name;
+}
+RasErrorFileScope::~RasErrorFileScope() {
+  gFileName = previous_;
+}
+
+int RasError(const char *function, int code, int detail) {
+  gLast = {function ? function : "", code, detail};
+  if (!gReporting) return code;
+  bool close = false;
+  FILE *log = OpenLog(&close);
+  if (!log) return code;
+  std::fprintf(log, "korvel-raster: %s failed: code %d (%s) detail %d", gLast.function, code,
+               RasErrorText(code), detail);
+  PrintFileName(log, gFileName);
+  std::fputc('\n', log);
+  if (close) std::fclose(log);
+  return code;
+}
+
+int RasSetErrorReporting(int on) {
+  const int previous = gReporting;
+  gReporting = on ? 1 : 0;
+  return previous;
+}
+
+int RasGetErrorReporting() {
+  return gReporting;
+}
+
+const char *RasErrorText(int code) {
+  switch (code) {
+    case RasOk:
+      return "success";
+    case RasErrArg:
+      return "bad argument or state";
+    case RasErrPosition:
+      return "position or name form not allowed";
+    case RasErrMemory:
+      return "out of memory";
+    case RasErrOpen:
+      return "the file could not be opened";
+    case RasErrRead:
+      return "read failed or was short";
+    case RasErrWrite:
+      return "write failed or was short";
+    case RasErrSeek:
+      return "seek or tell failed";
+    case RasErrFormat:
+      return "not a file of this format, or its header is inconsistent";
+    case RasErrUnsupported:
+      return "unsupported kind of file, or corrupt";
+    case RasErrNullString:
+      return "null string";
+    default:
+      return "unknown result code";
+  }
+}
+
+RasProbeLog::RasProbeLog() : refusals_{}, count_(0) {}
+
+void RasProbeLog::Refused(uint32_t format) {
+  if (count_ < 10) refusals_[count_++] = {format, gLast.function, gLast.code, gLast.detail};
+}
+
+void RasProbeLog::Write(const char *name) const {
+  bool close = false;
+  FILE *log = OpenLog(&close);
+  if (!log) return;
+  std::fputs("korvel-raster: RasGetInfo: no reader accepts the file", log);
+  PrintFileName(log, name);
+  std::fputc('\n', log);
+  for (int i = 0; i < count_; ++i) {
+    const Refusal &r = refusals_[i];
+    std::fprintf(log, "  %s: %s code %d (%s) detail %d\n", RasFormatName(r.format), r.function,
+                 r.code, RasErrorText(r.code), r.detail);
+  }
+  if (close) std::fclose(log);
+}
+
+void *RasAlloc(size_t size) {
+  return std::malloc(size ? size : 1);
+}
+
+void *RasFree(void *block) {
+  std::free(block);
+  return nullptr;
+}

@@ -1,0 +1,37 @@
+// Internal side of the error hook: which file the library is working on, and
+// what each format said while the probe kept quiet.
+#pragma once
+
+#include <cstdint>
+
+// Names the file in log lines for as long as it lives; scopes nest.
+class RasErrorFileScope {
+ public:
+  explicit RasErrorFileScope(const char *name);
+  ~RasErrorFileScope();
+  RasErrorFileScope(const RasErrorFileScope &) = delete;
+  RasErrorFileScope &operator=(const RasErrorFileScope &) = delete;
+
+ private:
+  const char *previous_;
+};
+
+// The probe turns reporting off, so a file that no reader accepts would leave
+// no trace. It collects each format's refusal instead and writes them as one
+// record when nothing matched.
+class RasProbeLog {
+ public:
+  RasProbeLog();
+  void Refused(uint32_t format);  // takes the last error RasError saw
+  void Write(const char *name) const;
+
+ private:
+  struct Refusal {
+    uint32_t format;
+    const char *function;
+    int code;
+    int detail;
+  };
+  Refusal refusals_[10];
+  int count_;
+};

@@ -1,0 +1,214 @@
+// korvel-raster convert: every row of one file into another, streamed one
+// scanline at a time, the output format chosen by the output name's extension.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <strings.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "raster/jpeg.h"
+#include "raster/ras.h"
+#include "tools/commands.h"
+
+namespace {
+
+// The application saves by extension: jpg, bmp, tif or tiff; anything else
+// becomes JPEG, so a photo is never refused for an odd name.
+uint32_t FormatForName(const char *path) {
+  const char *slash = std::strrchr(path, '/');
+  const char *dot = std::strrchr(slash ? slash : path, '.');
+  const char *ext = dot ? dot + 1 : "";
+  if (strcasecmp(ext, "bmp") == 0) return RasFormatBmp;
+  if (strcasecmp(ext, "tif") == 0 || strcasecmp(ext, "tiff") == 0) return RasFormatTiff;
+  return RasFormatJpeg;
+}
+
+bool FormatStoresModel(uint32_t format, uint32_t model) {
+  switch (format) {
+    case RasFormatBmp:
+      return model == RasModelRgb || model == RasModelGray;
+    case RasFormatJpeg:
+      return model == RasModelRgb || model == RasModelGray || model == RasModelCmyk;
+    default:
+      return true;
+  }
+}
+
+const char *ModelName(uint32_t model) {
+  switch (model) {
+    case RasModelRgb:
+      return "RGB";
+    case RasModelCmyk:
+      return "CMYK";
+    case RasModelGray:
+      return "grayscale";
+    case RasModelLab:
+      return "CIE L*a*b*";
+    case RasModelYcc:
+      return "Photo CD YCC";
+    default:
+      return "unknown-model";
+  }
+}
+
+// An open descriptor that is closed however the conversion ends.
+struct OpenRaster {
+  RasDesc desc{};
+  ~OpenRaster() {
+    if (desc.state) RasClose(&desc);
+  }
+};
+
+struct Scanline {
+  RasSl sl{};
+  ~Scanline() { RasFreeSl(&sl); }
+};
+
+class JpegQualityScope {
+ public:
+  explicit JpegQualityScope(int quality) {
+    JpegGetOption(JpegOptQuality, &saved_);
+    ok_ = JpegSetOption(JpegOptQuality, quality) == RasOk;
+  }
+  ~JpegQualityScope() { (void)JpegSetOption(JpegOptQuality, saved_); }
+  bool ok() const { return ok_; }
+
+ private:
+  int saved_ = 75;
+  bool ok_ = false;
+};
+
+// The output is written beside its final name and renamed into place only when
+// every row is in, so a failed conversion never leaves a damaged file and never
+// destroys a file that was there before.
+class OutputFile {
+ public:
+  explicit OutputFile(const char *path) : path_(path), temp_(std::string(path) + ".XXXXXX") {
+    const int fd = mkstemp(temp_.data());
+    if (fd < 0) {
+      temp_.clear();
+      return;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    (void)fchmod(fd, 0666 & ~mask);
+    close(fd);
+  }
+  ~OutputFile() {
+    if (!temp_.empty()) unlink(temp_.c_str());
+  }
+  const char *temp() const { return temp_.empty() ? nullptr : temp_.c_str(); }
+  bool Commit() {
+    if (std::rename(temp_.c_str(), path_) != 0) return false;
+    temp_.clear();
+    return true;
+  }
+
+ private:
+  const char *path_;
+  std::string temp_;
+};
+
+int Fail(const char *name, const char *what, int code) {
+  std::fprintf(stderr, "korvel-raster: %s: %s: %s (code %d)\n", name, what, RasErrorText(code),
+               code);
+  return 1;
+}
+
+// Files of more than 8 bits a sample go into 8-bit formats scaled to 0..255.
+void NarrowRow(const RasSl &wide, uint32_t maxval, RasSl *narrow) {
+  for (uint32_t k = 0; k < wide.channels; ++k) {
+    const uint16_t *in = wide.plane16[k];
+    uint8_t *out = narrow->plane8[k];
+    for (uint32_t x = 0; x < wide.width; ++x)
+      out[x] = static_cast<uint8_t>((in[x] * 255u + maxval / 2) / maxval);
+  }
+}
+
+struct Options {
+  const char *in = nullptr;
+  const char *out = nullptr;
+  int quality = 100;
+};
+
+bool ParseOptions(int argc, char **argv, Options *options) {
+  for (int i = 0; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--quality") == 0 && i + 1 < argc) {
+      char *end = nullptr;
+      const long quality = std::strtol(argv[++i], &end, 10);
+      if (*end != 0 || quality < 0 || quality > 100) {
+        std::fprintf(stderr, "korvel-raster: --quality takes a number from 0 to 100\n");
+        return false;
+      }
+      options->quality = static_cast<int>(quality);
+    } else if (!options->in) {
+      options->in = argv[i];
+    } else if (!options->out) {
+      options->out = argv[i];
+    } else {
+      std::fprintf(stderr, "korvel-raster: convert takes IN OUT [--quality N]\n");
+      return false;
+    }
+  }
+  if (options->out) return true;
+  std::fprintf(stderr, "korvel-raster: convert takes IN OUT [--quality N]\n");
+  return false;
+}
+
+int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
+  Scanline source, narrow;
+  const bool wide = in->desc.maxval > 255;
+  int code = RasMakeSl(&source.sl, &in->desc);
+  if (code == RasOk && wide) code = RasMakeSl(&narrow.sl, &out->desc);
+  if (code != RasOk) return Fail(options.in, "cannot make a scanline", code);
+  for (uint32_t row = 0; row < in->desc.height; ++row) {
+    code = RasReadSl(&in->desc, row, &source.sl);
+    if (code != RasOk) return Fail(options.in, "cannot read a row", code);
+    if (wide) NarrowRow(source.sl, in->desc.maxval, &narrow.sl);
+    code = RasWriteSl(&out->desc, row, wide ? &narrow.sl : &source.sl);
+    if (code != RasOk) return Fail(options.out, "cannot write a row", code);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int RunConvert(int argc, char **argv) {
+  Options options;
+  if (!ParseOptions(argc, argv, &options)) return 2;
+  OpenRaster in, out;
+  int code = RasGetInfo(options.in, &in.desc);
+  if (code != RasOk) return Fail(options.in, "not a readable photo", code);
+  const uint32_t format = FormatForName(options.out);
+  if (!FormatStoresModel(format, in.desc.model)) {
+    std::fprintf(stderr, "korvel-raster: %s: a %s file cannot hold %s samples\n", options.out,
+                 RasFormatName(format), ModelName(in.desc.model));
+    return 1;
+  }
+  code = RasOpen(options.in, 'r', &in.desc);
+  if (code != RasOk) return Fail(options.in, "cannot open", code);
+  OutputFile file(options.out);
+  if (!file.temp()) {
+    std::fprintf(stderr, "korvel-raster: %s: cannot create: %s\n", options.out,
+                 std::strerror(errno));
+    return 1;
+  }
+  code = RasSetDesc(&out.desc, format, in.desc.width, in.desc.height, in.desc.channels,
+                    in.desc.model, in.desc.resolution);
+  JpegQualityScope quality(options.quality);
+  if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
+  if (code != RasOk) return Fail(options.out, "cannot create", code);
+  if (const int status = CopyRows(options, &in, &out)) return status;
+  code = RasClose(&out.desc);
+  if (code != RasOk) return Fail(options.out, "cannot finish", code);
+  if (!file.Commit()) {
+    std::fprintf(stderr, "korvel-raster: %s: cannot replace: %s\n", options.out,
+                 std::strerror(errno));
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,26 @@
+// korvel-raster info: what the probe finds in each file.
+#include <cstdio>
+
+#include "raster/ras.h"
+#include "tools/commands.h"
+
+int RunInfo(int argc, char **argv) {
+  if (argc < 1) {
+    std::fputs("korvel-raster: info needs at least one FILE\n", stderr);
+    return 2;
+  }
+  int status = 0;
+  for (int i = 0; i < argc; ++i) {
+    RasDesc desc{};
+    const int code = RasGetInfo(argv[i], &desc);
+    if (code != RasOk) {
+      std::printf("%s: error %d %s\n", argv[i], code, RasErrorText(code));
+      status = 1;
+      continue;
+    }
+    std::printf("%s: %s %ux%u channels=%u model=%u maxval=%u resolution=%g\n", argv[i],
+                RasFormatName(desc.format), desc.width, desc.height, desc.channels, desc.model,
+                desc.maxval, static_cast<double>(desc.resolution));
+  }
+  return status;
+}
