@@ -1,0 +1,201 @@
+// Every file that other programs wrote, in the shared test data, opens or is
+// refused as its manifest row says. The manifest is parsed here, so a row that
+// is added or changed is checked without touching this test.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "raster/ras.h"
+
+namespace {
+
+const std::string kTestData = KORVEL_TESTDATA_DIR;
+
+struct Row {
+  std::string folder;
+  std::string file;
+  std::string expected;
+};
+
+// Folders whose format has a reader in this library, with its format code.
+// Rows of other folders are still probed: no reader may claim those files.
+const std::map<std::string, uint32_t> kReadFolders = {
+    {"jpeg", RasFormatJpeg}, {"bmp", RasFormatBmp}, {"tiff", RasFormatTiff}};
+
+std::vector<std::string> SplitCells(const std::string &line) {
+  std::vector<std::string> cells;
+  std::stringstream in(line);
+  std::string cell;
+  while (std::getline(in, cell, '|')) {
+    const auto first = cell.find_first_not_of(' ');
+    const auto last = cell.find_last_not_of(' ');
+    cells.push_back(first == std::string::npos ? "" : cell.substr(first, last - first + 1));
+  }
+  return cells;
+}
+
+std::vector<Row> ReadManifest() {
+  std::ifstream in(kTestData + "/MANIFEST.md");
+  std::vector<Row> rows;
+  const std::regex section(R"(^## .*\(`([a-z0-9]+)/`)");
+  std::string line, folder;
+  std::smatch match;
+  while (std::getline(in, line)) {
+    if (std::regex_search(line, match, section)) folder = match[1];
+    const auto cells = SplitCells(line);
+    // | `file` | bytes | origin | licence | what it is | expected | verified |
+    if (folder.empty() || cells.size() < 8 || cells[1].size() < 3 || cells[1][0] != '`') continue;
+    rows.push_back({folder, cells[1].substr(1, cells[1].size() - 2), cells[6]});
+  }
+  return rows;
+}
+
+struct Accept {
+  uint32_t width, height, channels, model;
+  std::optional<float> resolution;
+};
+
+uint32_t ModelCode(const std::string &word) {
+  if (word == "RGB") return RasModelRgb;
+  if (word == "grey") return RasModelGray;
+  if (word == "CMYK") return RasModelCmyk;
+  if (word == "CIE L*a*b*") return RasModelLab;
+  return 0;
+}
+
+std::optional<Accept> ParseAccept(const std::string &text) {
+  static const std::regex size(R"((\d+)x(\d+) (RGB|grey|CMYK|CIE L\*a\*b\*) (\d)ch)");
+  static const std::regex resolution(R"(resolution (-?[0-9.]+)|(-?[0-9.]+) dpi)");
+  std::smatch m;
+  if (!std::regex_search(text, m, size)) return std::nullopt;
+  Accept accept{static_cast<uint32_t>(std::stoul(m[1])), static_cast<uint32_t>(std::stoul(m[2])),
+                static_cast<uint32_t>(std::stoul(m[4])), ModelCode(m[3]), std::nullopt};
+  if (std::regex_search(text, m, resolution))
+    accept.resolution = std::stof(m[1].matched ? m[1].str() : m[2].str());
+  return accept;
+}
+
+// Every code named after "expect" or "refuse", e.g. "refuse -9" or
+// "expect -3 (row buffer) or -5 on reading".
+std::set<int> ParseCodes(const std::string &text) {
+  std::set<int> codes;
+  static const std::regex code(R"((?:refuses? \(?|expect |or )(-\d+))");
+  for (std::sregex_iterator it(text.begin(), text.end(), code), end; it != end; ++it)
+    codes.insert(std::stoi((*it)[1]));
+  return codes;
+}
+
+// Reads every row; returns the first failing code, or 0.
+int ReadAll(const std::string &path, RasDesc *desc) {
+  int code = RasOpen(path.c_str(), 'r', desc);
+  if (code != RasOk) return code;
+  RasSl sl{};
+  for (uint32_t row = 0; row < desc->height && code == RasOk; ++row)
+    code = RasReadSl(desc, row, &sl);
+  RasFreeSl(&sl);
+  const int closed = RasClose(desc);
+  EXPECT_EQ(desc->state, nullptr);
+  return code != RasOk ? code : closed;
+}
+
+void CheckAccepted(const Row &row, uint32_t format, const Accept &want) {
+  const std::string path = kTestData + "/" + row.folder + "/" + row.file;
+  RasDesc desc{};
+  ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk) << row.file << ": " << row.expected;
+  EXPECT_EQ(desc.state, nullptr);
+  EXPECT_EQ(desc.format, format) << row.file;
+  EXPECT_EQ(desc.width, want.width) << row.file;
+  EXPECT_EQ(desc.height, want.height) << row.file;
+  EXPECT_EQ(desc.channels, want.channels) << row.file;
+  EXPECT_EQ(desc.model, want.model) << row.file;
+  if (want.resolution) {
+    EXPECT_NEAR(desc.resolution, *want.resolution, 0.05) << row.file;
+  }
+  EXPECT_EQ(ReadAll(path, &desc), RasOk) << row.file;
+}
+
+// The format's own reader refuses with one of the codes. A refusal at the open
+// means the probe takes the file for no format at all; a file whose damage only
+// shows in the compressed data (a second frame header deep in a JPEG) is
+// recognised by its own reader's probe and refused on reading.
+void CheckRefused(const Row &row, uint32_t format, const std::set<int> &codes) {
+  const std::string path = kTestData + "/" + row.folder + "/" + row.file;
+  RasDesc desc{};
+  desc.format = format;
+  const int opened = RasOpen(path.c_str(), 'r', &desc);
+  if (opened == RasOk) RasClose(&desc);
+  desc.format = format;
+  const int code = ReadAll(path, &desc);
+  EXPECT_TRUE(codes.count(code)) << row.file << " gave " << code << "; manifest: " << row.expected;
+  if (row.expected.find("16-bit TIFF reader: accept") != std::string::npos) return;
+  RasDesc probed{};
+  const int probe = RasGetInfo(path.c_str(), &probed);
+  EXPECT_EQ(probed.state, nullptr);
+  if (opened == RasOk) {
+    EXPECT_TRUE(probe == RasOk && probed.format == format) << row.file;
+  } else {
+    EXPECT_NE(probe, RasOk) << row.file << " was taken as " << RasFormatName(probed.format);
+  }
+}
+
+TEST(Manifest, EveryRowOfTheReadFormatsIsMet) {
+  const auto rows = ReadManifest();
+  ASSERT_GT(rows.size(), 40u) << "manifest not found or not understood in " << kTestData;
+  int checked = 0;
+  for (const Row &row : rows) {
+    const auto folder = kReadFolders.find(row.folder);
+    if (folder == kReadFolders.end()) continue;
+    SCOPED_TRACE(row.file);
+    std::string expected = row.expected;
+    // libjpeg-turbo is what is linked here, and it decodes arithmetic coding.
+    const auto turbo = expected.find("libjpeg-turbo decodes");
+    if (turbo != std::string::npos) expected = "accept " + expected.substr(turbo);
+    const std::set<int> codes = ParseCodes(expected);
+    if (expected.rfind("accept", 0) == 0) {
+      const auto accept = ParseAccept(expected);
+      ASSERT_TRUE(accept) << "cannot read the manifest's expectation: " << expected;
+      CheckAccepted(row, folder->second, *accept);
+    } else {
+      ASSERT_FALSE(codes.empty()) << "cannot read the manifest's expectation: " << expected;
+      CheckRefused(row, folder->second, codes);
+    }
+    ++checked;
+  }
+  EXPECT_EQ(checked, 13 + 24 + 17);
+}
+
+// Files of formats whose readers come later must not be claimed by a reader of
+// another format, and probing them must fail cleanly.
+TEST(Manifest, NoReaderClaimsAnotherFormatsFiles) {
+  const std::map<std::string, uint32_t> own = {{"targa", RasFormatTarga},
+                                               {"scitex", RasFormatScitex},
+                                               {"photocd", RasFormatPhotoCd},
+                                               {"cineon", RasFormatCineon},
+                                               {"eps", RasFormatEps}};
+  int probed = 0;
+  for (const Row &row : ReadManifest()) {
+    const auto folder = own.find(row.folder);
+    if (folder == own.end()) continue;
+    const std::string path = kTestData + "/" + row.folder + "/" + row.file;
+    RasDesc desc{};
+    const int code = RasGetInfo(path.c_str(), &desc);
+    EXPECT_EQ(desc.state, nullptr);
+    if (code == RasOk) {
+      EXPECT_TRUE(desc.format == folder->second ||
+                  (row.folder == "eps" && desc.format == RasFormatDcs))
+          << row.file << " claimed as " << RasFormatName(desc.format);
+    }
+    ++probed;
+  }
+  EXPECT_EQ(probed, 12 + 2 + 2 + 2 + 5);
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+// Descriptors, scanline records, the generic entry points and the error hook.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "raster/ras.h"
+
+namespace {
+
+bool SameDesc(const RasDesc &a, const RasDesc &b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+TEST(RasDesc, SetDescRefusesBadValuesAndLeavesTheDescriptorAlone) {
+  RasDesc desc;
+  std::memset(&desc, 0x5a, sizeof desc);
+  const RasDesc before = desc;
+  const struct {
+    uint32_t format, channels, model;
+  } refused[] = {{1, 2, 1}, {0, 3, 1}, {11, 3, 1}, {1, 3, 2}, {1, 3, 3},
+                 {1, 3, 6}, {1, 0, 1}, {1, 5, 1},  {1, 3, 0}, {1, 3, 9}};
+  for (const auto &r : refused) {
+    EXPECT_EQ(RasSetDesc(&desc, r.format, 10, 10, r.channels, r.model, 72.0f), RasErrArg)
+        << r.format << " " << r.channels << " " << r.model;
+    EXPECT_TRUE(SameDesc(desc, before));
+  }
+  EXPECT_EQ(RasSetDesc(nullptr, 1, 1, 1, 1, 5, 1.0f), RasErrArg);
+}
+
+TEST(RasDesc, SetDescFillsEveryWordWithTheFormatsMaxval) {
+  const struct {
+    uint32_t format, maxval;
+  } formats[] = {{1, 255}, {2, 255}, {3, 255},  {4, 255}, {5, 255},
+                 {6, 255}, {7, 255}, {8, 1023}, {9, 255}, {10, 65535}};
+  for (const auto &f : formats) {
+    RasDesc desc;
+    std::memset(&desc, 0x5a, sizeof desc);
+    ASSERT_EQ(RasSetDesc(&desc, f.format, 640, 480, 4, RasModelCmyk, -1.0f), RasOk);
+    EXPECT_EQ(desc.width, 640u);
+    EXPECT_EQ(desc.height, 480u);
+    EXPECT_EQ(desc.channels, 4u);
+    EXPECT_EQ(desc.model, RasModelCmyk);
+    EXPECT_EQ(desc.format, f.format);
+    EXPECT_EQ(desc.flags, 0u);
+    EXPECT_EQ(desc.maxval, f.maxval);
+    EXPECT_EQ(desc.resolution, -1.0f);
+    EXPECT_EQ(desc.state, nullptr);
+  }
+}
+
+TEST(RasSl, MakeSlAllocatesOnePlaneSetBySampleWidth) {
+  RasDesc desc;
+  ASSERT_EQ(RasSetDesc(&desc, RasFormatTiff16, 7, 2, 3, RasModelRgb, 0.0f), RasOk);
+  RasSl sl;
+  std::memset(&sl, 0x5a, sizeof sl);
+  ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+  EXPECT_EQ(sl.width, 7u);
+  EXPECT_EQ(sl.channels, 3u);
+  for (int k = 0; k < 4; ++k) {
+    EXPECT_EQ(sl.plane8[k], nullptr);
+    EXPECT_EQ(sl.plane16[k] != nullptr, k < 3);
+  }
+  sl.plane16[2][6] = 65535;  // 2 x width bytes: the last sample is writable
+  EXPECT_EQ(RasFreeSl(&sl), RasOk);
+  for (int k = 0; k < 4; ++k)
+    EXPECT_EQ(sl.plane16[k], nullptr);
+
+  ASSERT_EQ(RasSetDesc(&desc, RasFormatJpeg, 5, 1, 4, RasModelCmyk, 0.0f), RasOk);
+  ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+  for (int k = 0; k < 4; ++k) {
+    EXPECT_NE(sl.plane8[k], nullptr);
+    EXPECT_EQ(sl.plane16[k], nullptr);
+  }
+  RasFreeSl(&sl);
+
+  desc.width = 0;  // an empty record, not an error
+  std::memset(&sl, 0x5a, sizeof sl);
+  ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+  EXPECT_EQ(sl.width, 0u);
+  EXPECT_EQ(sl.plane8[0], nullptr);
+
+  desc.width = 4;
+  desc.channels = 2;
+  std::memset(&sl, 0x5a, sizeof sl);
+  EXPECT_EQ(RasMakeSl(&sl, &desc), RasErrArg);
+  EXPECT_EQ(sl.plane8[0], nullptr);  // zeroed before the check
+  EXPECT_EQ(RasMakeSl(&sl, nullptr), RasErrArg);
+  EXPECT_EQ(RasMakeSl(nullptr, &desc), RasErrArg);
+}
+
+TEST(RasOpen, ArgumentsAreCheckedAndFailuresLeaveNoState) {
+  RasDesc desc;
+  ASSERT_EQ(RasSetDesc(&desc, RasFormatBmp, 4, 4, 3, RasModelRgb, 0.0f), RasOk);
+  EXPECT_EQ(RasOpen("x.bmp", 'a', &desc), RasErrArg);
+  EXPECT_EQ(RasOpen(nullptr, 'r', &desc), RasErrArg);
+  EXPECT_EQ(RasOpen("x.bmp", 'r', nullptr), RasErrArg);
+  EXPECT_EQ(RasOpen("/nonexistent/x.bmp", 'r', &desc), RasErrOpen);
+  EXPECT_EQ(desc.state, nullptr);
+  desc.format = 11;
+  EXPECT_EQ(RasOpen("x.bmp", 'r', &desc), RasErrArg);
+  EXPECT_EQ(desc.state, nullptr);
+  RasSl sl{};
+  EXPECT_EQ(RasReadSl(nullptr, 0, &sl), RasErrArg);
+  EXPECT_EQ(RasReadSl(&desc, 0, nullptr), RasErrArg);
+  EXPECT_EQ(RasReadSl(&desc, 0, &sl), RasErrArg);  // unknown format
+  EXPECT_EQ(RasWriteSl(&desc, 0, &sl), RasErrArg);
+  EXPECT_EQ(RasClose(nullptr), RasErrArg);
+  EXPECT_EQ(RasClose(&desc), RasErrArg);
+}
+
+TEST(RasGetInfo, AFileNoReaderAcceptsFailsAndLeavesNoState) {
+  const std::string path = testing::TempDir() + "not_a_photo.txt";
+  std::ofstream(path) << "These bytes are no picture in any format the library reads.\n";
+  RasDesc desc{};
+  EXPECT_NE(RasGetInfo(path.c_str(), &desc), RasOk);
+  EXPECT_EQ(desc.state, nullptr);
+  EXPECT_EQ(RasGetErrorReporting(), 1);  // the probe put the switch back
+  EXPECT_EQ(RasGetInfo(nullptr, &desc), RasErrArg);
+  EXPECT_EQ(RasGetInfo(path.c_str(), nullptr), RasErrArg);
+  std::remove(path.c_str());
+}
+
+std::string ReadText(const std::string &path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+TEST(RasError, LogsRoutineCodeDetailAndFileWhenAsked) {
+  const std::string log = testing::TempDir() + "ras_error.log";
+  std::remove(log.c_str());
+  setenv("KORVEL_RAS_LOG", log.c_str(), 1);
+  RasDesc desc;
+  ASSERT_EQ(RasSetDesc(&desc, RasFormatBmp, 4, 4, 3, RasModelRgb, 0.0f), RasOk);
+  EXPECT_EQ(RasOpen("/nonexistent/photo.bmp", 'r', &desc), RasErrOpen);
+  const std::string text = ReadText(log);
+  EXPECT_NE(text.find("BmpOpen failed: code -4 (the file could not be opened) detail 1 "
+                      "file=/nonexistent/photo.bmp"),
+            std::string::npos)
+      << text;
+
+  // A probe that finds nothing says what each reader thought of the file.
+  std::remove(log.c_str());
+  const std::string junk = testing::TempDir() + "junk.bin";
+  std::ofstream(junk) << "BM junk";
+  EXPECT_NE(RasGetInfo(junk.c_str(), &desc), RasOk);
+  const std::string probe = ReadText(log);
+  EXPECT_NE(probe.find("RasGetInfo: no reader accepts the file file=" + junk), std::string::npos)
+      << probe;
+  EXPECT_NE(probe.find("  bmp: BmpOpen code -5"), std::string::npos) << probe;
+  EXPECT_NE(probe.find("  jpeg: JpegOpen code -8"), std::string::npos) << probe;
+
+  // With reporting off nothing is written.
+  std::remove(log.c_str());
+  const int previous = RasSetErrorReporting(0);
+  EXPECT_EQ(RasError("Quiet", RasErrRead, 7), RasErrRead);
+  RasSetErrorReporting(previous);
+  EXPECT_EQ(ReadText(log), "");
+  unsetenv("KORVEL_RAS_LOG");
+  std::remove(log.c_str());
+  std::remove(junk.c_str());
+}
+
+}  // namespace

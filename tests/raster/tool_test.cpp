@@ -1,0 +1,127 @@
+// korvel-raster as a user runs it: output lines, exit codes, messages, files.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "raster/ras.h"
+
+namespace {
+
+struct Result {
+  int status;
+  std::string out;  // standard output and standard error together
+};
+
+Result RunTool(const std::string &args) {
+  const std::string command = std::string(KORVEL_TOOL_PATH) + " " + args + " 2>&1";
+  FILE *pipe = popen(command.c_str(), "r");
+  Result result{-1, ""};
+  if (!pipe) return result;
+  char buffer[512];
+  while (std::fgets(buffer, sizeof buffer, pipe))
+    result.out += buffer;
+  const int status = pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+class Tool : public testing::Test {
+ protected:
+  std::string dir = testing::TempDir();
+  std::string Path(const char *name) { return dir + "tool_" + name; }
+
+  // A small picture whose samples depend on position and channel.
+  void Write(const std::string &path, uint32_t format, uint32_t channels, uint32_t model,
+             uint32_t width = 5, uint32_t height = 3) {
+    RasDesc desc;
+    ASSERT_EQ(RasSetDesc(&desc, format, width, height, channels, model, 150.0f), RasOk);
+    ASSERT_EQ(RasOpen(path.c_str(), 'w', &desc), RasOk);
+    RasSl sl{};
+    ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+    for (uint32_t y = 0; y < height; ++y) {
+      for (uint32_t k = 0; k < channels; ++k)
+        for (uint32_t x = 0; x < width; ++x)
+          sl.plane8[k][x] = Sample(x, y, k);
+      ASSERT_EQ(RasWriteSl(&desc, y, &sl), RasOk);
+    }
+    RasFreeSl(&sl);
+    ASSERT_EQ(RasClose(&desc), RasOk);
+  }
+  static uint8_t Sample(uint32_t x, uint32_t y, uint32_t k) {
+    return static_cast<uint8_t>(40 * x + 70 * y + 25 * k);
+  }
+  void ExpectSamples(const std::string &path, uint32_t channels) {
+    RasDesc desc{};
+    ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk);
+    ASSERT_EQ(RasOpen(path.c_str(), 'r', &desc), RasOk);
+    RasSl sl{};
+    for (uint32_t y = 0; y < desc.height; ++y) {
+      ASSERT_EQ(RasReadSl(&desc, y, &sl), RasOk);
+      for (uint32_t k = 0; k < channels; ++k)
+        for (uint32_t x = 0; x < desc.width; ++x)
+          EXPECT_EQ(sl.plane8[k][x], Sample(x, y, k)) << path << " " << x << "," << y << "," << k;
+    }
+    RasFreeSl(&sl);
+    RasClose(&desc);
+  }
+};
+
+TEST_F(Tool, InfoPrintsOneLinePerFileAndFailsOnAnUnknownFile) {
+  const std::string bmp = Path("info.bmp"), tif = Path("info.tif"), junk = Path("junk.txt");
+  Write(bmp, RasFormatBmp, 3, RasModelRgb);
+  Write(tif, RasFormatTiff, 4, RasModelCmyk, 2, 7);
+  std::ofstream(junk) << "no picture here";
+  Result r = RunTool("info " + bmp + " " + tif);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, bmp + ": bmp 5x3 channels=3 model=1 maxval=255 resolution=150.012\n" + tif +
+                       ": tiff 2x7 channels=4 model=4 maxval=255 resolution=150\n");
+  r = RunTool("info " + bmp + " " + junk);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out.rfind(bmp + ": bmp 5x3", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find("\n" + junk + ": error -"), std::string::npos) << r.out;
+}
+
+TEST_F(Tool, ConvertChoosesTheFormatByExtensionAndKeepsEverySample) {
+  const std::string bmp = Path("src.bmp"), tif = Path("copy.TIFF"), back = Path("back.bmp");
+  const std::string odd = Path("copy.photo");
+  Write(bmp, RasFormatBmp, 3, RasModelRgb, 37, 11);
+  ASSERT_EQ(RunTool("convert " + bmp + " " + tif).status, 0);
+  ASSERT_EQ(RunTool("convert " + tif + " " + back).status, 0);
+  ExpectSamples(back, 3);
+  ASSERT_EQ(RunTool("convert " + bmp + " " + odd + " --quality 90").status, 0);
+  RasDesc desc{};
+  ASSERT_EQ(RasGetInfo(tif.c_str(), &desc), RasOk);
+  EXPECT_EQ(desc.format, RasFormatTiff);
+  ASSERT_EQ(RasGetInfo(odd.c_str(), &desc), RasOk);
+  EXPECT_EQ(desc.format, RasFormatJpeg);
+}
+
+TEST_F(Tool, ConvertRefusesWhatTheTargetCannotHoldAndLeavesOldFilesAlone) {
+  const std::string cmyk = Path("cmyk.tif"), out = Path("kept.bmp");
+  Write(cmyk, RasFormatTiff, 4, RasModelCmyk);
+  std::ofstream(out) << "an older file";
+  Result r = RunTool("convert " + cmyk + " " + out);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "korvel-raster: " + out + ": a bmp file cannot hold CMYK samples\n");
+  std::ifstream kept(out);
+  std::string text;
+  std::getline(kept, text);
+  EXPECT_EQ(text, "an older file");
+
+  r = RunTool("convert " + Path("missing.jpg") + " " + out);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("missing.jpg: not a readable photo"), std::string::npos) << r.out;
+  EXPECT_EQ(RunTool("convert " + cmyk + " " + Path("q.jpg") + " --quality 101").status, 2);
+  EXPECT_EQ(RunTool("convert " + cmyk).status, 2);
+  EXPECT_EQ(RunTool("frobnicate").status, 2);
+  r = RunTool("--help");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("convert IN OUT [--quality N]"), std::string::npos);
+}
+
+}  // namespace
