@@ -1,0 +1,961 @@
+// JPEG (JFIF) files, format code 9: the glue between the raster scanline
+// interface and the IJG codec. The codec reads and writes through the
+// library's file layer by the source and destination managers below, and its
+// fatal errors come back as -8 through a jump buffer in the private block.
+//
+// Every function that calls setjmp holds only trivially destructible locals
+// (pointers and integers), and the codec objects are destroyed only by
+// jpeg_destroy_*, which never raises an error.
+#include "raster/jpeg.h"
+
+#include <cmath>
+#include <csetjmp>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
+
+// clang-format off
+#include <jpeglib.h>
+#include <jerror.h>
+// clang-format on
+
+#include "raster/formats.h"
+#include "raster/ras.h"
+#include "raster/raserror.h"
+#include "raster/rasfile.h"
+#include "raster/rasstate.h"
+#include "raster/rasstr.h"
+
+namespace {
+
+// Process-wide settings: quality, DCT method, smoothing, restart interval in
+// MCU rows, fancy upsampling off.
+int gJpegSettings[5] = {75, 0, 0, 1, 0};
+
+constexpr size_t kJpegBufferSize = 4096;
+
+// Ceiling for the codec's whole-image coefficient buffers (progressive and
+// multi-scan files). Without a backing store, a file asking for more fails
+// as a fatal codec error instead of allocating whatever its header claims.
+constexpr long kJpegMaxCodecMemory = 1L << 30;
+
+using JpegSplitFn = void (*)(const JSAMPLE *src, uint8_t *const *planes, uint32_t width);
+using JpegMergeFn = void (*)(JSAMPLE *dst, const uint8_t *const *planes, uint32_t width);
+
+struct JpegPriv {
+  jpeg_decompress_struct dinfo;  // reading
+  jpeg_compress_struct cinfo;    // writing
+  int32_t last;                  // last row read or written, -1 before the first
+  JSAMPARRAY row;                // one interleaved row in the codec's image pool
+  jpeg_error_mgr err;
+  jmp_buf jump;
+  // Chosen once at open from the component count and colour space.
+  JpegSplitFn split;
+  JpegMergeFn merge;
+  // True only while a routine that set the jump buffer is running.
+  bool armed;
+  // A fatal codec error left the object unusable for further rows.
+  bool failed;
+};
+
+struct JpegSource {
+  jpeg_source_mgr pub;
+  RasFile *file;
+  JOCTET *buffer;
+  bool start;  // nothing read yet
+};
+
+struct JpegDest {
+  jpeg_destination_mgr pub;
+  RasFile *file;
+  JOCTET *buffer;
+};
+
+// ---------------------------------------------------------------------------
+// Error manager
+
+[[noreturn]] void JpegErrorExit(j_common_ptr codec) {
+  auto *priv = static_cast<JpegPriv *>(codec->client_data);
+  // A fatal error outside an armed routine would jump into a frame that has
+  // returned; stopping here makes such a fault visible instead of undefined.
+  if (priv == nullptr || !priv->armed) {
+    std::abort();
+  }
+  std::longjmp(priv->jump, 1);
+}
+
+void JpegOutputMessage(j_common_ptr) {}
+
+void JpegInstallErrors(JpegPriv *priv, jpeg_common_struct *codec) {
+  codec->err = jpeg_std_error(&priv->err);
+  priv->err.error_exit = JpegErrorExit;
+  priv->err.output_message = JpegOutputMessage;
+  codec->client_data = priv;
+}
+
+// ---------------------------------------------------------------------------
+// Source manager
+
+void JpegInitSource(j_decompress_ptr codec) {
+  reinterpret_cast<JpegSource *>(codec->src)->start = true;
+}
+
+boolean JpegFillInput(j_decompress_ptr codec) {
+  auto *src = reinterpret_cast<JpegSource *>(codec->src);
+  int64_t count = kJpegBufferSize;
+  if (RasFileRead(src->file, src->buffer, &count, 0) != RasOk || count <= 0) {
+    if (src->start) {
+      ERREXIT(codec, JERR_INPUT_EMPTY);
+    }
+    // A truncated file still yields its decoded part: end it with a fake EOI.
+    WARNMS(codec, JWRN_JPEG_EOF);
+    src->buffer[0] = 0xFF;
+    src->buffer[1] = JPEG_EOI;
+    count = 2;
+  }
+  src->pub.next_input_byte = src->buffer;
+  src->pub.bytes_in_buffer = static_cast<size_t>(count);
+  src->start = false;
+  return TRUE;
+}
+
+void JpegSkipInput(j_decompress_ptr codec, long count) {
+  if (count <= 0) {
+    return;
+  }
+  jpeg_source_mgr *src = codec->src;
+  auto left = static_cast<size_t>(count);
+  while (left > src->bytes_in_buffer) {
+    left -= src->bytes_in_buffer;
+    (void)(*src->fill_input_buffer)(codec);
+  }
+  src->next_input_byte += left;
+  src->bytes_in_buffer -= left;
+}
+
+void JpegTermSource(j_decompress_ptr) {}
+
+void JpegAttachSource(j_decompress_ptr codec, RasFile *file) {
+  auto *src = static_cast<JpegSource *>((*codec->mem->alloc_small)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, sizeof(JpegSource)));
+  src->buffer = static_cast<JOCTET *>((*codec->mem->alloc_small)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, kJpegBufferSize));
+  src->file = file;
+  src->start = true;
+  src->pub.init_source = JpegInitSource;
+  src->pub.fill_input_buffer = JpegFillInput;
+  src->pub.skip_input_data = JpegSkipInput;
+  src->pub.resync_to_restart = jpeg_resync_to_restart;
+  src->pub.term_source = JpegTermSource;
+  src->pub.next_input_byte = nullptr;
+  src->pub.bytes_in_buffer = 0;
+  codec->src = &src->pub;
+}
+
+// ---------------------------------------------------------------------------
+// Destination manager
+
+void JpegInitDest(j_compress_ptr codec) {
+  auto *dest = reinterpret_cast<JpegDest *>(codec->dest);
+  dest->buffer = static_cast<JOCTET *>((*codec->mem->alloc_small)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_IMAGE, kJpegBufferSize));
+  dest->pub.next_output_byte = dest->buffer;
+  dest->pub.free_in_buffer = kJpegBufferSize;
+}
+
+void JpegWriteOut(j_compress_ptr codec, JpegDest *dest, size_t size) {
+  int64_t count = static_cast<int64_t>(size);
+  if (RasFileWrite(dest->file, dest->buffer, &count) != RasOk ||
+      count != static_cast<int64_t>(size)) {
+    ERREXIT(codec, JERR_FILE_WRITE);
+  }
+}
+
+boolean JpegEmptyOutput(j_compress_ptr codec) {
+  auto *dest = reinterpret_cast<JpegDest *>(codec->dest);
+  JpegWriteOut(codec, dest, kJpegBufferSize);
+  dest->pub.next_output_byte = dest->buffer;
+  dest->pub.free_in_buffer = kJpegBufferSize;
+  return TRUE;
+}
+
+void JpegTermDest(j_compress_ptr codec) {
+  auto *dest = reinterpret_cast<JpegDest *>(codec->dest);
+  size_t used = kJpegBufferSize - dest->pub.free_in_buffer;
+  if (used > 0) {
+    JpegWriteOut(codec, dest, used);
+  }
+}
+
+void JpegAttachDest(j_compress_ptr codec, RasFile *file) {
+  auto *dest = static_cast<JpegDest *>((*codec->mem->alloc_small)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, sizeof(JpegDest)));
+  dest->file = file;
+  dest->buffer = nullptr;
+  dest->pub.init_destination = JpegInitDest;
+  dest->pub.empty_output_buffer = JpegEmptyOutput;
+  dest->pub.term_destination = JpegTermDest;
+  dest->pub.next_output_byte = nullptr;
+  dest->pub.free_in_buffer = 0;
+  codec->dest = &dest->pub;
+}
+
+// ---------------------------------------------------------------------------
+// Row conversion between the codec's interleaved samples and the planes.
+// CMYK is stored complemented, as the usual CMYK JPEG writers store it.
+// The portable loops convert pixels [from, width); the SSSE3 versions do
+// blocks of 16 pixels and leave the rest of the row to them.
+
+void JpegSplit1(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
+  const JSAMPLE *__restrict src = row;
+  uint8_t *__restrict p0 = planes[0];
+  for (uint32_t x = 0; x < width; ++x) {
+    p0[x] = src[x];
+  }
+}
+
+void JpegMerge1(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
+  JSAMPLE *__restrict dst = row;
+  const uint8_t *__restrict p0 = planes[0];
+  for (uint32_t x = 0; x < width; ++x) {
+    dst[x] = p0[x];
+  }
+}
+
+void JpegSplit3From(const JSAMPLE *row, uint8_t *const *planes, uint32_t from, uint32_t width) {
+  const JSAMPLE *__restrict src = row + 3 * static_cast<size_t>(from);
+  uint8_t *__restrict p0 = planes[0];
+  uint8_t *__restrict p1 = planes[1];
+  uint8_t *__restrict p2 = planes[2];
+  for (uint32_t x = from; x < width; ++x) {
+    p0[x] = src[0];
+    p1[x] = src[1];
+    p2[x] = src[2];
+    src += 3;
+  }
+}
+
+void JpegSplit4InvertedFrom(const JSAMPLE *row, uint8_t *const *planes, uint32_t from,
+                            uint32_t width) {
+  const JSAMPLE *__restrict src = row + 4 * static_cast<size_t>(from);
+  uint8_t *__restrict p0 = planes[0];
+  uint8_t *__restrict p1 = planes[1];
+  uint8_t *__restrict p2 = planes[2];
+  uint8_t *__restrict p3 = planes[3];
+  for (uint32_t x = from; x < width; ++x) {
+    p0[x] = static_cast<uint8_t>(255 - src[0]);
+    p1[x] = static_cast<uint8_t>(255 - src[1]);
+    p2[x] = static_cast<uint8_t>(255 - src[2]);
+    p3[x] = static_cast<uint8_t>(255 - src[3]);
+    src += 4;
+  }
+}
+
+void JpegMerge3From(JSAMPLE *row, const uint8_t *const *planes, uint32_t from, uint32_t width) {
+  JSAMPLE *__restrict dst = row + 3 * static_cast<size_t>(from);
+  const uint8_t *__restrict p0 = planes[0];
+  const uint8_t *__restrict p1 = planes[1];
+  const uint8_t *__restrict p2 = planes[2];
+  for (uint32_t x = from; x < width; ++x) {
+    dst[0] = p0[x];
+    dst[1] = p1[x];
+    dst[2] = p2[x];
+    dst += 3;
+  }
+}
+
+void JpegMerge4InvertedFrom(JSAMPLE *row, const uint8_t *const *planes, uint32_t from,
+                            uint32_t width) {
+  JSAMPLE *__restrict dst = row + 4 * static_cast<size_t>(from);
+  const uint8_t *__restrict p0 = planes[0];
+  const uint8_t *__restrict p1 = planes[1];
+  const uint8_t *__restrict p2 = planes[2];
+  const uint8_t *__restrict p3 = planes[3];
+  for (uint32_t x = from; x < width; ++x) {
+    dst[0] = static_cast<JSAMPLE>(255 - p0[x]);
+    dst[1] = static_cast<JSAMPLE>(255 - p1[x]);
+    dst[2] = static_cast<JSAMPLE>(255 - p2[x]);
+    dst[3] = static_cast<JSAMPLE>(255 - p3[x]);
+    dst += 4;
+  }
+}
+
+void JpegSplit3(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
+  JpegSplit3From(row, planes, 0, width);
+}
+void JpegSplit4Inverted(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
+  JpegSplit4InvertedFrom(row, planes, 0, width);
+}
+void JpegMerge3(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
+  JpegMerge3From(row, planes, 0, width);
+}
+void JpegMerge4Inverted(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
+  JpegMerge4InvertedFrom(row, planes, 0, width);
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+
+// Byte shuffles for 16 pixels of three channels held in three 16-byte
+// vectors. A lane whose source is elsewhere is 0x80, which pshufb zeroes.
+struct JpegShuffle3 {
+  uint8_t split[3][3][16];  // [channel][source vector][lane]
+  uint8_t merge[3][3][16];  // [output vector][channel][lane]
+};
+
+constexpr JpegShuffle3 JpegMakeShuffle3() {
+  JpegShuffle3 masks{};
+  for (int k = 0; k < 3; ++k) {
+    for (int v = 0; v < 3; ++v) {
+      for (int lane = 0; lane < 16; ++lane) {
+        int from = 3 * lane + k - 16 * v;  // pixel `lane`, channel k, in vector v
+        masks.split[k][v][lane] = static_cast<uint8_t>(from >= 0 && from < 16 ? from : 0x80);
+        int at = 16 * v + lane;  // output byte: pixel at / 3, channel at % 3
+        masks.merge[v][k][lane] = static_cast<uint8_t>(at % 3 == k ? at / 3 : 0x80);
+      }
+    }
+  }
+  return masks;
+}
+
+constexpr JpegShuffle3 kJpegShuffle3 = JpegMakeShuffle3();
+
+// Gathers bytes 0, 4, 8, 12, then 1, 5, 9, 13 ... : four pixels of four
+// channels to four runs of one channel, and back (it is its own inverse).
+alignas(16) constexpr uint8_t kJpegShuffle4[16] = {0, 4, 8,  12, 1, 5, 9,  13,
+                                                   2, 6, 10, 14, 3, 7, 11, 15};
+
+__m128i JpegMask(const uint8_t *mask) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(mask));
+}
+
+__attribute__((target("ssse3"))) void JpegSplit3Ssse3(const JSAMPLE *row, uint8_t *const *planes,
+                                                      uint32_t width) {
+  const auto &m = kJpegShuffle3.split;
+  const __m128i r0 = JpegMask(m[0][0]), r1 = JpegMask(m[0][1]), r2 = JpegMask(m[0][2]);
+  const __m128i g0 = JpegMask(m[1][0]), g1 = JpegMask(m[1][1]), g2 = JpegMask(m[1][2]);
+  const __m128i b0 = JpegMask(m[2][0]), b1 = JpegMask(m[2][1]), b2 = JpegMask(m[2][2]);
+  uint8_t *p0 = planes[0];
+  uint8_t *p1 = planes[1];
+  uint8_t *p2 = planes[2];
+  const JSAMPLE *src = row;
+  uint32_t x = 0;
+  for (; x + 16 <= width; x += 16, src += 48) {
+    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src));
+    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 16));
+    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 32));
+    __m128i red = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, r0), _mm_shuffle_epi8(b, r1)),
+                               _mm_shuffle_epi8(c, r2));
+    __m128i green = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, g0), _mm_shuffle_epi8(b, g1)),
+                                 _mm_shuffle_epi8(c, g2));
+    __m128i blue = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, b0), _mm_shuffle_epi8(b, b1)),
+                                _mm_shuffle_epi8(c, b2));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p0 + x), red);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p1 + x), green);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p2 + x), blue);
+  }
+  JpegSplit3From(row, planes, x, width);
+}
+
+__attribute__((target("ssse3"))) void JpegMerge3Ssse3(JSAMPLE *row, const uint8_t *const *planes,
+                                                      uint32_t width) {
+  const auto &m = kJpegShuffle3.merge;
+  const __m128i a0 = JpegMask(m[0][0]), a1 = JpegMask(m[0][1]), a2 = JpegMask(m[0][2]);
+  const __m128i b0 = JpegMask(m[1][0]), b1 = JpegMask(m[1][1]), b2 = JpegMask(m[1][2]);
+  const __m128i c0 = JpegMask(m[2][0]), c1 = JpegMask(m[2][1]), c2 = JpegMask(m[2][2]);
+  const uint8_t *p0 = planes[0];
+  const uint8_t *p1 = planes[1];
+  const uint8_t *p2 = planes[2];
+  JSAMPLE *dst = row;
+  uint32_t x = 0;
+  for (; x + 16 <= width; x += 16, dst += 48) {
+    __m128i red = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p0 + x));
+    __m128i green = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p1 + x));
+    __m128i blue = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p2 + x));
+    __m128i a = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, a0), _mm_shuffle_epi8(green, a1)),
+                             _mm_shuffle_epi8(blue, a2));
+    __m128i b = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, b0), _mm_shuffle_epi8(green, b1)),
+                             _mm_shuffle_epi8(blue, b2));
+    __m128i c = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, c0), _mm_shuffle_epi8(green, c1)),
+                             _mm_shuffle_epi8(blue, c2));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst), a);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16), b);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 32), c);
+  }
+  JpegMerge3From(row, planes, x, width);
+}
+
+__attribute__((target("ssse3"))) void JpegSplit4InvertedSsse3(const JSAMPLE *row,
+                                                              uint8_t *const *planes,
+                                                              uint32_t width) {
+  const __m128i gather = JpegMask(kJpegShuffle4);
+  const __m128i ones = _mm_set1_epi8(-1);
+  uint8_t *p0 = planes[0];
+  uint8_t *p1 = planes[1];
+  uint8_t *p2 = planes[2];
+  uint8_t *p3 = planes[3];
+  const JSAMPLE *src = row;
+  uint32_t x = 0;
+  for (; x + 16 <= width; x += 16, src += 64) {
+    // Each vector becomes four 32-bit runs C, M, Y, K of four pixels; a 4 x 4
+    // transpose of those runs then gives one channel of 16 pixels per vector.
+    __m128i s0 = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src)), gather);
+    __m128i s1 =
+        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 16)), gather);
+    __m128i s2 =
+        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 32)), gather);
+    __m128i s3 =
+        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 48)), gather);
+    __m128i t0 = _mm_unpacklo_epi32(s0, s1);
+    __m128i t1 = _mm_unpacklo_epi32(s2, s3);
+    __m128i t2 = _mm_unpackhi_epi32(s0, s1);
+    __m128i t3 = _mm_unpackhi_epi32(s2, s3);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p0 + x),
+                     _mm_xor_si128(_mm_unpacklo_epi64(t0, t1), ones));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p1 + x),
+                     _mm_xor_si128(_mm_unpackhi_epi64(t0, t1), ones));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p2 + x),
+                     _mm_xor_si128(_mm_unpacklo_epi64(t2, t3), ones));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(p3 + x),
+                     _mm_xor_si128(_mm_unpackhi_epi64(t2, t3), ones));
+  }
+  JpegSplit4InvertedFrom(row, planes, x, width);
+}
+
+__attribute__((target("ssse3"))) void JpegMerge4InvertedSsse3(JSAMPLE *row,
+                                                              const uint8_t *const *planes,
+                                                              uint32_t width) {
+  const __m128i gather = JpegMask(kJpegShuffle4);
+  const __m128i ones = _mm_set1_epi8(-1);
+  const uint8_t *p0 = planes[0];
+  const uint8_t *p1 = planes[1];
+  const uint8_t *p2 = planes[2];
+  const uint8_t *p3 = planes[3];
+  JSAMPLE *dst = row;
+  uint32_t x = 0;
+  for (; x + 16 <= width; x += 16, dst += 64) {
+    __m128i c = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0 + x)), ones);
+    __m128i m = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p1 + x)), ones);
+    __m128i y = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p2 + x)), ones);
+    __m128i k = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p3 + x)), ones);
+    __m128i t0 = _mm_unpacklo_epi32(c, m);
+    __m128i t1 = _mm_unpacklo_epi32(y, k);
+    __m128i t2 = _mm_unpackhi_epi32(c, m);
+    __m128i t3 = _mm_unpackhi_epi32(y, k);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst),
+                     _mm_shuffle_epi8(_mm_unpacklo_epi64(t0, t1), gather));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16),
+                     _mm_shuffle_epi8(_mm_unpackhi_epi64(t0, t1), gather));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 32),
+                     _mm_shuffle_epi8(_mm_unpacklo_epi64(t2, t3), gather));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 48),
+                     _mm_shuffle_epi8(_mm_unpackhi_epi64(t2, t3), gather));
+  }
+  JpegMerge4InvertedFrom(row, planes, x, width);
+}
+
+bool JpegHasSsse3() {
+  return __builtin_cpu_supports("ssse3") != 0;
+}
+
+#else
+
+bool JpegHasSsse3() {
+  return false;
+}
+constexpr JpegSplitFn JpegSplit3Ssse3 = JpegSplit3;
+constexpr JpegSplitFn JpegSplit4InvertedSsse3 = JpegSplit4Inverted;
+constexpr JpegMergeFn JpegMerge3Ssse3 = JpegMerge3;
+constexpr JpegMergeFn JpegMerge4InvertedSsse3 = JpegMerge4Inverted;
+
+#endif
+
+// Chosen once per file; `model` is grey, RGB or CMYK.
+JpegSplitFn JpegSplitFor(uint32_t model) {
+  bool fast = JpegHasSsse3();
+  switch (model) {
+    case RasModelGray:
+      return JpegSplit1;
+    case RasModelRgb:
+      return fast ? JpegSplit3Ssse3 : JpegSplit3;
+    default:
+      return fast ? JpegSplit4InvertedSsse3 : JpegSplit4Inverted;
+  }
+}
+
+JpegMergeFn JpegMergeFor(uint32_t model) {
+  bool fast = JpegHasSsse3();
+  switch (model) {
+    case RasModelGray:
+      return JpegMerge1;
+    case RasModelRgb:
+      return fast ? JpegMerge3Ssse3 : JpegMerge3;
+    default:
+      return fast ? JpegMerge4InvertedSsse3 : JpegMerge4Inverted;
+  }
+}
+
+// Codec colour space for a model already known to be grey, RGB or CMYK.
+J_COLOR_SPACE JpegColorSpaceOf(uint32_t model) {
+  switch (model) {
+    case RasModelGray:
+      return JCS_GRAYSCALE;
+    case RasModelRgb:
+      return JCS_RGB;
+    default:
+      return JCS_CMYK;
+  }
+}
+
+// Model code for the codec's output colour space, 0 for none.
+uint32_t JpegModelOf(J_COLOR_SPACE space) {
+  switch (space) {
+    case JCS_GRAYSCALE:
+      return RasModelGray;
+    case JCS_RGB:
+      return RasModelRgb;
+    case JCS_CMYK:
+      return RasModelCmyk;
+    default:
+      return 0;
+  }
+}
+
+float JpegResolutionOf(const jpeg_decompress_struct *codec) {
+  if (codec->density_unit == 1) {
+    return static_cast<float>(codec->X_density);
+  }
+  if (codec->density_unit == 2) {
+    return static_cast<float>(codec->X_density * 2.54);
+  }
+  return -1.0F;
+}
+
+// Resolution rounded to whole dots per inch and cut to the 16 bits of the
+// JFIF field; values beyond any integer type give 0 rather than overflow.
+UINT16 JpegDensityOf(float resolution) {
+  double whole = std::floor(static_cast<double>(resolution) + 0.5);
+  if (!(whole >= 0.0 && whole < 18446744073709551616.0)) {
+    return 0;
+  }
+  return static_cast<UINT16>(static_cast<uint64_t>(whole) & 0xFFFFU);
+}
+
+// ---------------------------------------------------------------------------
+// Private block
+
+JpegPriv *JpegNewPriv() {
+  auto *priv = static_cast<JpegPriv *>(RasAlloc(sizeof(JpegPriv)));
+  if (priv != nullptr) {
+    // All zero: destroying a codec object that was never created is harmless.
+    RasMemSet(priv, 0, sizeof(JpegPriv));
+    priv->last = -1;
+  }
+  return priv;
+}
+
+void JpegDestroyPriv(JpegPriv *priv, char mode) {
+  if (mode != 'r') {
+    jpeg_destroy_compress(&priv->cinfo);
+  } else {
+    jpeg_destroy_decompress(&priv->dinfo);
+  }
+  RasFree(priv);
+}
+
+// Undoes a failed open: codec object, private block and file.
+void JpegDiscard(RasState *state) {
+  if (state->priv != nullptr) {
+    JpegDestroyPriv(static_cast<JpegPriv *>(state->priv), state->mode);
+    state->priv = nullptr;
+  }
+  if (state->file.kind != RasFileKindClosed) {
+    RasFileClose(&state->file);
+  }
+}
+
+bool JpegRowFits(const RasSl *sl, uint32_t width, int channels) {
+  if (sl->width < width || sl->channels < static_cast<uint32_t>(channels) || channels > 4) {
+    return false;
+  }
+  for (int k = 0; k < channels; ++k) {
+    if (sl->plane8[k] == nullptr) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// Reading
+
+// Creates the decompression object, reads the header and starts decoding.
+// Returns the model code of the output, 0 when it maps to none. Codec errors
+// leave through the jump buffer armed by the caller.
+uint32_t JpegStartDecoder(JpegPriv *priv, RasFile *file) {
+  j_decompress_ptr codec = &priv->dinfo;
+  JpegInstallErrors(priv, reinterpret_cast<j_common_ptr>(codec));
+  jpeg_create_decompress(codec);
+  codec->mem->max_memory_to_use = kJpegMaxCodecMemory;
+  JpegAttachSource(codec, file);
+  (void)jpeg_read_header(codec, TRUE);
+  codec->dct_method = static_cast<J_DCT_METHOD>(gJpegSettings[JpegOptDctMethod]);
+  codec->do_fancy_upsampling = gJpegSettings[JpegOptNoFancy] != 0 ? FALSE : TRUE;
+  codec->do_block_smoothing = FALSE;
+  jpeg_calc_output_dimensions(codec);
+  priv->row = (*codec->mem->alloc_sarray)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_IMAGE,
+      codec->output_width * static_cast<JDIMENSION>(codec->output_components), 1);
+  (void)jpeg_start_decompress(codec);
+  uint32_t model = JpegModelOf(codec->out_color_space);
+  if (model != 0) {
+    priv->split = JpegSplitFor(model);
+  }
+  return model;
+}
+
+int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
+  if (RasFileOpen(&state->file, name, RasFileModeRead) != RasOk) {
+    return RasError("JpegOpen", RasErrOpen, 1);
+  }
+  JpegPriv *priv = JpegNewPriv();
+  if (priv == nullptr) {
+    RasFileClose(&state->file);
+    return RasError("JpegOpen", RasErrMemory, 3);
+  }
+  state->priv = priv;
+
+  priv->armed = true;
+  if (setjmp(priv->jump) != 0) {
+    priv->armed = false;
+    JpegDiscard(state);
+    return RasError("JpegOpen", RasErrFormat, 1);
+  }
+  uint32_t model = JpegStartDecoder(priv, &state->file);
+  priv->armed = false;
+  if (model == 0) {
+    JpegDiscard(state);
+    return RasError("JpegOpen", RasErrArg, 1);
+  }
+
+  const jpeg_decompress_struct *codec = &priv->dinfo;
+  desc->width = codec->output_width;
+  desc->height = codec->output_height;
+  desc->channels = static_cast<uint32_t>(codec->output_components);
+  desc->model = model;
+  desc->resolution = JpegResolutionOf(codec);
+  desc->format = RasFormatJpeg;
+  return RasOk;
+}
+
+// Decodes up to `row` and spreads it into the planes; finishes the image
+// after its last row. Returns 0, or -8 after a fatal codec error.
+int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl) {
+  j_decompress_ptr codec = &priv->dinfo;
+  priv->armed = true;
+  if (setjmp(priv->jump) != 0) {
+    priv->armed = false;
+    priv->failed = true;
+    return RasError("JpegReadSl", RasErrFormat, 8);
+  }
+  while (priv->last < static_cast<int32_t>(row)) {
+    if (jpeg_read_scanlines(codec, priv->row, 1) != 1) {
+      priv->armed = false;
+      priv->failed = true;
+      return RasError("JpegReadSl", RasErrFormat, 8);
+    }
+    ++priv->last;
+  }
+  priv->split(priv->row[0], sl->plane8, codec->output_width);
+  if (row + 1 == codec->output_height) {
+    (void)jpeg_finish_decompress(codec);
+    // Finishing released the image pool and the row buffer with it.
+    priv->row = nullptr;
+  }
+  priv->armed = false;
+  return RasOk;
+}
+
+// Detail numbers beyond the documented ones: 6 the scanline record could not
+// be allocated, 7 the record is too small for the image, 8 the codec failed
+// while decoding, 9 a row was asked after such a failure.
+int JpegReadForward(RasDesc *desc, uint32_t row, RasSl *sl) {
+  auto *priv = static_cast<JpegPriv *>(desc->state->priv);
+  if (row >= priv->dinfo.output_height) {
+    return RasError("JpegReadSl", RasErrArg, 4);
+  }
+  if (sl->width == 0 || sl->channels == 0) {
+    int rc = RasMakeSl(sl, desc);
+    if (rc != RasOk) {
+      return RasError("JpegReadSl", rc, 6);
+    }
+  }
+  if (!JpegRowFits(sl, priv->dinfo.output_width, priv->dinfo.output_components)) {
+    return RasError("JpegReadSl", RasErrArg, 7);
+  }
+  if (priv->failed) {
+    return RasError("JpegReadSl", RasErrFormat, 9);
+  }
+  return JpegDecodeTo(priv, row, sl);
+}
+
+// Going back to an earlier row: the codec decodes forward only, so the file
+// is opened again from its start through the generic entry points. The state
+// block holding the name is freed on the way, so the name is kept here, and
+// it names the file in error reports until the row is read.
+int JpegReadAgain(RasDesc *desc, uint32_t row, RasSl *sl) {
+  char name[RasNameSize];
+  RasCopyName(name, desc->state->name);
+  RasErrorFileScope scope(name);
+  int rc = RasClose(desc);
+  if (rc != RasOk) {
+    return RasError("JpegReadSl", rc, 3);
+  }
+  rc = RasGetInfo(name, desc);
+  if (rc != RasOk) {
+    return RasError("JpegReadSl", rc, 4);
+  }
+  if (desc->format != RasFormatJpeg) {
+    return RasError("JpegReadSl", RasErrFormat, 4);
+  }
+  rc = RasOpen(name, 'r', desc);
+  if (rc != RasOk) {
+    return RasError("JpegReadSl", rc, 5);
+  }
+  return JpegReadForward(desc, row, sl);
+}
+
+// ---------------------------------------------------------------------------
+// Writing
+
+// Creates the compression object with the current settings and starts it.
+// Codec errors leave through the jump buffer armed by the caller.
+void JpegStartEncoder(JpegPriv *priv, RasFile *file, const RasDesc *desc) {
+  j_compress_ptr codec = &priv->cinfo;
+  JpegInstallErrors(priv, reinterpret_cast<j_common_ptr>(codec));
+  jpeg_create_compress(codec);
+  JpegAttachDest(codec, file);
+  codec->image_width = desc->width;
+  codec->image_height = desc->height;
+  codec->input_components = static_cast<int>(desc->channels);
+  codec->in_color_space = JpegColorSpaceOf(desc->model);
+  priv->merge = JpegMergeFor(desc->model);
+  jpeg_set_defaults(codec);
+  // The defaults reset the density, so it is set after them.
+  if (desc->resolution > 0.0F) {
+    UINT16 density = JpegDensityOf(desc->resolution);
+    codec->density_unit = 1;
+    codec->X_density = density;
+    codec->Y_density = density;
+  } else {
+    codec->density_unit = 0;
+  }
+  jpeg_set_quality(codec, gJpegSettings[JpegOptQuality], TRUE);
+  codec->dct_method = static_cast<J_DCT_METHOD>(gJpegSettings[JpegOptDctMethod]);
+  codec->smoothing_factor = gJpegSettings[JpegOptSmoothing];
+  codec->restart_in_rows = gJpegSettings[JpegOptRestart];
+  // Starting checks the geometry and the components against the colour
+  // space, so the row size below is known to be sane.
+  jpeg_start_compress(codec, TRUE);
+  priv->row = (*codec->mem->alloc_sarray)(
+      reinterpret_cast<j_common_ptr>(codec), JPOOL_IMAGE,
+      codec->image_width * static_cast<JDIMENSION>(codec->input_components), 1);
+}
+
+int JpegOpenWriteFile(const char *name, RasState *state) {
+  // The final size of a compressed file is not known in advance.
+  int64_t saved = 0;
+  int64_t unknown = 0;
+  (void)RasFileGetOption(RasFileOptExpectedSize, &saved);
+  (void)RasFileSetOption(RasFileOptExpectedSize, &unknown);
+  int rc = RasFileOpen(&state->file, name, RasFileModeWrite);
+  (void)RasFileSetOption(RasFileOptExpectedSize, &saved);
+  return rc;
+}
+
+int JpegOpenWrite(const char *name, RasDesc *desc, RasState *state) {
+  if (desc->model != RasModelGray && desc->model != RasModelRgb && desc->model != RasModelCmyk) {
+    return RasError("JpegOpen", RasErrArg, 2);
+  }
+  if (JpegOpenWriteFile(name, state) != RasOk) {
+    return RasError("JpegOpen", RasErrOpen, 13);
+  }
+  JpegPriv *priv = JpegNewPriv();
+  if (priv == nullptr) {
+    RasFileClose(&state->file);
+    return RasError("JpegOpen", RasErrMemory, 14);
+  }
+  state->priv = priv;
+
+  priv->armed = true;
+  if (setjmp(priv->jump) != 0) {
+    priv->armed = false;
+    JpegDiscard(state);
+    return RasError("JpegOpen", RasErrFormat, 1);
+  }
+  JpegStartEncoder(priv, &state->file, desc);
+  priv->armed = false;
+  return RasOk;
+}
+
+// Interleaves one row and hands it to the codec; finishes the image after
+// its last row. Returns 0, or -8 after a fatal codec error.
+int JpegEncodeRow(JpegPriv *priv, uint32_t row, const RasSl *sl) {
+  j_compress_ptr codec = &priv->cinfo;
+  priv->armed = true;
+  if (setjmp(priv->jump) != 0) {
+    priv->armed = false;
+    priv->failed = true;
+    return RasError("JpegWriteSl", RasErrFormat, 6);
+  }
+  priv->merge(priv->row[0], sl->plane8, codec->image_width);
+  (void)jpeg_write_scanlines(codec, priv->row, 1);
+  priv->last = static_cast<int32_t>(row);
+  if (row + 1 == codec->image_height) {
+    jpeg_finish_compress(codec);
+    // Finishing released the image pool and the row buffer with it.
+    priv->row = nullptr;
+  }
+  priv->armed = false;
+  return RasOk;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Settings
+
+int JpegGetOption(int index, int *value) {
+  if (index < 0) {
+    return RasError("JpegGetOption", RasErrArg, 0);
+  }
+  if (index > JpegOptNoFancy) {
+    return RasOk;
+  }
+  if (value == nullptr) {
+    return RasError("JpegGetOption", RasErrArg, 1);
+  }
+  *value = gJpegSettings[index];
+  return RasOk;
+}
+
+int JpegSetOption(int index, int value) {
+  if (index < 0) {
+    return RasError("JpegSetOption", RasErrArg, 0);
+  }
+  bool allowed = true;
+  switch (index) {
+    case JpegOptQuality:
+    case JpegOptSmoothing:
+      allowed = value >= 0 && value <= 100;
+      break;
+    case JpegOptDctMethod:
+      allowed = value >= 0 && value <= 2;
+      break;
+    case JpegOptRestart:
+      allowed = value >= 0;
+      break;
+    case JpegOptNoFancy:
+      allowed = value == 0 || value == 1;
+      break;
+    default:
+      return RasOk;
+  }
+  if (!allowed) {
+    return RasError("JpegSetOption", RasErrArg, 1);
+  }
+  gJpegSettings[index] = value;
+  return RasOk;
+}
+
+// ---------------------------------------------------------------------------
+// Entry points
+
+int JpegOpen(const char *name, char mode, RasDesc *desc) {
+  if (name == nullptr || desc == nullptr || desc->state == nullptr) {
+    return RasError("JpegOpen", RasErrArg, 0);
+  }
+  RasState *state = desc->state;
+  RasCopyName(state->name, name);
+  state->mode = mode;
+  if (mode == 'r') {
+    return JpegOpenRead(name, desc, state);
+  }
+  if (mode == 'w') {
+    return JpegOpenWrite(name, desc, state);
+  }
+  return RasError("JpegOpen", RasErrArg, 16);
+}
+
+int JpegReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
+  if (desc == nullptr) {
+    return RasError("JpegReadSl", RasErrArg, 0);
+  }
+  if (desc->state == nullptr) {
+    return RasError("JpegReadSl", RasErrArg, 1);
+  }
+  auto *priv = static_cast<JpegPriv *>(desc->state->priv);
+  if (priv == nullptr || desc->state->mode != 'r') {
+    return RasError("JpegReadSl", RasErrArg, 2);
+  }
+  int64_t wanted = row;
+  // The buffered row is gone once the image is finished or a decode failed,
+  // so asking for it again goes back as well.
+  if (priv->last >= 0 &&
+      (wanted < priv->last || (wanted == priv->last && (priv->row == nullptr || priv->failed)))) {
+    return JpegReadAgain(desc, row, sl);
+  }
+  return JpegReadForward(desc, row, sl);
+}
+
+// Detail numbers beyond the documented ones: 5 the scanline record is too
+// small for the image, 6 the codec failed (a short write included), 7 a row
+// was offered after such a failure.
+int JpegWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
+  if (desc == nullptr) {
+    return RasError("JpegWriteSl", RasErrArg, 0);
+  }
+  if (desc->state == nullptr) {
+    return RasError("JpegWriteSl", RasErrArg, 1);
+  }
+  auto *priv = static_cast<JpegPriv *>(desc->state->priv);
+  if (priv == nullptr || desc->state->mode != 'w') {
+    return RasError("JpegWriteSl", RasErrArg, 2);
+  }
+  int64_t offered = row;
+  // A repeated call for the row just written is tolerated and ignored.
+  if (offered == priv->last) {
+    return RasOk;
+  }
+  if (offered != priv->last + 1) {
+    return RasError("JpegWriteSl", RasErrArg, 3);
+  }
+  if (row >= priv->cinfo.image_height) {
+    return RasError("JpegWriteSl", RasErrArg, 4);
+  }
+  if (!JpegRowFits(sl, priv->cinfo.image_width, priv->cinfo.input_components)) {
+    return RasError("JpegWriteSl", RasErrArg, 5);
+  }
+  if (priv->failed) {
+    return RasError("JpegWriteSl", RasErrFormat, 7);
+  }
+  return JpegEncodeRow(priv, row, sl);
+}
+
+int JpegClose(RasDesc *desc) {
+  if (desc == nullptr || desc->state == nullptr) {
+    return RasOk;
+  }
+  RasState *state = desc->state;
+  if (state->file.kind != RasFileKindClosed) {
+    RasFileClose(&state->file);
+  }
+  if (state->priv != nullptr) {
+    JpegDestroyPriv(static_cast<JpegPriv *>(state->priv), state->mode);
+    state->priv = nullptr;
+  }
+  return RasOk;
+}
