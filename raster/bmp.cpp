@@ -20,14 +20,11 @@
 // the file itself closes it and frees the private block.
 #include <cstring>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <tmmintrin.h>
-#endif
-
 #include "raster/formats.h"
 #include "raster/ras.h"
 #include "raster/rasfile.h"
 #include "raster/rasstate.h"
+#include "raster/rowpack.h"
 
 namespace {
 
@@ -62,6 +59,8 @@ struct BmpPriv {
   // Where the file stands, so that consecutive rows need no seek; -1 when
   // unknown.
   int64_t position;
+  RasSplitRowFn split;  // 24-bit rows, chosen once at open
+  RasJoinRowFn join;
   UnpackRow unpack;  // reading: file row -> planes
   PackRow pack;      // writing: planes -> file row; null for models we cannot write
 };
@@ -94,112 +93,17 @@ void PutU32(uint8_t *p, uint32_t v) {
 
 // ---- Row routines, chosen once at open.
 
-// The 24-bit kernels work from pixel `x` on, so that the vector versions can
-// hand them the last few pixels of a row.
-void BgrToPlanes(const uint8_t *__restrict src, size_t x, size_t width, uint8_t *__restrict r,
-                 uint8_t *__restrict g, uint8_t *__restrict b) {
-  for (; x < width; ++x) {
-    b[x] = src[3 * x];
-    g[x] = src[3 * x + 1];
-    r[x] = src[3 * x + 2];
-  }
-}
-
-void PlanesToBgr(uint8_t *__restrict dst, size_t x, size_t width, const uint8_t *__restrict r,
-                 const uint8_t *__restrict g, const uint8_t *__restrict b) {
-  for (; x < width; ++x) {
-    dst[3 * x] = b[x];
-    dst[3 * x + 1] = g[x];
-    dst[3 * x + 2] = r[x];
-  }
-}
-
+// The file keeps blue, green, red; the shared row routines take the planes in
+// file order.
 void UnpackBgr(const BmpPriv &bmp, uint8_t *const *planes) {
-  BgrToPlanes(bmp.row, 0, bmp.width, planes[0], planes[1], planes[2]);
+  uint8_t *const bgr[3] = {planes[2], planes[1], planes[0]};
+  bmp.split(bmp.row, bgr, bmp.width);
 }
 
 void PackBgr(BmpPriv &bmp, uint8_t *const *planes) {
-  PlanesToBgr(bmp.row, 0, bmp.width, planes[0], planes[1], planes[2]);
+  const uint8_t *const bgr[3] = {planes[2], planes[1], planes[0]};
+  bmp.join(bmp.row, bgr, bmp.width);
 }
-
-#if defined(__x86_64__) || defined(__i386__)
-// Compilers do not reliably vectorise a three-way byte interleave, and the
-// 24-bit rows are most of the work of a photo; 16 pixels at a time with byte
-// shuffles move them several times faster.
-struct ShuffleMasks {
-  uint8_t split[3][3][16];  // [channel in file order][input third][lane]
-  uint8_t join[3][3][16];   // [output third][channel in file order][lane]
-};
-
-constexpr ShuffleMasks MakeShuffleMasks() {
-  ShuffleMasks m{};
-  for (int c = 0; c < 3; ++c) {
-    for (int third = 0; third < 3; ++third) {
-      for (int lane = 0; lane < 16; ++lane) {
-        const int split = 3 * lane + c - 16 * third;  // byte of pixel `lane` in this third
-        m.split[c][third][lane] = split >= 0 && split < 16 ? static_cast<uint8_t>(split) : 0x80;
-        const int byte = 16 * third + lane;  // this output byte holds pixel byte / 3
-        m.join[third][c][lane] = byte % 3 == c ? static_cast<uint8_t>(byte / 3) : 0x80;
-      }
-    }
-  }
-  return m;
-}
-
-constexpr ShuffleMasks kShuffle = MakeShuffleMasks();
-
-__attribute__((target("ssse3"))) __m128i Load(const uint8_t *p) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-}
-
-__attribute__((target("ssse3"))) void UnpackBgrSsse3(const BmpPriv &bmp, uint8_t *const *planes) {
-  const size_t width = bmp.width;
-  uint8_t *const out[3] = {planes[2], planes[1], planes[0]};  // file order B, G, R
-  size_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const uint8_t *src = bmp.row + 3 * x;
-    const __m128i thirds[3] = {Load(src), Load(src + 16), Load(src + 32)};
-    for (int c = 0; c < 3; ++c) {
-      __m128i v = _mm_shuffle_epi8(thirds[0], Load(kShuffle.split[c][0]));
-      v = _mm_or_si128(v, _mm_shuffle_epi8(thirds[1], Load(kShuffle.split[c][1])));
-      v = _mm_or_si128(v, _mm_shuffle_epi8(thirds[2], Load(kShuffle.split[c][2])));
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(out[c] + x), v);
-    }
-  }
-  BgrToPlanes(bmp.row, x, width, planes[0], planes[1], planes[2]);
-}
-
-__attribute__((target("ssse3"))) void PackBgrSsse3(BmpPriv &bmp, uint8_t *const *planes) {
-  const size_t width = bmp.width;
-  const uint8_t *const in[3] = {planes[2], planes[1], planes[0]};  // file order B, G, R
-  size_t x = 0;
-  for (; x + 16 <= width; x += 16) {
-    const __m128i channels[3] = {Load(in[0] + x), Load(in[1] + x), Load(in[2] + x)};
-    uint8_t *dst = bmp.row + 3 * x;
-    for (int third = 0; third < 3; ++third) {
-      __m128i v = _mm_shuffle_epi8(channels[0], Load(kShuffle.join[third][0]));
-      v = _mm_or_si128(v, _mm_shuffle_epi8(channels[1], Load(kShuffle.join[third][1])));
-      v = _mm_or_si128(v, _mm_shuffle_epi8(channels[2], Load(kShuffle.join[third][2])));
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16 * third), v);
-    }
-  }
-  PlanesToBgr(bmp.row, x, width, planes[0], planes[1], planes[2]);
-}
-
-UnpackRow ChooseUnpackBgr() {
-  return __builtin_cpu_supports("ssse3") ? UnpackBgrSsse3 : UnpackBgr;
-}
-PackRow ChoosePackBgr() {
-  return __builtin_cpu_supports("ssse3") ? PackBgrSsse3 : PackBgr;
-}
-#else
-UnpackRow ChooseUnpackBgr() {
-  return UnpackBgr;
-}
-PackRow ChoosePackBgr() {
-  return PackBgr;
-}
-#endif
 
 void UnpackGrayIdentity(const BmpPriv &bmp, uint8_t *const *planes) {
   std::memcpy(planes[0], bmp.row, bmp.width);
@@ -373,7 +277,8 @@ int OpenWrite(const char *name, RasDesc *desc) {
   bmp->model = desc->model;
   bmp->resolution = desc->resolution;
   bmp->dataOffset = dataOffset;
-  bmp->pack = desc->model == RasModelRgb ? ChoosePackBgr() : gray ? PackGray : nullptr;
+  bmp->join = RasJoinRowFor(3, false);
+  bmp->pack = desc->model == RasModelRgb ? PackBgr : gray ? PackGray : nullptr;
   if (stride > kMaxStride) return Fail(state, "BmpOpen", RasErrMemory, 15);
   bmp->stride = static_cast<uint32_t>(stride);
   if (!AllocRow(bmp, true)) return Fail(state, "BmpOpen", RasErrMemory, 15);
@@ -436,7 +341,8 @@ int ReadPalette(RasState *state, BmpPriv *bmp, int64_t position) {
 void ChooseModel(BmpPriv *bmp) {
   if (bmp->bytesPerPixel == 3) {
     bmp->model = RasModelRgb;
-    bmp->unpack = ChooseUnpackBgr();
+    bmp->split = RasSplitRowFor(3, false);
+    bmp->unpack = UnpackBgr;
   } else if (IsGrayPalette(*bmp)) {
     bmp->model = RasModelGray;
     bmp->unpack = IsIdentity(bmp->red) ? UnpackGrayIdentity : UnpackGray;

@@ -14,10 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 // clang-format off
 #include <jpeglib.h>
 #include <jerror.h>
@@ -25,10 +21,10 @@
 
 #include "raster/formats.h"
 #include "raster/ras.h"
-#include "raster/raserror.h"
 #include "raster/rasfile.h"
 #include "raster/rasstate.h"
 #include "raster/rasstr.h"
+#include "raster/rowpack.h"
 
 namespace {
 
@@ -43,9 +39,6 @@ constexpr size_t kJpegBufferSize = 4096;
 // as a fatal codec error instead of allocating whatever its header claims.
 constexpr long kJpegMaxCodecMemory = 1L << 30;
 
-using JpegSplitFn = void (*)(const JSAMPLE *src, uint8_t *const *planes, uint32_t width);
-using JpegMergeFn = void (*)(JSAMPLE *dst, const uint8_t *const *planes, uint32_t width);
-
 struct JpegPriv {
   jpeg_decompress_struct dinfo;  // reading
   jpeg_compress_struct cinfo;    // writing
@@ -54,8 +47,8 @@ struct JpegPriv {
   jpeg_error_mgr err;
   jmp_buf jump;
   // Chosen once at open from the component count and colour space.
-  JpegSplitFn split;
-  JpegMergeFn merge;
+  RasSplitRowFn split;
+  RasJoinRowFn merge;
   // True only while a routine that set the jump buffer is running.
   bool armed;
   // A fatal codec error left the object unusable for further rows.
@@ -204,300 +197,6 @@ void JpegAttachDest(j_compress_ptr codec, RasFile *file) {
   codec->dest = &dest->pub;
 }
 
-// ---------------------------------------------------------------------------
-// Row conversion between the codec's interleaved samples and the planes.
-// CMYK is stored complemented, as the usual CMYK JPEG writers store it.
-// The portable loops convert pixels [from, width); the SSSE3 versions do
-// blocks of 16 pixels and leave the rest of the row to them.
-
-void JpegSplit1(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
-  const JSAMPLE *__restrict src = row;
-  uint8_t *__restrict p0 = planes[0];
-  for (uint32_t x = 0; x < width; ++x) {
-    p0[x] = src[x];
-  }
-}
-
-void JpegMerge1(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
-  JSAMPLE *__restrict dst = row;
-  const uint8_t *__restrict p0 = planes[0];
-  for (uint32_t x = 0; x < width; ++x) {
-    dst[x] = p0[x];
-  }
-}
-
-void JpegSplit3From(const JSAMPLE *row, uint8_t *const *planes, uint32_t from, uint32_t width) {
-  const JSAMPLE *__restrict src = row + 3 * static_cast<size_t>(from);
-  uint8_t *__restrict p0 = planes[0];
-  uint8_t *__restrict p1 = planes[1];
-  uint8_t *__restrict p2 = planes[2];
-  for (uint32_t x = from; x < width; ++x) {
-    p0[x] = src[0];
-    p1[x] = src[1];
-    p2[x] = src[2];
-    src += 3;
-  }
-}
-
-void JpegSplit4InvertedFrom(const JSAMPLE *row, uint8_t *const *planes, uint32_t from,
-                            uint32_t width) {
-  const JSAMPLE *__restrict src = row + 4 * static_cast<size_t>(from);
-  uint8_t *__restrict p0 = planes[0];
-  uint8_t *__restrict p1 = planes[1];
-  uint8_t *__restrict p2 = planes[2];
-  uint8_t *__restrict p3 = planes[3];
-  for (uint32_t x = from; x < width; ++x) {
-    p0[x] = static_cast<uint8_t>(255 - src[0]);
-    p1[x] = static_cast<uint8_t>(255 - src[1]);
-    p2[x] = static_cast<uint8_t>(255 - src[2]);
-    p3[x] = static_cast<uint8_t>(255 - src[3]);
-    src += 4;
-  }
-}
-
-void JpegMerge3From(JSAMPLE *row, const uint8_t *const *planes, uint32_t from, uint32_t width) {
-  JSAMPLE *__restrict dst = row + 3 * static_cast<size_t>(from);
-  const uint8_t *__restrict p0 = planes[0];
-  const uint8_t *__restrict p1 = planes[1];
-  const uint8_t *__restrict p2 = planes[2];
-  for (uint32_t x = from; x < width; ++x) {
-    dst[0] = p0[x];
-    dst[1] = p1[x];
-    dst[2] = p2[x];
-    dst += 3;
-  }
-}
-
-void JpegMerge4InvertedFrom(JSAMPLE *row, const uint8_t *const *planes, uint32_t from,
-                            uint32_t width) {
-  JSAMPLE *__restrict dst = row + 4 * static_cast<size_t>(from);
-  const uint8_t *__restrict p0 = planes[0];
-  const uint8_t *__restrict p1 = planes[1];
-  const uint8_t *__restrict p2 = planes[2];
-  const uint8_t *__restrict p3 = planes[3];
-  for (uint32_t x = from; x < width; ++x) {
-    dst[0] = static_cast<JSAMPLE>(255 - p0[x]);
-    dst[1] = static_cast<JSAMPLE>(255 - p1[x]);
-    dst[2] = static_cast<JSAMPLE>(255 - p2[x]);
-    dst[3] = static_cast<JSAMPLE>(255 - p3[x]);
-    dst += 4;
-  }
-}
-
-void JpegSplit3(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
-  JpegSplit3From(row, planes, 0, width);
-}
-void JpegSplit4Inverted(const JSAMPLE *row, uint8_t *const *planes, uint32_t width) {
-  JpegSplit4InvertedFrom(row, planes, 0, width);
-}
-void JpegMerge3(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
-  JpegMerge3From(row, planes, 0, width);
-}
-void JpegMerge4Inverted(JSAMPLE *row, const uint8_t *const *planes, uint32_t width) {
-  JpegMerge4InvertedFrom(row, planes, 0, width);
-}
-
-#if defined(__x86_64__) || defined(__i386__)
-
-// Byte shuffles for 16 pixels of three channels held in three 16-byte
-// vectors. A lane whose source is elsewhere is 0x80, which pshufb zeroes.
-struct JpegShuffle3 {
-  uint8_t split[3][3][16];  // [channel][source vector][lane]
-  uint8_t merge[3][3][16];  // [output vector][channel][lane]
-};
-
-constexpr JpegShuffle3 JpegMakeShuffle3() {
-  JpegShuffle3 masks{};
-  for (int k = 0; k < 3; ++k) {
-    for (int v = 0; v < 3; ++v) {
-      for (int lane = 0; lane < 16; ++lane) {
-        int from = 3 * lane + k - 16 * v;  // pixel `lane`, channel k, in vector v
-        masks.split[k][v][lane] = static_cast<uint8_t>(from >= 0 && from < 16 ? from : 0x80);
-        int at = 16 * v + lane;  // output byte: pixel at / 3, channel at % 3
-        masks.merge[v][k][lane] = static_cast<uint8_t>(at % 3 == k ? at / 3 : 0x80);
-      }
-    }
-  }
-  return masks;
-}
-
-constexpr JpegShuffle3 kJpegShuffle3 = JpegMakeShuffle3();
-
-// Gathers bytes 0, 4, 8, 12, then 1, 5, 9, 13 ... : four pixels of four
-// channels to four runs of one channel, and back (it is its own inverse).
-alignas(16) constexpr uint8_t kJpegShuffle4[16] = {0, 4, 8,  12, 1, 5, 9,  13,
-                                                   2, 6, 10, 14, 3, 7, 11, 15};
-
-__m128i JpegMask(const uint8_t *mask) {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(mask));
-}
-
-__attribute__((target("ssse3"))) void JpegSplit3Ssse3(const JSAMPLE *row, uint8_t *const *planes,
-                                                      uint32_t width) {
-  const auto &m = kJpegShuffle3.split;
-  const __m128i r0 = JpegMask(m[0][0]), r1 = JpegMask(m[0][1]), r2 = JpegMask(m[0][2]);
-  const __m128i g0 = JpegMask(m[1][0]), g1 = JpegMask(m[1][1]), g2 = JpegMask(m[1][2]);
-  const __m128i b0 = JpegMask(m[2][0]), b1 = JpegMask(m[2][1]), b2 = JpegMask(m[2][2]);
-  uint8_t *p0 = planes[0];
-  uint8_t *p1 = planes[1];
-  uint8_t *p2 = planes[2];
-  const JSAMPLE *src = row;
-  uint32_t x = 0;
-  for (; x + 16 <= width; x += 16, src += 48) {
-    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src));
-    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 16));
-    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 32));
-    __m128i red = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, r0), _mm_shuffle_epi8(b, r1)),
-                               _mm_shuffle_epi8(c, r2));
-    __m128i green = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, g0), _mm_shuffle_epi8(b, g1)),
-                                 _mm_shuffle_epi8(c, g2));
-    __m128i blue = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(a, b0), _mm_shuffle_epi8(b, b1)),
-                                _mm_shuffle_epi8(c, b2));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p0 + x), red);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p1 + x), green);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p2 + x), blue);
-  }
-  JpegSplit3From(row, planes, x, width);
-}
-
-__attribute__((target("ssse3"))) void JpegMerge3Ssse3(JSAMPLE *row, const uint8_t *const *planes,
-                                                      uint32_t width) {
-  const auto &m = kJpegShuffle3.merge;
-  const __m128i a0 = JpegMask(m[0][0]), a1 = JpegMask(m[0][1]), a2 = JpegMask(m[0][2]);
-  const __m128i b0 = JpegMask(m[1][0]), b1 = JpegMask(m[1][1]), b2 = JpegMask(m[1][2]);
-  const __m128i c0 = JpegMask(m[2][0]), c1 = JpegMask(m[2][1]), c2 = JpegMask(m[2][2]);
-  const uint8_t *p0 = planes[0];
-  const uint8_t *p1 = planes[1];
-  const uint8_t *p2 = planes[2];
-  JSAMPLE *dst = row;
-  uint32_t x = 0;
-  for (; x + 16 <= width; x += 16, dst += 48) {
-    __m128i red = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p0 + x));
-    __m128i green = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p1 + x));
-    __m128i blue = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p2 + x));
-    __m128i a = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, a0), _mm_shuffle_epi8(green, a1)),
-                             _mm_shuffle_epi8(blue, a2));
-    __m128i b = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, b0), _mm_shuffle_epi8(green, b1)),
-                             _mm_shuffle_epi8(blue, b2));
-    __m128i c = _mm_or_si128(_mm_or_si128(_mm_shuffle_epi8(red, c0), _mm_shuffle_epi8(green, c1)),
-                             _mm_shuffle_epi8(blue, c2));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst), a);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16), b);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 32), c);
-  }
-  JpegMerge3From(row, planes, x, width);
-}
-
-__attribute__((target("ssse3"))) void JpegSplit4InvertedSsse3(const JSAMPLE *row,
-                                                              uint8_t *const *planes,
-                                                              uint32_t width) {
-  const __m128i gather = JpegMask(kJpegShuffle4);
-  const __m128i ones = _mm_set1_epi8(-1);
-  uint8_t *p0 = planes[0];
-  uint8_t *p1 = planes[1];
-  uint8_t *p2 = planes[2];
-  uint8_t *p3 = planes[3];
-  const JSAMPLE *src = row;
-  uint32_t x = 0;
-  for (; x + 16 <= width; x += 16, src += 64) {
-    // Each vector becomes four 32-bit runs C, M, Y, K of four pixels; a 4 x 4
-    // transpose of those runs then gives one channel of 16 pixels per vector.
-    __m128i s0 = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src)), gather);
-    __m128i s1 =
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 16)), gather);
-    __m128i s2 =
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 32)), gather);
-    __m128i s3 =
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(src + 48)), gather);
-    __m128i t0 = _mm_unpacklo_epi32(s0, s1);
-    __m128i t1 = _mm_unpacklo_epi32(s2, s3);
-    __m128i t2 = _mm_unpackhi_epi32(s0, s1);
-    __m128i t3 = _mm_unpackhi_epi32(s2, s3);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p0 + x),
-                     _mm_xor_si128(_mm_unpacklo_epi64(t0, t1), ones));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p1 + x),
-                     _mm_xor_si128(_mm_unpackhi_epi64(t0, t1), ones));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p2 + x),
-                     _mm_xor_si128(_mm_unpacklo_epi64(t2, t3), ones));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p3 + x),
-                     _mm_xor_si128(_mm_unpackhi_epi64(t2, t3), ones));
-  }
-  JpegSplit4InvertedFrom(row, planes, x, width);
-}
-
-__attribute__((target("ssse3"))) void JpegMerge4InvertedSsse3(JSAMPLE *row,
-                                                              const uint8_t *const *planes,
-                                                              uint32_t width) {
-  const __m128i gather = JpegMask(kJpegShuffle4);
-  const __m128i ones = _mm_set1_epi8(-1);
-  const uint8_t *p0 = planes[0];
-  const uint8_t *p1 = planes[1];
-  const uint8_t *p2 = planes[2];
-  const uint8_t *p3 = planes[3];
-  JSAMPLE *dst = row;
-  uint32_t x = 0;
-  for (; x + 16 <= width; x += 16, dst += 64) {
-    __m128i c = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0 + x)), ones);
-    __m128i m = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p1 + x)), ones);
-    __m128i y = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p2 + x)), ones);
-    __m128i k = _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p3 + x)), ones);
-    __m128i t0 = _mm_unpacklo_epi32(c, m);
-    __m128i t1 = _mm_unpacklo_epi32(y, k);
-    __m128i t2 = _mm_unpackhi_epi32(c, m);
-    __m128i t3 = _mm_unpackhi_epi32(y, k);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst),
-                     _mm_shuffle_epi8(_mm_unpacklo_epi64(t0, t1), gather));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 16),
-                     _mm_shuffle_epi8(_mm_unpackhi_epi64(t0, t1), gather));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 32),
-                     _mm_shuffle_epi8(_mm_unpacklo_epi64(t2, t3), gather));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(dst + 48),
-                     _mm_shuffle_epi8(_mm_unpackhi_epi64(t2, t3), gather));
-  }
-  JpegMerge4InvertedFrom(row, planes, x, width);
-}
-
-bool JpegHasSsse3() {
-  return __builtin_cpu_supports("ssse3") != 0;
-}
-
-#else
-
-bool JpegHasSsse3() {
-  return false;
-}
-constexpr JpegSplitFn JpegSplit3Ssse3 = JpegSplit3;
-constexpr JpegSplitFn JpegSplit4InvertedSsse3 = JpegSplit4Inverted;
-constexpr JpegMergeFn JpegMerge3Ssse3 = JpegMerge3;
-constexpr JpegMergeFn JpegMerge4InvertedSsse3 = JpegMerge4Inverted;
-
-#endif
-
-// Chosen once per file; `model` is grey, RGB or CMYK.
-JpegSplitFn JpegSplitFor(uint32_t model) {
-  bool fast = JpegHasSsse3();
-  switch (model) {
-    case RasModelGray:
-      return JpegSplit1;
-    case RasModelRgb:
-      return fast ? JpegSplit3Ssse3 : JpegSplit3;
-    default:
-      return fast ? JpegSplit4InvertedSsse3 : JpegSplit4Inverted;
-  }
-}
-
-JpegMergeFn JpegMergeFor(uint32_t model) {
-  bool fast = JpegHasSsse3();
-  switch (model) {
-    case RasModelGray:
-      return JpegMerge1;
-    case RasModelRgb:
-      return fast ? JpegMerge3Ssse3 : JpegMerge3;
-    default:
-      return fast ? JpegMerge4InvertedSsse3 : JpegMerge4Inverted;
-  }
-}
-
 // Codec colour space for a model already known to be grey, RGB or CMYK.
 J_COLOR_SPACE JpegColorSpaceOf(uint32_t model) {
   switch (model) {
@@ -612,7 +311,8 @@ uint32_t JpegStartDecoder(JpegPriv *priv, RasFile *file) {
   (void)jpeg_start_decompress(codec);
   uint32_t model = JpegModelOf(codec->out_color_space);
   if (model != 0) {
-    priv->split = JpegSplitFor(model);
+    priv->split =
+        RasSplitRowFor(static_cast<uint32_t>(codec->output_components), model == RasModelCmyk);
   }
   return model;
 }
@@ -704,12 +404,10 @@ int JpegReadForward(RasDesc *desc, uint32_t row, RasSl *sl) {
 
 // Going back to an earlier row: the codec decodes forward only, so the file
 // is opened again from its start through the generic entry points. The state
-// block holding the name is freed on the way, so the name is kept here, and
-// it names the file in error reports until the row is read.
+// block holding the name is freed on the way, so the name is kept here.
 int JpegReadAgain(RasDesc *desc, uint32_t row, RasSl *sl) {
   char name[RasNameSize];
   RasCopyName(name, desc->state->name);
-  RasErrorFileScope scope(name);
   int rc = RasClose(desc);
   if (rc != RasOk) {
     return RasError("JpegReadSl", rc, 3);
@@ -742,7 +440,7 @@ void JpegStartEncoder(JpegPriv *priv, RasFile *file, const RasDesc *desc) {
   codec->image_height = desc->height;
   codec->input_components = static_cast<int>(desc->channels);
   codec->in_color_space = JpegColorSpaceOf(desc->model);
-  priv->merge = JpegMergeFor(desc->model);
+  priv->merge = RasJoinRowFor(desc->channels, desc->model == RasModelCmyk);
   jpeg_set_defaults(codec);
   // The defaults reset the density, so it is set after them.
   if (desc->resolution > 0.0F) {

@@ -41,8 +41,9 @@ void PrintFileName(FILE *log, const char *name) {
 
 }  // namespace
 
-RasErrorFileScope::RasErrorFileScope(const char *name) : previous_(gFileName) {
-  gFileName = name;
+RasErrorFileScope::RasErrorFileScope(const char *name) : previous_(gFileName), name_{} {
+  if (name) RasCopyName(name_, name);
+  gFileName = name ? name_ : nullptr;
 }
 RasErrorFileScope::~RasErrorFileScope() {
   gFileName = previous_;

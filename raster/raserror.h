@@ -4,7 +4,11 @@
 
 #include <cstdint>
 
-// Names the file in log lines for as long as it lives; scopes nest.
+#include "raster/rasfile.h"
+
+// Names the file in log lines for as long as it lives; scopes nest. It keeps
+// its own copy of the name: a format that reopens its file (JPEG going back to
+// an earlier row) frees the state block that held the name it was given.
 class RasErrorFileScope {
  public:
   explicit RasErrorFileScope(const char *name);
@@ -14,6 +18,7 @@ class RasErrorFileScope {
 
  private:
   const char *previous_;
+  char name_[RasNameSize];
 };
 
 // The probe turns reporting off, so a file that no reader accepts would leave

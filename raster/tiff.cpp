@@ -66,6 +66,7 @@
 #include "raster/ras.h"
 #include "raster/rasfile.h"
 #include "raster/rasstate.h"
+#include "raster/rowpack.h"
 
 namespace {
 
@@ -151,9 +152,6 @@ struct TiffEntry {
 };
 static_assert(sizeof(TiffEntry) == kEntrySize);
 
-using UnpackRow = void (*)(const uint8_t *src, uint8_t *const *planes, uint32_t width);
-using PackRow = void (*)(uint8_t *const *planes, uint8_t *dst, uint32_t width);
-
 struct TiffPriv {
   bool big;              // the file's byte order is "MM"
   uint32_t sampleBytes;  // bytes per sample in the file and in the planes
@@ -184,14 +182,14 @@ struct TiffPriv {
   // Where the file stands, so that consecutive rows need no seek; -1 when
   // unknown.
   int64_t position;
-  uint64_t rowBytes;    // a row of every sample
-  uint64_t planeBytes;  // a row of one sample
-  uint8_t *buffer;      // reading: one interleaved row; writing: one strip
-  uint32_t nextRow;     // writing: the only row accepted next
-  bool interleaved;     // several samples in one plane
-  uint8_t flip[4];      // XOR between the file's samples and the planes
-  UnpackRow unpack;     // interleaved reading
-  PackRow pack;         // interleaved writing
+  uint64_t rowBytes;     // a row of every sample
+  uint64_t planeBytes;   // a row of one sample
+  uint8_t *buffer;       // reading: one interleaved row; writing: one strip
+  uint32_t nextRow;      // writing: the only row accepted next
+  bool interleaved;      // several samples in one plane
+  uint8_t flip[4];       // XOR between the file's samples and the planes
+  RasSplitRowFn unpack;  // interleaved reading
+  RasJoinRowFn pack;     // interleaved writing
 };
 
 // ---- Fields in either byte order, byte by byte.
@@ -243,60 +241,31 @@ bool IsInteger(uint32_t type) {
 }
 
 // ---- Row routines, chosen once at open. The 8-bit ones.
+// Colour rows go through the library's shared interleave routines; only
+// L*a*b* needs its own pair, for the exchange of a and b between the signed
+// samples in the file and the offset samples in the planes.
 
-template <bool kLab>
-void Unpack3(const uint8_t *src, uint8_t *const *planes, uint32_t width) {
+void UnpackLab(const uint8_t *src, uint8_t *const *planes, uint32_t width) {
   const uint8_t *__restrict s = src;
   uint8_t *__restrict p0 = planes[0];
   uint8_t *__restrict p1 = planes[1];
   uint8_t *__restrict p2 = planes[2];
-  constexpr uint8_t kFlip = kLab ? 0x80 : 0;
   for (uint32_t x = 0; x < width; ++x) {
     p0[x] = s[3 * x];
-    p1[x] = s[3 * x + 1] ^ kFlip;
-    p2[x] = s[3 * x + 2] ^ kFlip;
+    p1[x] = s[3 * x + 1] ^ 0x80;
+    p2[x] = s[3 * x + 2] ^ 0x80;
   }
 }
 
-void Unpack4(const uint8_t *src, uint8_t *const *planes, uint32_t width) {
-  const uint8_t *__restrict s = src;
-  uint8_t *__restrict p0 = planes[0];
-  uint8_t *__restrict p1 = planes[1];
-  uint8_t *__restrict p2 = planes[2];
-  uint8_t *__restrict p3 = planes[3];
-  for (uint32_t x = 0; x < width; ++x) {
-    p0[x] = s[4 * x];
-    p1[x] = s[4 * x + 1];
-    p2[x] = s[4 * x + 2];
-    p3[x] = s[4 * x + 3];
-  }
-}
-
-template <bool kLab>
-void Pack3(uint8_t *const *planes, uint8_t *dst, uint32_t width) {
+void PackLab(uint8_t *dst, const uint8_t *const *planes, uint32_t width) {
   uint8_t *__restrict d = dst;
   const uint8_t *__restrict p0 = planes[0];
   const uint8_t *__restrict p1 = planes[1];
   const uint8_t *__restrict p2 = planes[2];
-  constexpr uint8_t kFlip = kLab ? 0x80 : 0;
   for (uint32_t x = 0; x < width; ++x) {
     d[3 * x] = p0[x];
-    d[3 * x + 1] = p1[x] ^ kFlip;
-    d[3 * x + 2] = p2[x] ^ kFlip;
-  }
-}
-
-void Pack4(uint8_t *const *planes, uint8_t *dst, uint32_t width) {
-  uint8_t *__restrict d = dst;
-  const uint8_t *__restrict p0 = planes[0];
-  const uint8_t *__restrict p1 = planes[1];
-  const uint8_t *__restrict p2 = planes[2];
-  const uint8_t *__restrict p3 = planes[3];
-  for (uint32_t x = 0; x < width; ++x) {
-    d[4 * x] = p0[x];
-    d[4 * x + 1] = p1[x];
-    d[4 * x + 2] = p2[x];
-    d[4 * x + 3] = p3[x];
+    d[3 * x + 1] = p1[x] ^ 0x80;
+    d[3 * x + 2] = p2[x] ^ 0x80;
   }
 }
 
@@ -602,8 +571,7 @@ void ChooseReadRows(TiffPriv *p, uint32_t model) {
   p->interleaved = p->samples > 1 && p->planar == 1;
   p->planeBytes = uint64_t{p->width} * p->sampleBytes;
   p->rowBytes = p->planeBytes * p->samples;
-  if (p->samples == 3) p->unpack = signedLab ? Unpack3<true> : Unpack3<false>;
-  if (p->samples == 4) p->unpack = Unpack4;
+  p->unpack = signedLab ? UnpackLab : RasSplitRowFor(p->samples, false);
 }
 
 int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
@@ -913,8 +881,7 @@ void ChooseWriteRows(TiffPriv *p, uint32_t model) {
   p->interleaved = p->samples > 1 && p->planar == 1;
   p->planeBytes = uint64_t{p->width} * p->sampleBytes;
   p->rowBytes = p->planeBytes * p->samples;
-  if (p->samples == 3) p->pack = lab ? Pack3<true> : Pack3<false>;
-  if (p->samples == 4) p->pack = Pack4;
+  p->pack = lab ? PackLab : RasJoinRowFor(p->samples, false);
 }
 
 int OpenWrite(const char *name, RasDesc *desc, uint32_t bits) {
@@ -1051,7 +1018,7 @@ int TiffWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
   const uint64_t left = p->height - first;
   const uint64_t rows = left < p->rowsPerStrip ? left : p->rowsPerStrip;
   if (p->interleaved) {
-    p->pack(sl->plane8, p->buffer + inStrip * p->rowBytes, p->width);
+    p->pack(p->buffer + inStrip * p->rowBytes, sl->plane8, p->width);
   } else {
     for (uint32_t k = 0; k < p->samples; ++k) {
       uint8_t *dst = p->buffer + (k * rows + inStrip) * p->planeBytes;
