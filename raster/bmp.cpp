@@ -9,7 +9,8 @@
 //               header is; refused rather than guessing at its layout);
 //               -1/21 a descriptor whose size the header fields cannot hold;
 //               -3/22 pixel data beyond 4 GiB (stride x height), which no
-//               32-bit file size can describe.
+//               32-bit file size can describe;
+//               -9/23 a width or height of 0.
 //   BmpReadSl   -1/5 row at or beyond the height; -1/6 a scanline record too
 //               narrow or missing a plane; -1/7 the file was opened for
 //               writing; -3/8 the record's planes could not be allocated.
@@ -308,6 +309,8 @@ int ParseInfo(RasState *state, BmpPriv *bmp, const uint8_t *rest, int64_t restSi
   if (GetU16(rest + 8) != 1) return Fail(state, "BmpOpen", RasErrFormat, 8);
   const uint32_t bits = GetU16(rest + 10);
   if (bits != 8 && bits != 24) return Fail(state, "BmpOpen", RasErrUnsupported, 9);
+  // A picture with no pixels is no photo, and would cost a call per empty row.
+  if (bmp->width == 0 || bmp->height == 0) return Fail(state, "BmpOpen", RasErrUnsupported, 23);
   bmp->bytesPerPixel = bits / 8;
   const int64_t stride = StrideOf(bmp->width, bmp->bytesPerPixel);
   if (stride > kMaxStride) return Fail(state, "BmpOpen", RasErrMemory, 10);

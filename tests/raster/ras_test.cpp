@@ -1,13 +1,12 @@
 // Descriptors, scanline records, the generic entry points and the error hook.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "raster/ras.h"
+#include "tests/raster/testutil.h"
 
 namespace {
 
@@ -124,45 +123,33 @@ TEST(RasGetInfo, AFileNoReaderAcceptsFailsAndLeavesNoState) {
   std::remove(path.c_str());
 }
 
-std::string ReadText(const std::string &path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 TEST(RasError, LogsRoutineCodeDetailAndFileWhenAsked) {
-  const std::string log = testing::TempDir() + "ras_error.log";
-  std::remove(log.c_str());
-  setenv("KORVEL_RAS_LOG", log.c_str(), 1);
+  testutil::ErrorLog log;
   RasDesc desc;
   ASSERT_EQ(RasSetDesc(&desc, RasFormatBmp, 4, 4, 3, RasModelRgb, 0.0f), RasOk);
   EXPECT_EQ(RasOpen("/nonexistent/photo.bmp", 'r', &desc), RasErrOpen);
-  const std::string text = ReadText(log);
-  EXPECT_NE(text.find("BmpOpen failed: code -4 (the file could not be opened) detail 1 "
-                      "file=/nonexistent/photo.bmp"),
+  EXPECT_NE(log.Text().find("BmpOpen failed: code -4 (the file could not be opened) detail 1 "
+                            "file=/nonexistent/photo.bmp"),
             std::string::npos)
-      << text;
+      << log.Text();
 
   // A probe that finds nothing says what each reader thought of the file.
-  std::remove(log.c_str());
-  const std::string junk = testing::TempDir() + "junk.bin";
-  std::ofstream(junk) << "BM junk";
+  log.Clear();
+  const std::string junk = testutil::TempPath("junk.bin");
+  testutil::WriteFile(junk, {'B', 'M', ' ', 'j', 'u', 'n', 'k'});
   EXPECT_NE(RasGetInfo(junk.c_str(), &desc), RasOk);
-  const std::string probe = ReadText(log);
+  const std::string probe = log.Text();
   EXPECT_NE(probe.find("RasGetInfo: no reader accepts the file file=" + junk), std::string::npos)
       << probe;
   EXPECT_NE(probe.find("  bmp: BmpOpen code -5"), std::string::npos) << probe;
   EXPECT_NE(probe.find("  jpeg: JpegOpen code -8"), std::string::npos) << probe;
 
   // With reporting off nothing is written.
-  std::remove(log.c_str());
+  log.Clear();
   const int previous = RasSetErrorReporting(0);
   EXPECT_EQ(RasError("Quiet", RasErrRead, 7), RasErrRead);
   RasSetErrorReporting(previous);
-  EXPECT_EQ(ReadText(log), "");
-  unsetenv("KORVEL_RAS_LOG");
-  std::remove(log.c_str());
+  EXPECT_EQ(log.Text(), "");
   std::remove(junk.c_str());
 }
 

@@ -6,9 +6,9 @@
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "raster/ras.h"
+#include "tests/raster/testutil.h"
 
 namespace {
 
@@ -32,42 +32,12 @@ Result RunTool(const std::string &args) {
 
 class Tool : public testing::Test {
  protected:
-  std::string dir = testing::TempDir();
-  std::string Path(const char *name) { return dir + "tool_" + name; }
-
-  // A small picture whose samples depend on position and channel.
-  void Write(const std::string &path, uint32_t format, uint32_t channels, uint32_t model,
-             uint32_t width = 5, uint32_t height = 3) {
-    RasDesc desc;
-    ASSERT_EQ(RasSetDesc(&desc, format, width, height, channels, model, 150.0f), RasOk);
-    ASSERT_EQ(RasOpen(path.c_str(), 'w', &desc), RasOk);
-    RasSl sl{};
-    ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
-    for (uint32_t y = 0; y < height; ++y) {
-      for (uint32_t k = 0; k < channels; ++k)
-        for (uint32_t x = 0; x < width; ++x)
-          sl.plane8[k][x] = Sample(x, y, k);
-      ASSERT_EQ(RasWriteSl(&desc, y, &sl), RasOk);
-    }
-    RasFreeSl(&sl);
-    ASSERT_EQ(RasClose(&desc), RasOk);
-  }
-  static uint8_t Sample(uint32_t x, uint32_t y, uint32_t k) {
-    return static_cast<uint8_t>(40 * x + 70 * y + 25 * k);
-  }
-  void ExpectSamples(const std::string &path, uint32_t channels) {
-    RasDesc desc{};
-    ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk);
-    ASSERT_EQ(RasOpen(path.c_str(), 'r', &desc), RasOk);
-    RasSl sl{};
-    for (uint32_t y = 0; y < desc.height; ++y) {
-      ASSERT_EQ(RasReadSl(&desc, y, &sl), RasOk);
-      for (uint32_t k = 0; k < channels; ++k)
-        for (uint32_t x = 0; x < desc.width; ++x)
-          EXPECT_EQ(sl.plane8[k][x], Sample(x, y, k)) << path << " " << x << "," << y << "," << k;
-    }
-    RasFreeSl(&sl);
-    RasClose(&desc);
+  static std::string Path(const char *name) { return testutil::TempPath(name); }
+  static void Write(const std::string &path, uint32_t format, uint32_t channels, uint32_t model,
+                    uint32_t width = 5, uint32_t height = 3) {
+    ASSERT_EQ(testutil::WritePicture(path, format, model,
+                                     testutil::Pattern(width, height, channels), 150.0f),
+              RasOk);
   }
 };
 
@@ -92,7 +62,9 @@ TEST_F(Tool, ConvertChoosesTheFormatByExtensionAndKeepsEverySample) {
   Write(bmp, RasFormatBmp, 3, RasModelRgb, 37, 11);
   ASSERT_EQ(RunTool("convert " + bmp + " " + tif).status, 0);
   ASSERT_EQ(RunTool("convert " + tif + " " + back).status, 0);
-  ExpectSamples(back, 3);
+  testutil::Picture picture;
+  ASSERT_EQ(testutil::ReadPicture(back, &picture), RasOk);
+  EXPECT_TRUE(picture == testutil::Pattern(37, 11, 3));
   ASSERT_EQ(RunTool("convert " + bmp + " " + odd + " --quality 90").status, 0);
   RasDesc desc{};
   ASSERT_EQ(RasGetInfo(tif.c_str(), &desc), RasOk);

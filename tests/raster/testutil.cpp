@@ -1,0 +1,166 @@
+#include "tests/raster/testutil.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+#include <regex>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace testutil {
+
+Bytes ReadFile(const std::string &path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteFile(const std::string &path, const Bytes &bytes) {
+  std::ofstream out(path, std::ios::binary);
+  out.write(reinterpret_cast<const char *>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
+}
+
+namespace {
+
+struct TempFiles {
+  std::vector<std::string> paths;
+  ~TempFiles() {
+    for (const auto &path : paths)
+      std::remove(path.c_str());
+  }
+};
+
+}  // namespace
+
+std::string TempPath(const std::string &name) {
+  static TempFiles files;
+  files.paths.push_back(testing::TempDir() + "korvel_" + std::to_string(getpid()) + "_" + name);
+  return files.paths.back();
+}
+
+uint32_t GetField(const Bytes &bytes, size_t at, int size, bool big) {
+  uint32_t value = 0;
+  for (int i = 0; i < size; ++i) {
+    const uint32_t byte = bytes.at(at + (big ? i : size - 1 - i));
+    value = value << 8 | byte;
+  }
+  return value;
+}
+
+void PutField(Bytes &bytes, size_t at, uint32_t value, int size, bool big) {
+  if (bytes.size() < at + size) bytes.resize(at + size);
+  for (int i = 0; i < size; ++i)
+    bytes[at + (big ? size - 1 - i : i)] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+bool operator==(const Picture &a, const Picture &b) {
+  return a.width == b.width && a.height == b.height && a.channels == b.channels &&
+         a.planes == b.planes;
+}
+
+Picture Pattern(uint32_t width, uint32_t height, uint32_t channels) {
+  Picture picture{width, height, channels,
+                  std::vector<Bytes>(channels, Bytes(size_t{width} * height))};
+  for (uint32_t k = 0; k < channels; ++k)
+    for (uint32_t y = 0; y < height; ++y)
+      for (uint32_t x = 0; x < width; ++x)
+        picture.At(x, y, k) = static_cast<uint8_t>(x * 7 + y * 13 + k * 61 + (x * y) % 5);
+  return picture;
+}
+
+int MaxDifference(const Picture &a, const Picture &b) {
+  int most = 0;
+  for (uint32_t k = 0; k < a.channels; ++k)
+    for (size_t i = 0; i < a.planes[k].size(); ++i)
+      most = std::max(most, std::abs(a.planes[k][i] - b.planes[k][i]));
+  return most;
+}
+
+int WritePicture(const char *name, uint32_t format, uint32_t model, const Picture &picture,
+                 float resolution) {
+  RasDesc desc;
+  int code =
+      RasSetDesc(&desc, format, picture.width, picture.height, picture.channels, model, resolution);
+  if (code == RasOk) code = RasOpen(name, 'w', &desc);
+  if (code != RasOk) return code;
+  RasSl sl{};
+  sl.width = picture.width;
+  sl.channels = picture.channels;
+  for (uint32_t y = 0; y < picture.height && code == RasOk; ++y) {
+    for (uint32_t k = 0; k < picture.channels; ++k)
+      sl.plane8[k] = const_cast<uint8_t *>(&picture.planes[k][size_t{y} * picture.width]);
+    code = RasWriteSl(&desc, y, &sl);
+  }
+  const int closed = RasClose(&desc);
+  return code != RasOk ? code : closed;
+}
+
+int ReadPicture(const char *name, Picture *picture, RasDesc *desc,
+                const std::vector<uint32_t> &order) {
+  RasDesc local{};
+  RasDesc *d = desc ? desc : &local;
+  int code = RasGetInfo(name, d);
+  if (code == RasOk) code = RasOpen(name, 'r', d);
+  if (code != RasOk) return code;
+  *picture = Picture{d->width, d->height, d->channels,
+                     std::vector<Bytes>(d->channels, Bytes(size_t{d->width} * d->height))};
+  std::vector<uint32_t> rows = order;
+  if (rows.empty())
+    for (uint32_t y = 0; y < d->height; ++y)
+      rows.push_back(y);
+  RasSl sl{};
+  for (uint32_t y : rows) {
+    code = RasReadSl(d, y, &sl);
+    if (code != RasOk) break;
+    for (uint32_t k = 0; k < d->channels; ++k)
+      std::copy_n(sl.plane8[k], d->width, &picture->At(0, y, k));
+  }
+  RasFreeSl(&sl);
+  const int closed = RasClose(d);
+  return code != RasOk ? code : closed;
+}
+
+std::ostream &operator<<(std::ostream &out, const Logged &logged) {
+  return out << logged.function << " " << logged.code << "/" << logged.detail;
+}
+
+ErrorLog::ErrorLog() : path_(TempPath("errors.log")) {
+  std::remove(path_.c_str());
+  setenv("KORVEL_RAS_LOG", path_.c_str(), 1);
+}
+
+ErrorLog::~ErrorLog() {
+  unsetenv("KORVEL_RAS_LOG");
+  std::remove(path_.c_str());
+}
+
+std::string ErrorLog::Text() const {
+  std::ifstream in(path_);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void ErrorLog::Clear() const {
+  std::remove(path_.c_str());
+}
+
+Logged ErrorLog::Last() const {
+  static const std::regex line(
+      R"(korvel-raster: (\w+) failed: code (-?\d+) \(.*\) detail (-?\d+))");
+  Logged last;
+  std::stringstream text(Text());
+  std::string row;
+  std::smatch m;
+  while (std::getline(text, row))
+    if (std::regex_search(row, m, line)) last = {m[1], std::stoi(m[2]), std::stoi(m[3])};
+  return last;
+}
+
+}  // namespace testutil

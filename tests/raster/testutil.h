@@ -1,0 +1,85 @@
+// Helpers shared by the raster library's tests: whole-file bytes, a planar
+// picture with a known pattern written and read through the generic entry
+// points, and the error log read back to see which check refused.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "raster/ras.h"
+
+namespace testutil {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes ReadFile(const std::string &path);
+void WriteFile(const std::string &path, const Bytes &bytes);
+// A path under the test's temporary folder, unique to this process; the file
+// is removed when the process ends.
+std::string TempPath(const std::string &name);
+
+// Little-endian or big-endian fields of `size` bytes, as files store them.
+uint32_t GetField(const Bytes &bytes, size_t at, int size, bool big = false);
+void PutField(Bytes &bytes, size_t at, uint32_t value, int size, bool big = false);
+
+// A planar 8-bit picture, planes in the library's order, top row first.
+struct Picture {
+  uint32_t width = 0, height = 0, channels = 0;
+  std::vector<Bytes> planes;
+  uint8_t &At(uint32_t x, uint32_t y, uint32_t k) { return planes[k][size_t{y} * width + x]; }
+  uint8_t At(uint32_t x, uint32_t y, uint32_t k) const { return planes[k][size_t{y} * width + x]; }
+};
+bool operator==(const Picture &a, const Picture &b);
+
+// Samples that differ by position and channel, so a swapped plane, a row out
+// of place or a pixel off by one shows.
+Picture Pattern(uint32_t width, uint32_t height, uint32_t channels);
+// The largest difference between two pictures of the same shape.
+int MaxDifference(const Picture &a, const Picture &b);
+
+// Writes every row through RasSetDesc, RasOpen, RasWriteSl and RasClose;
+// returns the first failing code.
+// `name` may be a memory-block name.
+int WritePicture(const char *name, uint32_t format, uint32_t model, const Picture &picture,
+                 float resolution = 72.0f);
+inline int WritePicture(const std::string &name, uint32_t format, uint32_t model,
+                        const Picture &picture, float resolution = 72.0f) {
+  return WritePicture(name.c_str(), format, model, picture, resolution);
+}
+// Probes and reads every row in `order` (all rows top first when empty);
+// `desc` receives what the probe filled in. Returns the first failing code.
+int ReadPicture(const char *name, Picture *picture, RasDesc *desc = nullptr,
+                const std::vector<uint32_t> &order = {});
+inline int ReadPicture(const std::string &name, Picture *picture, RasDesc *desc = nullptr,
+                       const std::vector<uint32_t> &order = {}) {
+  return ReadPicture(name.c_str(), picture, desc, order);
+}
+
+// What RasError last reported, read back from the log it writes.
+struct Logged {
+  std::string function;
+  int code = 0;
+  int detail = -1;
+  bool operator==(const Logged &other) const {
+    return function == other.function && code == other.code && detail == other.detail;
+  }
+};
+std::ostream &operator<<(std::ostream &out, const Logged &logged);
+
+// Points KORVEL_RAS_LOG at a fresh file for as long as it lives.
+class ErrorLog {
+ public:
+  ErrorLog();
+  ~ErrorLog();
+  ErrorLog(const ErrorLog &) = delete;
+  ErrorLog &operator=(const ErrorLog &) = delete;
+  Logged Last() const;  // the last report, or an empty one
+  std::string Text() const;
+  void Clear() const;
+
+ private:
+  std::string path_;
+};
+
+}  // namespace testutil
