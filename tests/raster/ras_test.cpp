@@ -31,23 +31,13 @@ TEST(RasDesc, SetDescRefusesBadValuesAndLeavesTheDescriptorAlone) {
 }
 
 TEST(RasDesc, SetDescFillsEveryWordWithTheFormatsMaxval) {
-  const struct {
-    uint32_t format, maxval;
-  } formats[] = {{1, 255}, {2, 255}, {3, 255},  {4, 255}, {5, 255},
-                 {6, 255}, {7, 255}, {8, 1023}, {9, 255}, {10, 65535}};
-  for (const auto &f : formats) {
+  const uint32_t maxval[] = {0, 255, 255, 255, 255, 255, 255, 255, 1023, 255, 65535};
+  for (uint32_t format = 1; format <= 10; ++format) {
     RasDesc desc;
     std::memset(&desc, 0x5a, sizeof desc);
-    ASSERT_EQ(RasSetDesc(&desc, f.format, 640, 480, 4, RasModelCmyk, -1.0f), RasOk);
-    EXPECT_EQ(desc.width, 640u);
-    EXPECT_EQ(desc.height, 480u);
-    EXPECT_EQ(desc.channels, 4u);
-    EXPECT_EQ(desc.model, RasModelCmyk);
-    EXPECT_EQ(desc.format, f.format);
-    EXPECT_EQ(desc.flags, 0u);
-    EXPECT_EQ(desc.maxval, f.maxval);
-    EXPECT_EQ(desc.resolution, -1.0f);
-    EXPECT_EQ(desc.state, nullptr);
+    ASSERT_EQ(RasSetDesc(&desc, format, 640, 480, 4, RasModelCmyk, -1.0f), RasOk);
+    const RasDesc want{640, 480, 4, RasModelCmyk, format, 0, maxval[format], -1.0f, nullptr};
+    EXPECT_TRUE(SameDesc(desc, want)) << format;
   }
 }
 
