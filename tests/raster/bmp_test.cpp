@@ -50,26 +50,6 @@ std::vector<uint32_t> Mixed(uint32_t height) {
   return rows;
 }
 
-// Writes `p` row by row in `order` (mixed when empty); `desc` keeps what
-// the writer stored back.
-int Write(const char *name, uint32_t model, const Picture &p, float resolution, RasDesc *desc,
-          std::vector<uint32_t> order = {}) {
-  int code = RasSetDesc(desc, RasFormatBmp, p.width, p.height, p.channels, model, resolution);
-  if (code == RasOk) code = RasOpen(name, 'w', desc);
-  if (code != RasOk) return code;
-  if (order.empty()) order = Mixed(p.height);
-  RasSl sl{};
-  sl.width = p.width;
-  sl.channels = p.channels;
-  for (uint32_t y : order) {
-    for (uint32_t k = 0; k < p.channels; ++k)
-      sl.plane8[k] = const_cast<uint8_t *>(&p.planes[k][size_t{y} * p.width]);
-    if ((code = RasWriteSl(desc, y, &sl)) != RasOk) break;
-  }
-  const int closed = RasClose(desc);
-  return code != RasOk ? code : closed;
-}
-
 // The result and the log's last report; clears the log so that the next
 // check needs a report of its own.
 void ExpectError(const ErrorLog &log, int result, const char *function, int code, int detail) {
@@ -100,7 +80,8 @@ TEST(Bmp, WritesExactBytesAndReadsThemBack) {
       const Picture p = Pattern(width, height, bpp);
       const std::vector<uint32_t> order = Mixed(height);
       RasDesc desc;
-      ASSERT_EQ(Write(path.c_str(), model, p, grey ? 72.0f : -1.0f, &desc, order), RasOk);
+      ASSERT_EQ(WritePicture(path, RasFormatBmp, model, p, grey ? 72.0f : -1.0f, &desc, order),
+                RasOk);
       EXPECT_EQ(desc.resolution, grey ? 72.0f : 300.0f);
       int64_t now = 0;
       EXPECT_TRUE(RasFileGetOption(RasFileOptExpectedSize, &now) == RasOk && now == option);
@@ -265,8 +246,10 @@ TEST(Bmp, WriterRefusesWithItsDetail) {
     RasMakeMemName(&mem, block.data(), block.size());
     const Picture p = Pattern(2, 2, model == RasModelGray ? 1 : model == RasModelRgb ? 3 : 4);
     RasDesc desc;
-    ExpectError(log, Write(RasMemNameOf(mem), model, p, 300.0f, &desc, order), function, code,
-                detail);
+    ExpectError(log,
+                WritePicture(RasMemNameOf(mem), RasFormatBmp, model, p, 300.0f, &desc,
+                             order.empty() ? Mixed(p.height) : order),
+                function, code, detail);
     EXPECT_EQ(desc.state, nullptr);
   }
 }

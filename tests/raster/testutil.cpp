@@ -83,21 +83,26 @@ int MaxDifference(const Picture &a, const Picture &b) {
 }
 
 int WritePicture(const char *name, uint32_t format, uint32_t model, const Picture &picture,
-                 float resolution) {
-  RasDesc desc;
+                 float resolution, RasDesc *desc, const std::vector<uint32_t> &order) {
+  RasDesc local;
+  RasDesc *d = desc ? desc : &local;
   int code =
-      RasSetDesc(&desc, format, picture.width, picture.height, picture.channels, model, resolution);
-  if (code == RasOk) code = RasOpen(name, 'w', &desc);
+      RasSetDesc(d, format, picture.width, picture.height, picture.channels, model, resolution);
+  if (code == RasOk) code = RasOpen(name, 'w', d);
   if (code != RasOk) return code;
+  std::vector<uint32_t> rows = order;
+  if (rows.empty())
+    for (uint32_t y = 0; y < picture.height; ++y)
+      rows.push_back(y);
   RasSl sl{};
   sl.width = picture.width;
   sl.channels = picture.channels;
-  for (uint32_t y = 0; y < picture.height && code == RasOk; ++y) {
+  for (uint32_t y : rows) {
     for (uint32_t k = 0; k < picture.channels; ++k)
       sl.plane8[k] = const_cast<uint8_t *>(&picture.planes[k][size_t{y} * picture.width]);
-    code = RasWriteSl(&desc, y, &sl);
+    if ((code = RasWriteSl(d, y, &sl)) != RasOk) break;
   }
-  const int closed = RasClose(&desc);
+  const int closed = RasClose(d);
   return code != RasOk ? code : closed;
 }
 

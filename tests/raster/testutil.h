@@ -38,14 +38,16 @@ Picture Pattern(uint32_t width, uint32_t height, uint32_t channels);
 // The largest difference between two pictures of the same shape.
 int MaxDifference(const Picture &a, const Picture &b);
 
-// Writes every row through RasSetDesc, RasOpen, RasWriteSl and RasClose;
-// returns the first failing code.
-// `name` may be a memory-block name.
+// Writes every row in `order` (top first when empty) through RasSetDesc,
+// RasOpen, RasWriteSl and RasClose; `desc` keeps what the writer stored back.
+// Returns the first failing code. `name` may be a memory-block name.
 int WritePicture(const char *name, uint32_t format, uint32_t model, const Picture &picture,
-                 float resolution = 72.0f);
+                 float resolution = 72.0f, RasDesc *desc = nullptr,
+                 const std::vector<uint32_t> &order = {});
 inline int WritePicture(const std::string &name, uint32_t format, uint32_t model,
-                        const Picture &picture, float resolution = 72.0f) {
-  return WritePicture(name.c_str(), format, model, picture, resolution);
+                        const Picture &picture, float resolution = 72.0f, RasDesc *desc = nullptr,
+                        const std::vector<uint32_t> &order = {}) {
+  return WritePicture(name.c_str(), format, model, picture, resolution, desc, order);
 }
 // Probes and reads every row in `order` (all rows top first when empty);
 // `desc` receives what the probe filled in. Returns the first failing code.
