@@ -256,6 +256,7 @@ int RasGetInfo(const char *name, RasDesc *desc) {
   for (uint32_t format : kProbeOrder) {
     RasStateReset(desc->state);
     desc->format = format;
+    log.Trying();
     code = DispatchOpen(name, 'r', desc);
     if (code == RasOk) {
       (void)DispatchClose(desc);

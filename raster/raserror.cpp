@@ -13,11 +13,17 @@ namespace {
 int gReporting = 1;
 const char *gFileName = nullptr;
 
-struct LastError {
+struct Report {
   const char *function = "";
   int code = 0;
   int detail = 0;
-} gLast;
+};
+// The first report of a format's routine since the probe began trying that
+// format: the innermost check that refused, which says more than the open
+// routine's own report. The file layer's reports only say that a read fell
+// short, so the format's report about it is the one kept.
+Report gFirst;
+bool gFirstTaken = false;
 
 // The log destination is read at each report, so a user can turn it on for
 // one run without anything else changing.
@@ -50,13 +56,16 @@ RasErrorFileScope::~RasErrorFileScope() {
 }
 
 int RasError(const char *function, int code, int detail) {
-  gLast = {function ? function : "", code, detail};
+  if (!gFirstTaken && function && std::strncmp(function, "RasFile", 7) != 0) {
+    gFirst = {function, code, detail};
+    gFirstTaken = true;
+  }
   if (!gReporting) return code;
   bool close = false;
   FILE *log = OpenLog(&close);
   if (!log) return code;
-  std::fprintf(log, "korvel-raster: %s failed: code %d (%s) detail %d", gLast.function, code,
-               RasErrorText(code), detail);
+  std::fprintf(log, "korvel-raster: %s failed: code %d (%s) detail %d", function ? function : "",
+               code, RasErrorText(code), detail);
   PrintFileName(log, gFileName);
   std::fputc('\n', log);
   if (close) std::fclose(log);
@@ -104,8 +113,12 @@ const char *RasErrorText(int code) {
 
 RasProbeLog::RasProbeLog() : refusals_{}, count_(0) {}
 
+void RasProbeLog::Trying() {
+  gFirstTaken = false;
+}
+
 void RasProbeLog::Refused(uint32_t format) {
-  if (count_ < 10) refusals_[count_++] = {format, gLast.function, gLast.code, gLast.detail};
+  if (count_ < 10) refusals_[count_++] = {format, gFirst.function, gFirst.code, gFirst.detail};
 }
 
 void RasProbeLog::Write(const char *name) const {

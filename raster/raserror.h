@@ -27,7 +27,8 @@ class RasErrorFileScope {
 class RasProbeLog {
  public:
   RasProbeLog();
-  void Refused(uint32_t format);  // takes the last error RasError saw
+  void Trying();                  // a format's attempt begins
+  void Refused(uint32_t format);  // takes the first report of the attempt
   void Write(const char *name) const;
 
  private:

@@ -15,6 +15,7 @@ int RunInfo(int argc, char **argv) {
     const int code = RasGetInfo(argv[i], &desc);
     if (code != RasOk) {
       std::printf("%s: error %d %s\n", argv[i], code, RasErrorText(code));
+      std::fflush(stdout);  // before any log lines the library wrote to standard error
       status = 1;
       continue;
     }
