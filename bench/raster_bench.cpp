@@ -1,6 +1,7 @@
 // Times the raster library's hot paths against peers on the same input in the
 // same run, and prints one line per comparison:
 //   bench NAME ours_ms=X peer=PEER peer_ms=Y ratio=X/Y
+// and "info" lines with the throughputs and sizes behind them.
 // Usage: raster_bench DIR RUNS, where DIR holds photo.ppm and photo.jpg.
 #include <fcntl.h>
 #include <spawn.h>
@@ -140,7 +141,7 @@ void UncompressedBench(const Photo &photo, uint32_t format, const std::string &p
   });
   Report((name + "_write").c_str(), write, "memcpy", copy);
   Report((name + "_read").c_str(), read, "memcpy", copy);
-  std::printf("bench %s_throughput write_gb_s=%.2f read_gb_s=%.2f memcpy_gb_s=%.2f\n", name.c_str(),
+  std::printf("info %s_throughput write_gb_s=%.2f read_gb_s=%.2f memcpy_gb_s=%.2f\n", name.c_str(),
               bytes / write / 1e6, bytes / read / 1e6, bytes / copy / 1e6);
 }
 
@@ -174,7 +175,7 @@ int main(int argc, char **argv) {
         {"cjpeg", "-quality", "100", "-baseline", "-restart", "1", "-outfile", theirs, ppm});
   });
   Report("jpeg_encode", encode, "cjpeg", cjpeg);
-  std::printf("bench jpeg_encode_size ours_bytes=%ld peer_bytes=%ld\n", FileSize(ours),
+  std::printf("info jpeg_encode_size ours_bytes=%ld peer_bytes=%ld\n", FileSize(ours),
               FileSize(theirs));
 
   UncompressedBench(photo, RasFormatBmp, dir + "/photo.bmp", runs);
