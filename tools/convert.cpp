@@ -1,31 +1,16 @@
 // korvel-raster convert: every row of one file into another, streamed one
 // scanline at a time, the output format chosen by the output name's extension.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <strings.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "raster/jpeg.h"
 #include "raster/ras.h"
 #include "tools/commands.h"
+#include "tools/toolio.h"
 
 namespace {
-
-// The application saves by extension: jpg, bmp, tif or tiff; anything else
-// becomes JPEG, so a photo is never refused for an odd name.
-uint32_t FormatForName(const char *path) {
-  const char *slash = std::strrchr(path, '/');
-  const char *dot = std::strrchr(slash ? slash : path, '.');
-  const char *ext = dot ? dot + 1 : "";
-  if (strcasecmp(ext, "bmp") == 0) return RasFormatBmp;
-  if (strcasecmp(ext, "tif") == 0 || strcasecmp(ext, "tiff") == 0) return RasFormatTiff;
-  return RasFormatJpeg;
-}
 
 bool FormatStoresModel(uint32_t format, uint32_t model) {
   switch (format) {
@@ -53,70 +38,6 @@ const char *ModelName(uint32_t model) {
     default:
       return "unknown-model";
   }
-}
-
-// An open descriptor that is closed however the conversion ends.
-struct OpenRaster {
-  RasDesc desc{};
-  ~OpenRaster() {
-    if (desc.state) RasClose(&desc);
-  }
-};
-
-struct Scanline {
-  RasSl sl{};
-  ~Scanline() { RasFreeSl(&sl); }
-};
-
-class JpegQualityScope {
- public:
-  explicit JpegQualityScope(int quality) {
-    JpegGetOption(JpegOptQuality, &saved_);
-    ok_ = JpegSetOption(JpegOptQuality, quality) == RasOk;
-  }
-  ~JpegQualityScope() { (void)JpegSetOption(JpegOptQuality, saved_); }
-  bool ok() const { return ok_; }
-
- private:
-  int saved_ = 75;
-  bool ok_ = false;
-};
-
-// The output is written beside its final name and renamed into place only when
-// every row is in, so a failed conversion never leaves a damaged file and never
-// destroys a file that was there before.
-class OutputFile {
- public:
-  explicit OutputFile(const char *path) : path_(path), temp_(std::string(path) + ".XXXXXX") {
-    const int fd = mkstemp(temp_.data());
-    if (fd < 0) {
-      temp_.clear();
-      return;
-    }
-    const mode_t mask = umask(0);
-    umask(mask);
-    (void)fchmod(fd, 0666 & ~mask);
-    close(fd);
-  }
-  ~OutputFile() {
-    if (!temp_.empty()) unlink(temp_.c_str());
-  }
-  const char *temp() const { return temp_.empty() ? nullptr : temp_.c_str(); }
-  bool Commit() {
-    if (std::rename(temp_.c_str(), path_) != 0) return false;
-    temp_.clear();
-    return true;
-  }
-
- private:
-  const char *path_;
-  std::string temp_;
-};
-
-int Fail(const char *name, const char *what, int code) {
-  std::fprintf(stderr, "korvel-raster: %s: %s: %s (code %d)\n", name, what, RasErrorText(code),
-               code);
-  return 1;
 }
 
 // Files of more than 8 bits a sample go into 8-bit formats scaled to 0..255.
