@@ -3,11 +3,6 @@
 //   bench NAME ours_ms=X peer=PEER peer_ms=Y ratio=X/Y
 // and "info" lines with the throughputs and sizes behind them.
 // Usage: raster_bench DIR RUNS, where DIR holds photo.ppm and photo.jpg.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -17,10 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "bench/spawn.h"
 #include "raster/jpeg.h"
 #include "raster/ras.h"
-
-extern char **environ;
 
 namespace {
 
@@ -40,21 +34,12 @@ double MedianMs(int runs, const std::function<bool()> &work) {
   return times[times.size() / 2];
 }
 
-// Runs a peer program with its standard output thrown away.
 bool Spawn(std::vector<std::string> args) {
   std::vector<char *> argv;
   for (auto &a : args)
     argv.push_back(a.data());
   argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  pid_t pid;
-  const int failed = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  int status = 0;
-  return !failed && waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
-         WEXITSTATUS(status) == 0;
+  return SpawnQuiet(argv.data());
 }
 
 void Report(const char *name, double ours, const char *peer, double theirs) {
