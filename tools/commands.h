@@ -4,3 +4,7 @@
 
 int RunInfo(int argc, char **argv);
 int RunConvert(int argc, char **argv);
+int RunRotate(int argc, char **argv);
+int RunCrop(int argc, char **argv);
+int RunZoom(int argc, char **argv);
+int RunRedEye(int argc, char **argv);

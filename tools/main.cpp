@@ -14,6 +14,14 @@ const char kUsage[] =
     "  convert IN OUT [--quality N]    read IN and write OUT in the format of OUT's\n"
     "                                  extension: jpg (or anything else) JPEG, bmp BMP,\n"
     "                                  tif or tiff TIFF; JPEG quality N, default 100\n"
+    "  rotate left|right|180 IN OUT    turn the photo a quarter or half turn\n"
+    "  crop LEFT TOP WIDTH HEIGHT IN OUT\n"
+    "                                  keep the rectangle, which must lie in the photo\n"
+    "  zoom PERCENT IN OUT             25, 50 or 75 (filtered reduction), 100, 200,\n"
+    "                                  400 or 800 (pixel replication)\n"
+    "  redeye X Y IN OUT               grey the red patch around pixel X, Y\n"
+    "                                  (edits read any model as RGB, as the application\n"
+    "                                  does, and write OUT by its extension)\n"
     "  --help                          this text\n"
     "\n"
     "Set KORVEL_RAS_LOG to a file name, or - for standard error, to see why a file\n"
@@ -32,8 +40,13 @@ int main(int argc, char **argv) {
     std::fputs(kUsage, stdout);
     return 0;
   }
-  if (std::strcmp(command, "info") == 0) return RunInfo(argc - 2, argv + 2);
-  if (std::strcmp(command, "convert") == 0) return RunConvert(argc - 2, argv + 2);
+  static const struct {
+    const char *name;
+    int (*run)(int, char **);
+  } kCommands[] = {{"info", RunInfo}, {"convert", RunConvert}, {"rotate", RunRotate},
+                   {"crop", RunCrop}, {"zoom", RunZoom},       {"redeye", RunRedEye}};
+  for (const auto &c : kCommands)
+    if (std::strcmp(command, c.name) == 0) return c.run(argc - 2, argv + 2);
   std::fprintf(stderr, "korvel-raster: unknown command '%s' (try --help)\n", command);
   return 2;
 }
