@@ -18,6 +18,7 @@
 #include "raster/rasrgb.h"
 
 #include <cmath>
+#include <cstring>
 
 namespace {
 
@@ -62,6 +63,13 @@ int RasSlToRgb(const RasSl *sl, const RasDesc *desc, uint8_t *red, uint8_t *gree
   if (!sl || !desc || !red || !green || !blue) return RasError("RasSlToRgb", RasErrArg, 0);
   const Samples at{sl, desc->maxval};
   const uint32_t width = desc->width;
+  if (desc->maxval <= 255 && (desc->model == RasModelRgb || desc->model == RasModelGray)) {
+    const bool grey = desc->model == RasModelGray;
+    std::memcpy(red, sl->plane8[0], width);
+    std::memcpy(green, sl->plane8[grey ? 0 : 1], width);
+    std::memcpy(blue, sl->plane8[grey ? 0 : 2], width);
+    return RasOk;
+  }
   switch (desc->model) {
     case RasModelGray:
       for (uint32_t x = 0; x < width; ++x)

@@ -11,7 +11,7 @@ packages=(build-essential cmake pkg-config libjpeg62-turbo-dev libgtest-dev
 for group in "$@"; do
   case "$group" in
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    --bench) packages+=(libjpeg-turbo-progs time) ;;
+    --bench) packages+=(libjpeg-turbo-progs time libvips-tools imagemagick) ;;
     *) echo "setup.sh: unknown option $group" >&2; exit 2 ;;
   esac
 done

@@ -37,11 +37,15 @@ int Load(const char *path, Photo *photo) {
   photo->resolution = in.desc.resolution;
   Scanline row;
   PlanarImage &p = *photo->image;
+  // RGB rows are read straight into the planes; other models go through a
+  // scanline of their own and are converted.
+  const bool direct = in.desc.model == RasModelRgb && in.desc.maxval <= 255;
   for (uint32_t y = 0; y < in.desc.height; ++y) {
-    code = RasReadSl(&in.desc, y, &row.sl);
     const size_t at = size_t{y} * static_cast<size_t>(p.rowStride);
-    if (code == RasOk)
-      code = RasSlToRgb(&row.sl, &in.desc, p.planes[0] + at, p.planes[1] + at, p.planes[2] + at);
+    RasSl into{in.desc.width, 3, {p.planes[0] + at, p.planes[1] + at, p.planes[2] + at}, {}};
+    code = RasReadSl(&in.desc, y, direct ? &into : &row.sl);
+    if (code == RasOk && !direct)
+      code = RasSlToRgb(&row.sl, &in.desc, into.plane8[0], into.plane8[1], into.plane8[2]);
     if (code != RasOk) return Fail(path, "cannot read a row", code);
   }
   return 0;
