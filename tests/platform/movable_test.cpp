@@ -1,0 +1,63 @@
+// Movable blocks: zeroing, locks, resizing that keeps contents, refusals.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "platform/movable.h"
+
+namespace {
+
+TEST(Movable, AllocZeroesOnRequestAndCountsLocks) {
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 4096);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(GlobalSize(block), 4096u);
+  auto *bytes = static_cast<uint8_t *>(GlobalLock(block));
+  ASSERT_NE(bytes, nullptr);
+  for (int i = 0; i < 4096; ++i)
+    ASSERT_EQ(bytes[i], 0) << i;
+  EXPECT_EQ(GlobalLock(block), bytes);
+  EXPECT_EQ(GlobalLockCount(block), 2u);
+  EXPECT_TRUE(GlobalUnlock(block));   // one lock left
+  EXPECT_FALSE(GlobalUnlock(block));  // now unlocked
+  EXPECT_FALSE(GlobalUnlock(block));  // unlocking an unlocked block changes nothing
+  EXPECT_EQ(GlobalLockCount(block), 0u);
+  EXPECT_EQ(GlobalFree(block), nullptr);
+}
+
+TEST(Movable, ReAllocKeepsContentsZeroesTheRestAndRespectsLocks) {
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, 8);
+  ASSERT_NE(block, nullptr);
+  std::memcpy(GlobalLock(block), "korvel!", 8);
+  // Locked: growing needs leave to move; shrinking is always allowed.
+  EXPECT_EQ(GlobalReAlloc(block, 1 << 20, 0), nullptr);
+  EXPECT_EQ(GlobalSize(block), 8u);
+  EXPECT_EQ(GlobalReAlloc(block, 6, 0), block);
+  EXPECT_EQ(GlobalReAlloc(block, 1 << 20, GMEM_MOVEABLE | GMEM_ZEROINIT), block);
+  GlobalUnlock(block);
+  auto *bytes = static_cast<uint8_t *>(GlobalLock(block));
+  EXPECT_EQ(std::memcmp(bytes, "korvel", 6), 0);
+  for (int i = 6; i < 1 << 20; i += 4099)
+    ASSERT_EQ(bytes[i], 0) << i;
+  EXPECT_EQ(GlobalReAlloc(block, 0, 0), nullptr);  // cannot empty a locked block
+  GlobalUnlock(block);
+  EXPECT_EQ(GlobalReAlloc(block, 0, 0), block);
+  EXPECT_EQ(GlobalLock(block), nullptr);  // no bytes to reach
+  EXPECT_EQ(GlobalFree(block), nullptr);
+}
+
+TEST(Movable, HandlesThatNameNoLiveBlockAreRefused) {
+  HGLOBAL block = GlobalAlloc(GMEM_FIXED, 16);
+  GlobalLock(block);
+  EXPECT_EQ(GlobalFree(block), nullptr);  // a locked block can be freed
+  // The stale handle is never dereferenced.
+  EXPECT_EQ(GlobalLock(block), nullptr);
+  EXPECT_FALSE(GlobalUnlock(block));
+  EXPECT_EQ(GlobalReAlloc(block, 32, GMEM_MOVEABLE), nullptr);
+  EXPECT_EQ(GlobalSize(block), 0u);
+  EXPECT_EQ(GlobalFree(block), block);
+  EXPECT_EQ(GlobalFree(nullptr), nullptr);
+  // Running out of memory is a null result.
+  EXPECT_EQ(GlobalAlloc(GMEM_MOVEABLE, SIZE_MAX / 2), nullptr);
+}
+
+}  // namespace
