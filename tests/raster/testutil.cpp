@@ -1,5 +1,6 @@
 #include "tests/raster/testutil.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -129,6 +130,19 @@ int ReadPicture(const char *name, Picture *picture, RasDesc *desc,
   RasFreeSl(&sl);
   const int closed = RasClose(d);
   return code != RasOk ? code : closed;
+}
+
+ToolResult RunTool(const std::string &args) {
+  const std::string command = std::string(KORVEL_TOOL_PATH) + " " + args + " 2>&1";
+  ToolResult result;
+  FILE *pipe = popen(command.c_str(), "r");
+  if (!pipe) return result;
+  char buffer[512];
+  while (std::fgets(buffer, sizeof buffer, pipe))
+    result.out += buffer;
+  const int status = pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
 }
 
 std::ostream &operator<<(std::ostream &out, const Logged &logged) {

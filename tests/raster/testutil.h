@@ -58,6 +58,14 @@ inline int ReadPicture(const std::string &name, Picture *picture, RasDesc *desc 
   return ReadPicture(name.c_str(), picture, desc, order);
 }
 
+// korvel-raster run as a user runs it: its exit status, and its standard
+// output and standard error together.
+struct ToolResult {
+  int status = -1;
+  std::string out;
+};
+ToolResult RunTool(const std::string &args);
+
 // What RasError last reported, read back from the log it writes.
 struct Logged {
   std::string function;

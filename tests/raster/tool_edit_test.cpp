@@ -1,10 +1,8 @@
 // korvel-raster's edit commands as a user runs them: the same pixel routines
 // the editing view uses, on every model the library reads.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <string>
 
 #include "raster/ras.h"
@@ -15,16 +13,9 @@ namespace {
 using namespace testutil;
 
 int RunEdit(const std::string &args, std::string *out = nullptr) {
-  const std::string command = std::string(KORVEL_TOOL_PATH) + " " + args + " 2>&1";
-  FILE *pipe = popen(command.c_str(), "r");
-  if (!pipe) return -1;
-  char buffer[512];
-  std::string text;
-  while (std::fgets(buffer, sizeof buffer, pipe))
-    text += buffer;
-  if (out) *out = text;
-  const int status = pclose(pipe);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  const ToolResult result = RunTool(args);
+  if (out) *out = result.out;
+  return result.status;
 }
 
 TEST(ToolEdit, RotatingRightFourTimesAndLeftThenRightGiveTheOriginal) {

@@ -1,6 +1,5 @@
 // korvel-raster as a user runs it: output lines, exit codes, messages, files.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdio>
 #include <fstream>
@@ -12,23 +11,7 @@
 
 namespace {
 
-struct Result {
-  int status;
-  std::string out;  // standard output and standard error together
-};
-
-Result RunTool(const std::string &args) {
-  const std::string command = std::string(KORVEL_TOOL_PATH) + " " + args + " 2>&1";
-  FILE *pipe = popen(command.c_str(), "r");
-  Result result{-1, ""};
-  if (!pipe) return result;
-  char buffer[512];
-  while (std::fgets(buffer, sizeof buffer, pipe))
-    result.out += buffer;
-  const int status = pclose(pipe);
-  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return result;
-}
+using testutil::RunTool;
 
 class Tool : public testing::Test {
  protected:
@@ -46,7 +29,7 @@ TEST_F(Tool, InfoPrintsOneLinePerFileAndFailsOnAnUnknownFile) {
   Write(bmp, RasFormatBmp, 3, RasModelRgb);
   Write(tif, RasFormatTiff, 4, RasModelCmyk, 2, 7);
   std::ofstream(junk) << "no picture here";
-  Result r = RunTool("info " + bmp + " " + tif);
+  testutil::ToolResult r = RunTool("info " + bmp + " " + tif);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, bmp + ": bmp 5x3 channels=3 model=1 maxval=255 resolution=150.012\n" + tif +
                        ": tiff 2x7 channels=4 model=4 maxval=255 resolution=150\n");
@@ -77,7 +60,7 @@ TEST_F(Tool, ConvertRefusesWhatTheTargetCannotHoldAndLeavesOldFilesAlone) {
   const std::string cmyk = Path("cmyk.tif"), out = Path("kept.bmp");
   Write(cmyk, RasFormatTiff, 4, RasModelCmyk);
   std::ofstream(out) << "an older file";
-  Result r = RunTool("convert " + cmyk + " " + out);
+  testutil::ToolResult r = RunTool("convert " + cmyk + " " + out);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "korvel-raster: " + out + ": a bmp file cannot hold CMYK samples\n");
   std::ifstream kept(out);
