@@ -7,11 +7,11 @@
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config libjpeg62-turbo-dev libgtest-dev
-          libjpeg-turbo-progs)
+          libjpeg-turbo-progs qt6-base-dev fonts-liberation)
 for group in "$@"; do
   case "$group" in
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;
-    --bench) packages+=(libjpeg-turbo-progs time libvips-tools imagemagick) ;;
+    --bench) packages+=(libjpeg-turbo-progs time libvips-tools imagemagick liblcms2-dev) ;;
     *) echo "setup.sh: unknown option $group" >&2; exit 2 ;;
   esac
 done
