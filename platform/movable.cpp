@@ -13,11 +13,13 @@ struct MovableBlock {
   uint8_t *data;
   size_t size;
   uint32_t locks;
+  uint64_t serial;
 };
 
 namespace {
 
 std::mutex gMutex;
+uint64_t gLastSerial = 0;  // guarded by gMutex
 
 std::unordered_set<MovableBlock *> &Live() {
   static auto *live = new std::unordered_set<MovableBlock *>;  // lives to the very end
@@ -41,8 +43,8 @@ HGLOBAL GlobalAlloc(uint32_t flags, size_t bytes) {
     std::free(data);
     return nullptr;
   }
-  *block = MovableBlock{data, bytes, 0};
   std::lock_guard<std::mutex> guard(gMutex);
+  *block = MovableBlock{data, bytes, 0, ++gLastSerial};
   try {
     Live().insert(block);
   } catch (const std::bad_alloc &) {
@@ -77,7 +79,7 @@ HGLOBAL GlobalReAlloc(HGLOBAL handle, size_t bytes, uint32_t flags) {
   if (bytes == 0) {
     if (block->locks > 0) return nullptr;
     std::free(block->data);
-    *block = MovableBlock{nullptr, 0, 0};
+    *block = MovableBlock{nullptr, 0, 0, ++gLastSerial};
     return block;
   }
   auto *data = static_cast<uint8_t *>(std::realloc(block->data, bytes));
@@ -86,6 +88,7 @@ HGLOBAL GlobalReAlloc(HGLOBAL handle, size_t bytes, uint32_t flags) {
     std::memset(data + block->size, 0, bytes - block->size);
   block->data = data;
   block->size = bytes;
+  block->serial = ++gLastSerial;
   return block;
 }
 
@@ -109,4 +112,15 @@ uint32_t GlobalLockCount(HGLOBAL handle) {
   std::lock_guard<std::mutex> guard(gMutex);
   const MovableBlock *block = Find(handle);
   return block ? block->locks : 0;
+}
+
+uint64_t GlobalSerial(HGLOBAL handle) {
+  std::lock_guard<std::mutex> guard(gMutex);
+  const MovableBlock *block = Find(handle);
+  return block ? block->serial : 0;
+}
+
+void GlobalTouch(HGLOBAL handle) {
+  std::lock_guard<std::mutex> guard(gMutex);
+  if (MovableBlock *block = Find(handle)) block->serial = ++gLastSerial;
 }

@@ -32,3 +32,11 @@ HGLOBAL GlobalReAlloc(HGLOBAL block, size_t bytes, uint32_t flags);
 HGLOBAL GlobalFree(HGLOBAL block);
 size_t GlobalSize(HGLOBAL block);         // 0 for a handle that names no live block
 uint32_t GlobalLockCount(HGLOBAL block);  // 0 likewise
+
+// A number that no other block, and no earlier state of this block, ever had:
+// it is new after GlobalAlloc, after every successful GlobalReAlloc and after
+// GlobalTouch, which whoever rewrites a block's bytes in place calls. Pictures
+// derived from a block (scaled previews for drawing) stay valid while it holds.
+// 0 for a handle that names no live block.
+uint64_t GlobalSerial(HGLOBAL block);
+void GlobalTouch(HGLOBAL block);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "raster/ras.h"
+#include "raster/rasrgb.h"
 #include "tools/commands.h"
 #include "tools/toolio.h"
 
@@ -18,6 +19,8 @@ bool FormatStoresModel(uint32_t format, uint32_t model) {
       return model == RasModelRgb || model == RasModelGray;
     case RasFormatJpeg:
       return model == RasModelRgb || model == RasModelGray || model == RasModelCmyk;
+    case RasFormatTiff:
+      return model != RasModelYcc;  // TIFF would label YCC samples as RGB
     default:
       return true;
   }
@@ -80,17 +83,25 @@ bool ParseOptions(int argc, char **argv, Options *options) {
   return false;
 }
 
+// Rows go across as they are, narrowed to 8 bits when wider, or turned into
+// RGB as the application does on opening when the target cannot hold the
+// file's own model.
 int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
   Scanline source, narrow;
+  const bool toRgb = out->desc.model != in->desc.model;
   const bool wide = in->desc.maxval > 255;
   int code = RasMakeSl(&source.sl, &in->desc);
-  if (code == RasOk && wide) code = RasMakeSl(&narrow.sl, &out->desc);
+  if (code == RasOk && (wide || toRgb)) code = RasMakeSl(&narrow.sl, &out->desc);
   if (code != RasOk) return Fail(options.in, "cannot make a scanline", code);
   for (uint32_t row = 0; row < in->desc.height; ++row) {
     code = RasReadSl(&in->desc, row, &source.sl);
+    if (code == RasOk && toRgb)
+      code = RasSlToRgb(&source.sl, &in->desc, narrow.sl.plane8[0], narrow.sl.plane8[1],
+                        narrow.sl.plane8[2]);
+    else if (code == RasOk && wide)
+      NarrowRow(source.sl, in->desc.maxval, &narrow.sl);
     if (code != RasOk) return Fail(options.in, "cannot read a row", code);
-    if (wide) NarrowRow(source.sl, in->desc.maxval, &narrow.sl);
-    code = RasWriteSl(&out->desc, row, wide ? &narrow.sl : &source.sl);
+    code = RasWriteSl(&out->desc, row, wide || toRgb ? &narrow.sl : &source.sl);
     if (code != RasOk) return Fail(options.out, "cannot write a row", code);
   }
   return 0;
@@ -105,10 +116,12 @@ int RunConvert(int argc, char **argv) {
   int code = RasGetInfo(options.in, &in.desc);
   if (code != RasOk) return Fail(options.in, "not a readable photo", code);
   const uint32_t format = FormatForName(options.out);
-  if (!FormatStoresModel(format, in.desc.model)) {
-    std::fprintf(stderr, "korvel-raster: %s: a %s file cannot hold %s samples\n", options.out,
-                 RasFormatName(format), ModelName(in.desc.model));
-    return 1;
+  uint32_t channels = in.desc.channels, model = in.desc.model;
+  if (!FormatStoresModel(format, model)) {
+    std::fprintf(stderr, "korvel-raster: %s: a %s file cannot hold %s samples; writing RGB\n",
+                 options.out, RasFormatName(format), ModelName(model));
+    channels = 3;
+    model = RasModelRgb;
   }
   code = RasOpen(options.in, 'r', &in.desc);
   if (code != RasOk) return Fail(options.in, "cannot open", code);
@@ -118,8 +131,8 @@ int RunConvert(int argc, char **argv) {
                  std::strerror(errno));
     return 1;
   }
-  code = RasSetDesc(&out.desc, format, in.desc.width, in.desc.height, in.desc.channels,
-                    in.desc.model, in.desc.resolution);
+  code = RasSetDesc(&out.desc, format, in.desc.width, in.desc.height, channels, model,
+                    in.desc.resolution);
   JpegQualityScope quality(options.quality);
   if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
   if (code != RasOk) return Fail(options.out, "cannot create", code);

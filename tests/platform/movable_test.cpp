@@ -60,4 +60,26 @@ TEST(Movable, HandlesThatNameNoLiveBlockAreRefused) {
   EXPECT_EQ(GlobalAlloc(GMEM_MOVEABLE, SIZE_MAX / 2), nullptr);
 }
 
+TEST(Movable, SerialChangesWithEveryNewStateOfABlock) {
+  HGLOBAL a = GlobalAlloc(GMEM_MOVEABLE, 16);
+  HGLOBAL b = GlobalAlloc(GMEM_MOVEABLE, 16);
+  const uint64_t first = GlobalSerial(a);
+  EXPECT_NE(first, 0u);
+  EXPECT_NE(GlobalSerial(b), first);
+  GlobalLock(a);
+  GlobalUnlock(a);
+  EXPECT_EQ(GlobalSerial(a), first);  // locking alone changes nothing
+  GlobalTouch(a);
+  const uint64_t touched = GlobalSerial(a);
+  EXPECT_NE(touched, first);
+  ASSERT_EQ(GlobalReAlloc(a, 32, GMEM_MOVEABLE), a);
+  const uint64_t resized = GlobalSerial(a);
+  EXPECT_NE(resized, touched);
+  EXPECT_EQ(GlobalReAlloc(a, SIZE_MAX / 2, GMEM_MOVEABLE), nullptr);
+  EXPECT_EQ(GlobalSerial(a), resized);  // a failed resize leaves the block as it was
+  GlobalFree(a);
+  GlobalFree(b);
+  EXPECT_EQ(GlobalSerial(a), 0u);
+}
+
 }  // namespace

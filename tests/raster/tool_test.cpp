@@ -56,21 +56,34 @@ TEST_F(Tool, ConvertChoosesTheFormatByExtensionAndKeepsEverySample) {
   EXPECT_EQ(desc.format, RasFormatJpeg);
 }
 
-TEST_F(Tool, ConvertRefusesWhatTheTargetCannotHoldAndLeavesOldFilesAlone) {
+TEST_F(Tool, ConvertTurnsWhatTheTargetCannotHoldIntoRgbAndLeavesOldFilesAloneOnFailure) {
   const std::string cmyk = Path("cmyk.tif"), out = Path("kept.bmp");
   Write(cmyk, RasFormatTiff, 4, RasModelCmyk);
-  std::ofstream(out) << "an older file";
   testutil::ToolResult r = RunTool("convert " + cmyk + " " + out);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "korvel-raster: " + out + ": a bmp file cannot hold CMYK samples; writing RGB\n");
+  testutil::Picture rgb;
+  RasDesc desc{};
+  ASSERT_EQ(testutil::ReadPicture(out, &rgb, &desc), RasOk);
+  EXPECT_EQ(desc.model, uint32_t{RasModelRgb});
+  // Ink darkens multiplicatively: each channel is (255 - ink) * (255 - black) / 255.
+  const testutil::Picture inks = testutil::Pattern(5, 3, 4);
+  for (uint32_t y = 0; y < 3; ++y)
+    for (uint32_t x = 0; x < 5; ++x)
+      for (uint32_t k = 0; k < 3; ++k)
+        EXPECT_NEAR(rgb.At(x, y, k), (255 - inks.At(x, y, k)) * (255 - inks.At(x, y, 3)) / 255.0,
+                    0.5)
+            << x << "," << y << "," << k;
+
+  std::ofstream(out) << "an older file";
+  r = RunTool("convert " + Path("missing.jpg") + " " + out);
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "korvel-raster: " + out + ": a bmp file cannot hold CMYK samples\n");
+  EXPECT_NE(r.out.find("missing.jpg: not a readable photo"), std::string::npos) << r.out;
   std::ifstream kept(out);
   std::string text;
   std::getline(kept, text);
   EXPECT_EQ(text, "an older file");
-
-  r = RunTool("convert " + Path("missing.jpg") + " " + out);
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("missing.jpg: not a readable photo"), std::string::npos) << r.out;
   EXPECT_EQ(RunTool("convert " + cmyk + " " + Path("q.jpg") + " --quality 101").status, 2);
   EXPECT_EQ(RunTool("convert " + cmyk).status, 2);
   EXPECT_EQ(RunTool("frobnicate").status, 2);

@@ -1,0 +1,92 @@
+// Opening and saving move whole photos between files and CDib blocks. Rows
+// are converted one at a time straight into (or out of) the block, so a photo
+// is held once, not twice, while it loads.
+#include "app/dibraster.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "app/dibpreview.h"
+#include "raster/rasrgb.h"
+#include "raster/rowpack.h"
+
+size_t DibBlockBytes(uint32_t width, uint32_t height) {
+  const uint32_t minus = (0u - width) & 3u;
+  const size_t pad = minus ? 4 - minus : 0;
+  return sizeof(BITMAPINFOHEADER) + size_t{width} * height * 3 + pad * std::max(width, height);
+}
+
+BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height) {
+  BITMAPINFOHEADER h{};
+  h.biSize = sizeof(BITMAPINFOHEADER);
+  h.biWidth = static_cast<int32_t>(width);
+  h.biHeight = static_cast<int32_t>(height);
+  h.biPlanes = 1;
+  h.biBitCount = 24;
+  h.biSizeImage = width * height * 3;  // the padding is deliberately not counted
+  return h;
+}
+
+HGLOBAL DibFromScanlines(RasDesc *desc, RasSl *sl, int *code) {
+  const uint32_t width = desc->width, height = desc->height;
+  if (width == 0 || height == 0 || width > 0x7FFFFFFF / 3 || height > 0x7FFFFFFF) {
+    *code = RasErrArg;
+    return nullptr;
+  }
+  HGLOBAL handle = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, DibBlockBytes(width, height));
+  auto *block = static_cast<uint8_t *>(GlobalLock(handle));
+  if (!block) {
+    GlobalFree(handle);
+    *code = RasErrMemory;
+    return nullptr;
+  }
+  const BITMAPINFOHEADER header = DibHeader24(width, height);
+  std::memcpy(block, &header, sizeof header);
+  const size_t rowSize = (size_t{width} * 3 + 3) & ~size_t{3};
+  uint8_t *bottom = block + sizeof header + rowSize * (height - 1);
+  // 8-bit RGB rows are interleaved straight from the scanline; every other
+  // kind of row is first turned into RGB planes.
+  const bool direct = desc->model == RasModelRgb && desc->maxval <= 255 && sl->channels == 3;
+  std::vector<uint8_t> rgb(direct ? 0 : size_t{width} * 3);
+  uint8_t *const converted[3] = {rgb.data(), rgb.data() + width, rgb.data() + 2 * size_t{width}};
+  const RasJoinRowFn join = RasJoinRowFor(3, false);
+  *code = RasOk;
+  for (uint32_t y = 0; y < height && *code == RasOk; ++y) {
+    *code = RasReadSl(desc, y, sl);
+    uint8_t *const *planes = direct ? sl->plane8 : converted;
+    if (*code == RasOk && !direct) *code = RasSlToRgb(sl, desc, planes[0], planes[1], planes[2]);
+    const uint8_t *const bgr[3] = {planes[2], planes[1], planes[0]};
+    if (*code == RasOk) join(bottom - rowSize * y, bgr, width);
+  }
+  GlobalUnlock(handle);
+  if (*code != RasOk) {
+    GlobalFree(handle);
+    return nullptr;
+  }
+  return handle;
+}
+
+int DibToScanlines(const CDib &dib, RasDesc *desc, RasSl *sl) {
+  const uint32_t width = dib.Width(), height = dib.Height();
+  if (!dib.Header() || sl->channels < 3 || sl->width < width) return RasErrArg;
+  const RasSplitRowFn split = RasSplitRowFor(3, false);
+  uint8_t *const bgr[3] = {sl->plane8[2], sl->plane8[1], sl->plane8[0]};
+  for (uint32_t y = 0; y < height; ++y) {
+    if (dib.BitsPerPixel() == 24) {
+      split(dib.RowPointer(static_cast<int32_t>(y)), bgr, width);
+    } else {  // a camera driver's picture of another depth
+      const QImage row = DibDecode(dib, QRect(0, static_cast<int>(y), static_cast<int>(width), 1));
+      if (row.isNull()) return RasErrFormat;
+      const auto *pixels = reinterpret_cast<const QRgb *>(row.constScanLine(0));
+      for (uint32_t x = 0; x < width; ++x) {
+        bgr[2][x] = static_cast<uint8_t>(qRed(pixels[x]));
+        bgr[1][x] = static_cast<uint8_t>(qGreen(pixels[x]));
+        bgr[0][x] = static_cast<uint8_t>(qBlue(pixels[x]));
+      }
+    }
+    const int code = RasWriteSl(desc, y, sl);
+    if (code != RasOk) return code;
+  }
+  return RasOk;
+}
