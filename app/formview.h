@@ -1,0 +1,115 @@
+// The main form: skinned buttons around the work area, which shows either the
+// thumbnails or the photo being edited, and the help pane below it. The form
+// decides which buttons show in which mode, checks the selection before every
+// edit command and hands each command on.
+#pragma once
+
+#include <QComboBox>
+#include <QHash>
+#include <QPixmap>
+#include <QPushButton>
+#include <QRect>
+#include <QWidget>
+
+class CKorvelAppDoc;
+class CThumbView;
+class CImageView;
+class CButtonTextView;
+class CSkinButton;
+class CMainFrame;
+
+class CKorvelAppView : public QWidget {
+  Q_OBJECT
+
+ public:
+  // Form 101's size in pixels (dialog units converted).
+  static constexpr int kFormWidth = 800;
+  static constexpr int kFormHeight = 585;
+
+  CKorvelAppView(CKorvelAppDoc *doc, CMainFrame *frame, QWidget *parent = nullptr);
+  ~CKorvelAppView() override;
+
+  // Creates the controls and child views (once).
+  void OnInitialUpdate();
+
+  CKorvelAppDoc *GetDocument() const { return doc_; }
+  // A control of the form by its id, and the work area's top-left corner.
+  QWidget *Control(int id) const { return controls_.value(id); }
+  QComboBox *ZoomCombo() const { return zoom_; }
+  QPoint WorkAreaOrigin() const { return workArea_.topLeft(); }
+
+  void SwitchToThumbnailMode();
+  void SwitchToEditMode();
+  // The check every edit command makes first; false after telling the user.
+  bool PrepareEdit();
+  // Shows help string `id` in the pane.
+  void SetHelpText(int id);
+
+  CThumbView *GetThumbView() const;
+  CImageView *GetImageView() const;
+  CButtonTextView *GetButtonTextView() const;
+
+  // Opens a photo file into the work area (start-up, drops, the open command).
+  bool OpenPhoto(const QString &path);
+  // The save-before-close question; false keeps the program open.
+  bool QuerySaveBeforeClose();
+
+ public slots:
+  // Runs the command of a control or menu item id, as the command map binds
+  // them (1002-1049 buttons, 32772-32779 the thumbnail menu).
+  void OnCommand(int id);
+
+  void OnRotateLeft();
+  void OnRotateRight();
+  void OnZoomOut();
+  void OnZoomIn();
+  void OnZoomSelChange();
+  void OnCropNow();
+  void OnKeepEdit();
+  void OnCloseEditor();
+  void OnStartCrop();
+  void OnStartRotate();
+  void OnGetPhotos();
+  void OnSelectSource();
+  void OnSavePhoto();
+  void OnQuit();
+  void OnRemovePhoto();
+  void OnEditPhoto();
+  void OnUndo();
+  void OnOpenPhoto();
+  void OnGoOnline();
+  void OnStartColorCorrection();
+  void OnStartRedEye();
+  void OnProjects();
+  void OnShare();
+  void OnPrint();
+  void OnFoliage();
+  void OnSkin();
+  void OnSky();
+  void OnNeutrals();
+  void OnEmail();
+  void OnRedEyeTool();
+
+ protected:
+  void paintEvent(QPaintEvent *event) override;
+  void dragEnterEvent(QDragEnterEvent *event) override;
+  void dropEvent(QDropEvent *event) override;
+
+ private:
+  void CreateControls();
+  void ShowGroup(const int *ids, int count, bool show);
+  void ShowControls(std::initializer_list<int> ids, bool show = true);
+  void HideGroups();
+  void StartColorTool(int tool, int help);
+
+  CKorvelAppDoc *doc_;
+  CMainFrame *frame_;
+  QHash<int, QWidget *> controls_;
+  QComboBox *zoom_ = nullptr;
+  QRect workArea_;
+  QPixmap background_;
+  CThumbView *thumbView_ = nullptr;
+  CImageView *imageView_ = nullptr;
+  CButtonTextView *helpPane_ = nullptr;
+  bool initialised_ = false;
+};

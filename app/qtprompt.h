@@ -1,0 +1,17 @@
+// The real dialogs behind KorvelPrompt: message boxes, the file dialogs (the
+// save dialog rewriting the name's extension as the type changes), the "Save
+// Photo" question, the "Get Photo" dialog and the About box.
+#pragma once
+
+#include "app/prompt.h"
+
+class QtPrompt : public KorvelPrompt {
+ public:
+  int MessageBox(const QString &text, int buttons) override;
+  SavePhotoAnswer AskSavePhoto(const QString &fileName) override;
+  FileAnswer AskOpenFile(const QString &filter, const QString &initial) override;
+  FileAnswer AskSaveFile(const QString &filter, const QString &initial) override;
+  GetPhotoAnswer AskGetPhoto() override;
+  void ShowAbout() override;
+  void Beep() override;
+};

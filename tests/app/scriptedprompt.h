@@ -1,0 +1,63 @@
+// A KorvelPrompt for tests: records every message and question, answers from
+// queues filled by the test (IDOK / cancelled dialogs when a queue is empty),
+// and puts itself in place for as long as it lives.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <deque>
+
+#include "app/prompt.h"
+
+class ScriptedPrompt : public KorvelPrompt {
+ public:
+  ScriptedPrompt() { previous_ = Install(this); }
+  ~ScriptedPrompt() override { Install(previous_); }
+
+  int MessageBox(const QString &text, int buttons) override {
+    messages.append(text);
+    buttonSets.push_back(buttons);
+    return Pop(answers, buttons == MB_OK ? int(IDOK) : int(IDCANCEL));
+  }
+  SavePhotoAnswer AskSavePhoto(const QString &fileName) override {
+    savePhotoNames.append(fileName);
+    return Pop(savePhoto, SavePhotoAnswer{});
+  }
+  FileAnswer AskOpenFile(const QString &filter, const QString &initial) override {
+    openFilters.append(filter);
+    openInitials.append(initial);
+    return Pop(openFiles, FileAnswer{});
+  }
+  FileAnswer AskSaveFile(const QString &filter, const QString &initial) override {
+    saveFilters.append(filter);
+    saveInitials.append(initial);
+    return Pop(saveFiles, FileAnswer{});
+  }
+  GetPhotoAnswer AskGetPhoto() override {
+    ++getPhotoAsked;
+    return Pop(getPhoto, GetPhotoAnswer{});
+  }
+  void ShowAbout() override { ++aboutShown; }
+  void Beep() override { ++beeps; }
+
+  // What was asked.
+  QStringList messages, savePhotoNames, openFilters, openInitials, saveFilters, saveInitials;
+  std::deque<int> buttonSets;
+  int getPhotoAsked = 0, aboutShown = 0, beeps = 0;
+  // What to answer, first in first out.
+  std::deque<int> answers;
+  std::deque<SavePhotoAnswer> savePhoto;
+  std::deque<FileAnswer> openFiles, saveFiles;
+  std::deque<GetPhotoAnswer> getPhoto;
+
+ private:
+  template <class T>
+  static T Pop(std::deque<T> &queue, T otherwise) {
+    if (queue.empty()) return otherwise;
+    T front = queue.front();
+    queue.pop_front();
+    return front;
+  }
+
+  KorvelPrompt *previous_ = nullptr;
+};
