@@ -1,7 +1,8 @@
 // Photos in and out of the work area as files: opening one (probe, read,
 // add), the save command with its file dialog, saving a picture in the format
 // its extension names, and the "Save Photo" question asked at close for every
-// unsaved photo. Failures are told to the user through KorvelPrompt.
+// unsaved photo. Failures are told to the user through KorvelPrompt; the
+// callers repaint the views.
 #pragma once
 
 #include <QString>
@@ -24,11 +25,14 @@ bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path);
 bool OpenPhotoCommand(CKorvelAppDoc *doc);
 
 // The save command for the current entry (refusals, dialog, extension rules,
-// save, entry marked saved). True when the entry was replaced.
+// save, entry marked saved). True when the entry was replaced, which it is
+// even when the write itself failed.
 bool SavePhotoCommand(CKorvelAppDoc *doc);
 
-// Writes `picture` to `path` as `format`; every failure is shown. True on success.
+// Writes `picture` to `path` as `format` (JPEG at quality 100, the library's
+// setting put back afterwards); every failure is shown. True on success.
 bool SavePicture(uint32_t format, const QString &path, const CDib &picture);
 
-// Asks about every unsaved entry; false when the user cancelled the close.
+// Asks about every unsaved entry and saves those answered "Yes" to their own
+// paths, leaving the flags alone; false when the user cancelled the close.
 bool SaveBeforeClose(CKorvelAppDoc *doc);

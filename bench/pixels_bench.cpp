@@ -7,27 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
+#include "bench/timing.h"
 #include "edit/pixels/pixels.h"
 
-namespace {
-
-template <class Work>
-double MedianMs(int runs, Work work) {
-  std::vector<double> times;
-  for (int i = 0; i < runs; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    times.push_back(
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-            .count());
-  }
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
-}
-
-}  // namespace
 
 int main(int argc, char **argv) {
   const int runs = std::max(5, argc > 1 ? std::atoi(argv[1]) : 5);
@@ -38,14 +23,17 @@ int main(int argc, char **argv) {
   for (size_t i = 0; i < bytes; ++i)
     src->planes[0][i] = static_cast<uint8_t>(i * 2654435761u >> 24);
   std::memset(dst->planes[0], 0, bytes);
-  int code = 0;
+
   for (const int mode : {0, 2}) {
-    const double ours = MedianMs(runs, [&] { code |= RotateImage(src, mode, dst, nullptr); });
-    const double copy = MedianMs(runs, [&] { std::memcpy(dst->planes[0], src->planes[0], bytes); });
-    std::printf("bench rotate_mode%d ours_ms=%.1f peer=memcpy peer_ms=%.1f ratio=%.3f\n", mode,
-                ours, copy, ours / copy);
+    const double ours = MedianMs(runs, [&] { return RotateImage(src, mode, dst, nullptr) == 0; });
+    const double copy = MedianMs(runs, [&] {
+      std::memcpy(dst->planes[0], src->planes[0], bytes);
+      return true;
+    });
+    const std::string name = "rotate_mode" + std::to_string(mode);
+    PrintBench(name.c_str(), ours, "memcpy", copy);
   }
   PlanarFree(src);
   PlanarFree(dst);
-  return code;
+  return 0;
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench/spawn.h"
+#include "bench/timing.h"
 #include "raster/jpeg.h"
 #include "raster/ras.h"
 
@@ -20,32 +21,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double MedianMs(int runs, const std::function<bool()> &work) {
-  std::vector<double> times;
-  for (int i = 0; i < runs; ++i) {
-    const auto start = Clock::now();
-    if (!work()) {
-      std::fputs("raster_bench: a timed run failed\n", stderr);
-      std::exit(1);
-    }
-    times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
-  }
-  std::sort(times.begin(), times.end());
-  return times[times.size() / 2];
-}
-
 bool Spawn(std::vector<std::string> args) {
   std::vector<char *> argv;
   for (auto &a : args)
     argv.push_back(a.data());
   argv.push_back(nullptr);
   return SpawnQuiet(argv.data());
-}
-
-void Report(const char *name, double ours, const char *peer, double theirs) {
-  std::printf("bench %s ours_ms=%.1f peer=%s peer_ms=%.1f ratio=%.3f\n", name, ours, peer, theirs,
-              ours / theirs);
-  std::fflush(stdout);
 }
 
 struct Photo {
@@ -124,8 +105,8 @@ void UncompressedBench(const Photo &photo, uint32_t format, const std::string &p
     std::memcpy(to.data(), from.data(), bytes);
     return to[bytes / 2] == 1;
   });
-  Report((name + "_write").c_str(), write, "memcpy", copy);
-  Report((name + "_read").c_str(), read, "memcpy", copy);
+  PrintBench((name + "_write").c_str(), write, "memcpy", copy);
+  PrintBench((name + "_read").c_str(), read, "memcpy", copy);
   std::printf("info %s_throughput write_gb_s=%.2f read_gb_s=%.2f memcpy_gb_s=%.2f\n", name.c_str(),
               bytes / write / 1e6, bytes / read / 1e6, bytes / copy / 1e6);
 }
@@ -150,7 +131,7 @@ int main(int argc, char **argv) {
   const double djpeg = MedianMs(runs, [&] {
     return Spawn({"djpeg", "-outfile", "/dev/null", jpeg});
   });
-  Report("jpeg_decode", decode, "djpeg", djpeg);
+  PrintBench("jpeg_decode", decode, "djpeg", djpeg);
 
   if (JpegSetOption(JpegOptQuality, 100) != RasOk) return 1;
   const std::string ours = dir + "/ours.jpg", theirs = dir + "/theirs.jpg";
@@ -159,7 +140,7 @@ int main(int argc, char **argv) {
     return Spawn(
         {"cjpeg", "-quality", "100", "-baseline", "-restart", "1", "-outfile", theirs, ppm});
   });
-  Report("jpeg_encode", encode, "cjpeg", cjpeg);
+  PrintBench("jpeg_encode", encode, "cjpeg", cjpeg);
   std::printf("info jpeg_encode_size ours_bytes=%ld peer_bytes=%ld\n", FileSize(ours),
               FileSize(theirs));
 

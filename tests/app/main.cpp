@@ -1,11 +1,15 @@
 // The application's tests run inside one QApplication on the offscreen
-// platform, so widgets and painting work without a display.
+// platform, so widgets and painting work without a display, with settings
+// kept in a folder of their own so no test reads or changes the user's.
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QTemporaryDir>
 
 int main(int argc, char **argv) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
+  QTemporaryDir config;
+  qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
   QApplication app(argc, argv);
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();

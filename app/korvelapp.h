@@ -1,0 +1,43 @@
+// The application object: start-up in its fixed order, and the one work area
+// with its main window.
+#pragma once
+
+#include <QSettings>
+#include <QStringList>
+#include <memory>
+
+class CKorvelAppDoc;
+class CMainFrame;
+class CKorvelAppView;
+
+class CKorvelApp {
+ public:
+  // The document string: application, (none), document name, (none), (none),
+  // type id, type name.
+  static constexpr char kDocString[] =
+      "KorvelApp\n\nKorvel\n\n\nKorvelApp.Document\nKorvel Document";
+  static constexpr int kRecentFiles = 4;
+
+  CKorvelApp();
+  ~CKorvelApp();
+
+  // Creates the work area, frame and form, opens the command line's photo
+  // (the arguments joined by single spaces: one path) and shows the window.
+  bool InitInstance(const QStringList &arguments);
+
+  CKorvelAppDoc *Document() const { return doc_.get(); }
+  CMainFrame *MainFrame() const { return frame_.get(); }
+  CKorvelAppView *View() const { return view_; }
+  // The recent-file list read from the settings (at most four entries).
+  const QStringList &RecentFiles() const { return recent_; }
+  // The settings every part of the program shares.
+  static std::unique_ptr<QSettings> Settings();
+
+ private:
+  void LoadStdProfileSettings(int count);
+
+  std::unique_ptr<CKorvelAppDoc> doc_;
+  std::unique_ptr<CMainFrame> frame_;
+  CKorvelAppView *view_ = nullptr;  // owned by the frame
+  QStringList recent_;
+};

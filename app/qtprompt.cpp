@@ -1,0 +1,215 @@
+// The real dialogs behind KorvelPrompt. The program's own dialogs are laid out
+// in dialog units of 8-point MS Sans Serif, converted to pixels like the form.
+#include "app/qtprompt.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDialog>
+#include <QFile>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPixmap>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "app/filedialog.h"
+#include "app/formcontrols.h"
+
+namespace {
+
+const QString kTitle = QStringLiteral("KorvelApp");
+
+QRect DluRect(int x, int y, int width, int height) {
+  return QRect(DluToPixelsX(x), DluToPixelsY(y), DluToPixelsX(width), DluToPixelsY(height));
+}
+
+// A modal dialog of the program's own, in the font its dialog units belong to.
+void SetUpDialog(QDialog *dialog, const QString &title) {
+  dialog->setWindowTitle(title);
+  dialog->setFont(QFont(QStringLiteral("MS Sans Serif"), 8));
+  dialog->setModal(true);
+}
+
+QPushButton *AddButton(QDialog *dialog, int id, const QString &caption) {
+  auto *button = new QPushButton(caption, dialog);
+  button->setObjectName(QString::number(id));
+  return button;
+}
+
+// A picture from the resources, or a null one when the artwork is not built
+// in, in which case the dialog simply shows none.
+QPixmap ResourcePicture(const QString &path) {
+  return QFile::exists(path) ? QPixmap(path) : QPixmap();
+}
+
+}  // namespace
+
+int QtPrompt::MessageBox(const QString &text, int buttons) {
+  QMessageBox box(QMessageBox::NoIcon, kTitle, text, QMessageBox::NoButton, ParentWindow());
+  switch (buttons) {
+    case MB_YESNOCANCEL:
+      box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+      box.setDefaultButton(QMessageBox::Yes);
+      box.setEscapeButton(QMessageBox::Cancel);
+      break;
+    case MB_YESNO:
+      // Without a Cancel button, Escape and closing the box answer No.
+      box.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+      box.setDefaultButton(QMessageBox::Yes);
+      box.setEscapeButton(QMessageBox::No);
+      break;
+    default:
+      box.setStandardButtons(QMessageBox::Ok);
+      box.setDefaultButton(QMessageBox::Ok);
+      box.setEscapeButton(QMessageBox::Ok);
+      break;
+  }
+  switch (box.exec()) {
+    case QMessageBox::Ok:
+      return IDOK;
+    case QMessageBox::Yes:
+      return IDYES;
+    case QMessageBox::No:
+      return IDNO;
+    default:
+      return IDCANCEL;
+  }
+}
+
+// Dialog 341. Every button ends it with OK and leaves its word in the
+// answer; closing it any other way cancels, with the answer still "NOTOALL".
+KorvelPrompt::SavePhotoAnswer QtPrompt::AskSavePhoto(const QString &fileName) {
+  QDialog dialog(ParentWindow());
+  SetUpDialog(&dialog, QStringLiteral("Save Photo"));
+  dialog.setFixedSize(DluToPixelsX(186), DluToPixelsY(50));
+
+  auto *text = new QLabel(QStringLiteral("Do you want to save your photo ") + fileName, &dialog);
+  text->setObjectName(QStringLiteral("1050"));
+  text->setGeometry(DluRect(6, 7, 172, 17));
+  text->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
+  text->setWordWrap(true);
+
+  SavePhotoAnswer answer;
+  struct Choice {
+    int id;
+    const char *caption;
+    const char *word;
+    int x;
+  };
+  static constexpr Choice kChoices[] = {
+      {6, "Yes", "YES", 12}, {7, "No", "NO", 68}, {1051, "No to All", "NOTOALL", 124}};
+  for (const Choice &choice : kChoices) {
+    QPushButton *button = AddButton(&dialog, choice.id, QString::fromLatin1(choice.caption));
+    button->setGeometry(DluRect(choice.x, 29, 50, 14));
+    button->setDefault(choice.id == 6);
+    QObject::connect(button, &QPushButton::clicked, &dialog, [&answer, &dialog, choice] {
+      answer.choice = QString::fromLatin1(choice.word);
+      dialog.accept();
+    });
+  }
+  answer.result = dialog.exec() == QDialog::Accepted ? IDOK : IDCANCEL;
+  return answer;
+}
+
+KorvelPrompt::FileAnswer QtPrompt::AskOpenFile(const QString &filter, const QString &initial) {
+  QFileDialog dialog(ParentWindow());
+  dialog.setAcceptMode(QFileDialog::AcceptOpen);
+  // Any name is taken, as the program's open dialog does not insist on an
+  // existing file; a name that opens nothing is reported by the caller.
+  dialog.setFileMode(QFileDialog::AnyFile);
+  DFileDialog::SetUp(&dialog, filter, initial);
+  FileAnswer answer;
+  if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return answer;
+  answer.ok = true;
+  answer.path = dialog.selectedFiles().constFirst();
+  answer.filterIndex =
+      static_cast<int>(dialog.nameFilters().indexOf(dialog.selectedNameFilter())) + 1;
+  return answer;
+}
+
+KorvelPrompt::FileAnswer QtPrompt::AskSaveFile(const QString &filter, const QString &initial) {
+  DFileDialog dialog(ParentWindow(), filter, initial);
+  FileAnswer answer;
+  if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return answer;
+  answer.ok = true;
+  answer.path = dialog.selectedFiles().constFirst();
+  answer.filterIndex = dialog.FilterIndex();
+  return answer;
+}
+
+// Dialog 194: the camera or a file, with the camera's source and picture 271.
+KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto() {
+  QDialog dialog(ParentWindow());
+  SetUpDialog(&dialog, QStringLiteral("Get Photo"));
+
+  auto *picture = new QLabel(&dialog);
+  picture->setObjectName(QStringLiteral("271"));
+  const QPixmap artwork = ResourcePicture(QStringLiteral(":/skins/271.png"));
+  picture->setPixmap(artwork);
+  picture->setVisible(!artwork.isNull());
+
+  auto *source = new QComboBox(&dialog);
+  source->setObjectName(QStringLiteral("1026"));
+  source->addItem(QStringLiteral("Korvel Twain Source 3.0"));
+
+  GetPhotoAnswer answer;
+  QPushButton *camera = AddButton(&dialog, 1034, QStringLiteral("Get Photo"));
+  QPushButton *file = AddButton(&dialog, 1035, QStringLiteral("Get Photo File"));
+  QPushButton *cancel = AddButton(&dialog, 1036, QStringLiteral("Cancel"));
+  camera->setDefault(true);
+  QObject::connect(camera, &QPushButton::clicked, &dialog, [&] {
+    answer.camera = true;
+    dialog.accept();
+  });
+  QObject::connect(file, &QPushButton::clicked, &dialog, [&] {
+    answer.camera = false;
+    dialog.accept();
+  });
+  QObject::connect(cancel, &QPushButton::clicked, &dialog, &QDialog::reject);
+
+  auto *left = new QVBoxLayout;
+  left->addWidget(picture);
+  left->addWidget(source);
+  left->addStretch();
+  auto *right = new QVBoxLayout;
+  for (QPushButton *button : {camera, file, cancel})
+    right->addWidget(button);
+  right->addStretch();
+  auto *layout = new QHBoxLayout(&dialog);
+  layout->addLayout(left);
+  layout->addLayout(right);
+  layout->setSizeConstraint(QLayout::SetFixedSize);
+
+  answer.result = dialog.exec() == QDialog::Accepted ? IDOK : IDCANCEL;
+  return answer;
+}
+
+// Dialog 100, laid out as the framework's standard About box.
+void QtPrompt::ShowAbout() {
+  QDialog dialog(ParentWindow());
+  SetUpDialog(&dialog, QStringLiteral("About KorvelApp"));
+  dialog.setFixedSize(DluToPixelsX(217), DluToPixelsY(55));
+
+  const QPixmap icon = ResourcePicture(QStringLiteral(":/icons/korvelapp.png"));
+  if (!icon.isNull()) {
+    auto *picture = new QLabel(&dialog);
+    picture->setPixmap(icon.scaled(32, 32, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    picture->setGeometry(QRect(DluRect(11, 17, 0, 0).topLeft(), QSize(32, 32)));
+  }
+  auto *version = new QLabel(QStringLiteral("KorvelApp Version 1.0"), &dialog);
+  version->setTextFormat(Qt::PlainText);
+  version->setGeometry(DluRect(40, 10, 119, 8));
+  auto *copyright = new QLabel(QStringLiteral("Copyright (C) 2000"), &dialog);
+  copyright->setTextFormat(Qt::PlainText);
+  copyright->setGeometry(DluRect(40, 25, 119, 8));
+  QPushButton *ok = AddButton(&dialog, IDOK, QStringLiteral("OK"));
+  ok->setGeometry(DluRect(178, 7, 32, 14));
+  ok->setDefault(true);
+  QObject::connect(ok, &QPushButton::clicked, &dialog, &QDialog::accept);
+  dialog.exec();
+}
+
+void QtPrompt::Beep() {
+  QApplication::beep();
+}

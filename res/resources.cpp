@@ -1,0 +1,5 @@
+#include "res/resources.h"
+
+QString KorvelSkinPath(int bitmap) {
+  return QStringLiteral(":/skins/%1.png").arg(bitmap);
+}

@@ -1,0 +1,108 @@
+// The work area: parallel entries, names, folders, and camera pictures saved
+// at once under the next free photo name.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "app/document.h"
+#include "app/korvelapp.h"
+#include "app/mainframe.h"
+#include "raster/ras.h"
+#include "tests/app/photos.h"
+#include "tests/app/scriptedprompt.h"
+
+namespace {
+
+void Touch(const QString &path) {
+  QFile file(path);
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+}
+
+TEST(Document, EntriesStayParallel) {
+  CKorvelAppDoc doc;
+  EXPECT_EQ(doc.ImageAt(0).Header(), nullptr);  // empty work area
+  EXPECT_EQ(doc.UnsavedAt(0), 1);
+  EXPECT_EQ(doc.PathAt(0), "");
+  EXPECT_EQ(doc.FileNameAt(0), "");
+  EXPECT_EQ(doc.CurrentIndex(), -1);
+  EXPECT_EQ(doc.EditMode(), 0);
+
+  doc.AddImage(MakePhoto(3, 2), 0, "c:\\a\\b\\photo.jpg");
+  doc.AddImage(MakePhoto(5, 4), 1, "/home/me/second.bmp");
+  doc.AddImage(MakePhoto(7, 6), 0, "bare.tif");
+  EXPECT_EQ(doc.FileNameAt(0), "photo.jpg");
+  EXPECT_EQ(doc.FileNameAt(1), "second.bmp");
+  EXPECT_EQ(doc.FileNameAt(2), "bare.tif");
+
+  // Replacing keeps the path unless a new one is given.
+  doc.ReplaceImage(0, doc.ImageAt(2), 1, QString());
+  EXPECT_EQ(doc.ImageAt(0).Handle(), doc.ImageAt(2).Handle());
+  EXPECT_EQ(doc.PathAt(0), "c:\\a\\b\\photo.jpg");
+  EXPECT_EQ(doc.UnsavedAt(0), 1);
+  doc.ReplaceImage(0, doc.ImageAt(0), 0, "/new/name.jpg");
+  EXPECT_EQ(doc.PathAt(0), "/new/name.jpg");
+
+  doc.SetCurrentIndex(1);
+  doc.Remove(1);
+  ASSERT_EQ(doc.Count(), 2);
+  EXPECT_EQ(doc.CurrentIndex(), -1);
+  EXPECT_EQ(doc.PathAt(1), "bare.tif");
+  EXPECT_EQ(doc.UnsavedAt(1), 0);
+  EXPECT_EQ(doc.ImageAt(1).Width(), 7u);
+}
+
+TEST(Document, UniqueNamesFillGapsAndGrowPastThreeDigits) {
+  QTemporaryDir dir;
+  const QString folder = dir.path();
+  EXPECT_EQ(CKorvelAppDoc::UniquePhotoName(folder), folder + "/Zib001.jpg");
+  Touch(folder + "/Zib001.jpg");
+  Touch(folder + "/Zib002.jpg");
+  EXPECT_EQ(CKorvelAppDoc::UniquePhotoName(folder), folder + "/Zib003.jpg");
+  QFile::remove(folder + "/Zib001.jpg");
+  EXPECT_EQ(CKorvelAppDoc::UniquePhotoName(folder), folder + "/Zib001.jpg");
+  for (int i = 1; i <= 999; ++i)
+    Touch(folder + QString("/Zib%1.jpg").arg(i, 3, 10, QChar('0')));
+  EXPECT_EQ(CKorvelAppDoc::UniquePhotoName(folder), folder + "/Zib1000.jpg");
+
+  EXPECT_EQ(CKorvelAppDoc::FolderOf(folder), folder);
+  QString temp = CKorvelAppDoc::TempPath();
+  EXPECT_TRUE(temp.endsWith('/'));
+  temp.chop(1);
+  EXPECT_EQ(CKorvelAppDoc::FolderOf(folder + "/missing"), temp);
+}
+
+TEST(Document, CameraPicturesAreSavedAtOnceAsUnsavedJpegs) {
+  ScriptedPrompt prompt;
+  QTemporaryDir dir;
+  qputenv("KORVEL_PHOTO_DIR", dir.path().toUtf8());
+  CKorvelApp app;
+  ASSERT_TRUE(app.InitInstance({"korvelapp"}));
+  app.MainFrame()->OnPictureReceived(MakePhoto(64, 48));
+  app.MainFrame()->OnPictureReceived(MakePhoto(32, 24));
+  CKorvelAppDoc *doc = app.Document();
+  ASSERT_EQ(doc->Count(), 2);
+  EXPECT_EQ(doc->PathAt(0), dir.path() + "/Zib001.jpg");
+  EXPECT_EQ(doc->PathAt(1), dir.path() + "/Zib002.jpg");
+  EXPECT_EQ(doc->UnsavedAt(1), 1);
+  RasDesc desc{};
+  ASSERT_EQ(RasGetInfo(doc->PathAt(1).toUtf8().constData(), &desc), RasOk);
+  EXPECT_EQ(desc.format, uint32_t{RasFormatJpeg});
+  EXPECT_EQ(desc.width, 32u);
+
+  // Without the photo folder, pictures go to the temporary folder.
+  QTemporaryDir temp;
+  qputenv("TMPDIR", temp.path().toUtf8());
+  qputenv("KORVEL_PHOTO_DIR", (dir.path() + "/gone").toUtf8());
+  app.MainFrame()->OnPictureReceived(MakePhoto(8, 8));
+  EXPECT_EQ(doc->PathAt(2), QDir(temp.path()).absolutePath() + "/Zib001.jpg");
+  EXPECT_TRUE(QFile::exists(doc->PathAt(2)));
+  qunsetenv("TMPDIR");
+  qunsetenv("KORVEL_PHOTO_DIR");
+  EXPECT_TRUE(prompt.messages.isEmpty());
+  for (int i = 0; i < doc->Count(); ++i)
+    doc->ReplaceImage(i, doc->ImageAt(i), 0, QString());
+}
+
+}  // namespace
