@@ -1,0 +1,85 @@
+// The help pane. It scrolls like any other view over a 100 x 100 area, but it
+// is only ten pixels high: a view with no room for a scroll bar shows none and
+// does not scroll, so in the main window the sentence always starts at the
+// pane's top-left corner.
+#include "app/buttontextview.h"
+
+#include <QPainter>
+#include <QScrollBar>
+#include <QStyle>
+
+#include "app/document.h"
+#include "app/formview.h"
+#include "app/strings.h"
+
+namespace {
+
+CKorvelAppDoc *FormDocument(QWidget *parent) {
+  const auto *form = qobject_cast<CKorvelAppView *>(parent);
+  return form ? form->GetDocument() : nullptr;
+}
+
+}  // namespace
+
+CButtonTextView::CButtonTextView(CKorvelAppDoc *doc, QWidget *parent)
+    : QAbstractScrollArea(parent), doc_(doc) {
+  setFrameShape(QFrame::NoFrame);
+  setFocusPolicy(Qt::NoFocus);
+  viewport()->setAutoFillBackground(false);
+  UpdateBars();
+  if (doc_) doc_->AddView(this);
+}
+
+// Created inside the main form, the pane joins the form's document, as every
+// child view of the form does.
+CButtonTextView::CButtonTextView(QWidget *parent) : CButtonTextView(FormDocument(parent), parent) {}
+
+CButtonTextView::~CButtonTextView() {
+  if (doc_) doc_->RemoveView(this);
+}
+
+void CButtonTextView::SetText(int stringId) {
+  text_ = LoadKorvelString(stringId);
+  viewport()->update();
+}
+
+void CButtonTextView::resizeEvent(QResizeEvent *event) {
+  QAbstractScrollArea::resizeEvent(event);
+  UpdateBars();
+}
+
+// A scrolling view decides its bars from its whole client area: a bar is
+// needed where the content is larger, and one bar can make the other needed by
+// taking room. A pane no larger than a scroll bar in either direction gets
+// neither bar and does not scroll, so that a wheel turn cannot move the text.
+void CButtonTextView::UpdateBars() {
+  const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
+  const QSize client = contentsRect().size();  // bars included
+  bool needH = false, needV = false;
+  if (client.width() > bar && client.height() > bar) {
+    needH = client.width() < kScrollWidth;
+    needV = client.height() < kScrollHeight;
+    if (needV && !needH) needH = client.width() - bar < kScrollWidth;
+    if (needH && !needV) needV = client.height() - bar < kScrollHeight;
+  }
+  setHorizontalScrollBarPolicy(needH ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+  setVerticalScrollBarPolicy(needV ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
+  const int width = client.width() - (needV ? bar : 0);
+  const int height = client.height() - (needH ? bar : 0);
+  horizontalScrollBar()->setRange(0, needH ? kScrollWidth - width : 0);
+  verticalScrollBar()->setRange(0, needV ? kScrollHeight - height : 0);
+  horizontalScrollBar()->setPageStep(kScrollWidth / 10);
+  verticalScrollBar()->setPageStep(kScrollHeight / 10);
+}
+
+void CButtonTextView::paintEvent(QPaintEvent *) {
+  QPainter painter(viewport());
+  painter.fillRect(viewport()->rect(), QColor::fromRgb(kBackground));
+  painter.translate(-horizontalScrollBar()->value(), -verticalScrollBar()->value());
+  QFont font(QStringLiteral("Arial"));
+  font.setPointSize(kFontPoints);
+  painter.setFont(font);
+  painter.setPen(QColor::fromRgb(kTextColor));
+  // The text's cell, not its baseline, sits at the corner.
+  painter.drawText(QPoint(0, painter.fontMetrics().ascent()), text_);
+}

@@ -1,0 +1,81 @@
+// The thumbnail view: every photo of the work area as a small picture with its
+// file name under it, five to a row, and the clicks that pick the photo the
+// edit commands act on.
+#pragma once
+
+#include <QAbstractScrollArea>
+#include <QList>
+#include <QPointer>
+#include <QRect>
+#include <functional>
+
+class CKorvelAppDoc;
+class QAction;
+class QMenu;
+
+class CThumbView : public QAbstractScrollArea {
+  Q_OBJECT
+
+ public:
+  // Layout in pixels: entry i has column i % 5 and row i / 5.
+  static constexpr int kColumns = 5;
+  static constexpr int kPitch = 120;
+  static constexpr int kMargin = 20;
+  static constexpr int kCellSize = 100;
+  static constexpr int kCaptionTop = 2;  // below the cell's bottom
+  static constexpr int kCaptionBottom = 20;
+  static constexpr int kScrollWidth = 645;
+  static constexpr int kMinScrollHeight = 453;
+  static constexpr QRgb kBackground = 0xffdcdcdc;  // RGB(220, 220, 220)
+  static constexpr QRgb kSelectedFrame = 0xffff0000;
+  static constexpr int kCaptionPoints = 8;
+
+  // Shows the context menu at a global position and returns the item chosen,
+  // or null. The view runs its menu through this so that the choice can be
+  // made without a real popup.
+  using MenuRunner = std::function<QAction *(QMenu *, const QPoint &)>;
+
+  // The view attaches itself to `doc`, which must outlive it.
+  explicit CThumbView(CKorvelAppDoc *doc, QWidget *parent = nullptr);
+  ~CThumbView() override;
+
+  // Scroll sizes for an empty work area, and the client rectangle that a
+  // short work area's background fills from then on.
+  void OnInitialUpdate();
+
+  // The cells of the last paint, one per entry in work-area order.
+  const QList<QRect> &CellRects() const { return cells_; }
+
+  // Menu 132: a new menu, owned by the caller, whose items carry their
+  // command ids as data.
+  QMenu *CreateContextMenu() const;
+  void SetMenuRunner(MenuRunner runner) { menuRunner_ = std::move(runner); }
+
+ signals:
+  // A double-click opened a photo for editing: the form checks the selection
+  // and shows the editor.
+  void editPhotoRequested();
+  // The Delete key: the form asks whether to remove the current photo.
+  void removePhotoRequested();
+  // An item of the context menu, by its command id (32772-32779).
+  void commandRequested(int id);
+
+ protected:
+  void paintEvent(QPaintEvent *event) override;
+  void mousePressEvent(QMouseEvent *event) override;
+  void mouseDoubleClickEvent(QMouseEvent *event) override;
+  void keyPressEvent(QKeyEvent *event) override;
+
+ private:
+  void OnLButtonDown(QMouseEvent *event);
+  void OnRButtonDown(QMouseEvent *event);
+  // The first cell of the last paint holding `point` (content coordinates
+  // for the left button), or -1.
+  int HitTest(const QPoint &point) const;
+  void SetScrollHeight(int height);
+
+  QPointer<CKorvelAppDoc> doc_;
+  QList<QRect> cells_;
+  QRect client_;
+  MenuRunner menuRunner_;
+};
