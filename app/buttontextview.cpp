@@ -10,6 +10,7 @@
 
 #include "app/document.h"
 #include "app/formview.h"
+#include "app/scrollsizes.h"
 #include "app/strings.h"
 
 namespace {
@@ -48,28 +49,8 @@ void CButtonTextView::resizeEvent(QResizeEvent *event) {
   UpdateBars();
 }
 
-// A scrolling view decides its bars from its whole client area: a bar is
-// needed where the content is larger, and one bar can make the other needed by
-// taking room. A pane no larger than a scroll bar in either direction gets
-// neither bar and does not scroll, so that a wheel turn cannot move the text.
 void CButtonTextView::UpdateBars() {
-  const int bar = style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, this);
-  const QSize client = contentsRect().size();  // bars included
-  bool needH = false, needV = false;
-  if (client.width() > bar && client.height() > bar) {
-    needH = client.width() < kScrollWidth;
-    needV = client.height() < kScrollHeight;
-    if (needV && !needH) needH = client.width() - bar < kScrollWidth;
-    if (needH && !needV) needV = client.height() - bar < kScrollHeight;
-  }
-  setHorizontalScrollBarPolicy(needH ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
-  setVerticalScrollBarPolicy(needV ? Qt::ScrollBarAlwaysOn : Qt::ScrollBarAlwaysOff);
-  const int width = client.width() - (needV ? bar : 0);
-  const int height = client.height() - (needH ? bar : 0);
-  horizontalScrollBar()->setRange(0, needH ? kScrollWidth - width : 0);
-  verticalScrollBar()->setRange(0, needV ? kScrollHeight - height : 0);
-  horizontalScrollBar()->setPageStep(kScrollWidth / 10);
-  verticalScrollBar()->setPageStep(kScrollHeight / 10);
+  SetScrollSizes(this, QSize(kScrollWidth, kScrollHeight));
 }
 
 void CButtonTextView::paintEvent(QPaintEvent *) {

@@ -31,7 +31,9 @@ uint8_t CKorvelAppDoc::UnsavedAt(int index) const {
   return Valid(index) ? unsaved_[static_cast<size_t>(index)] : 1;
 }
 
-QString CKorvelAppDoc::PathAt(int index) const { return Valid(index) ? paths_[index] : QString(); }
+QString CKorvelAppDoc::PathAt(int index) const {
+  return Valid(index) ? paths_[index] : QString();
+}
 
 QString CKorvelAppDoc::FileNameAt(int index) const {
   const QString path = PathAt(index);
@@ -78,4 +80,6 @@ void CKorvelAppDoc::AddView(QWidget *view) {
   if (!views_.contains(view)) views_.append(view);
 }
 
-void CKorvelAppDoc::RemoveView(QWidget *view) { views_.removeAll(view); }
+void CKorvelAppDoc::RemoveView(QWidget *view) {
+  views_.removeAll(view);
+}

@@ -42,7 +42,9 @@ CKorvelAppView::CKorvelAppView(CKorvelAppDoc *doc, CMainFrame *frame, QWidget *p
   doc_->AddView(this);
 }
 
-CKorvelAppView::~CKorvelAppView() { doc_->RemoveView(this); }
+CKorvelAppView::~CKorvelAppView() {
+  doc_->RemoveView(this);
+}
 
 void CKorvelAppView::CreateControls() {
   for (int i = 0; i < kFormControlCount; ++i) {
@@ -92,7 +94,8 @@ void CKorvelAppView::OnInitialUpdate() {
     button->SizeToContent();
   }
   HideGroups();
-  for (int percent : kZoomSteps) zoom_->addItem(QString("%1%").arg(percent), percent);
+  for (int percent : kZoomSteps)
+    zoom_->addItem(QString("%1%").arg(percent), percent);
   zoom_->setCurrentIndex(kZoomStart);
 
   const QPoint at = workArea_.topLeft();
@@ -126,8 +129,12 @@ void CKorvelAppView::paintEvent(QPaintEvent *) {
     painter.drawPixmap(0, 0, background_);
 }
 
-CThumbView *CKorvelAppView::GetThumbView() const { return doc_->FindView<CThumbView>(); }
-CImageView *CKorvelAppView::GetImageView() const { return doc_->FindView<CImageView>(); }
+CThumbView *CKorvelAppView::GetThumbView() const {
+  return doc_->FindView<CThumbView>();
+}
+CImageView *CKorvelAppView::GetImageView() const {
+  return doc_->FindView<CImageView>();
+}
 CButtonTextView *CKorvelAppView::GetButtonTextView() const {
   return doc_->FindView<CButtonTextView>();
 }
@@ -199,36 +206,74 @@ bool CKorvelAppView::PrepareEdit() {
 
 void CKorvelAppView::OnCommand(int id) {
   switch (id) {
-    case 1005: return OnRotateLeft();
-    case 1006: return OnRotateRight();
-    case 1008: return OnZoomOut();
-    case 1007: return OnZoomIn();
-    case 1010: return OnCropNow();
-    case 1002: return OnKeepEdit();
-    case 1003: case 1033: return OnCloseEditor();
-    case 1011: case 32774: return OnStartCrop();
-    case 1012: case 32773: return OnStartRotate();
-    case 1014: return OnGetPhotos();
-    case 1004: return OnSelectSource();
-    case 1015: case 32776: return OnSavePhoto();
-    case 1016: return OnQuit();
-    case 32772: case 1017: return OnRemovePhoto();
-    case 32778: case 1022: return OnEditPhoto();
-    case 1018: return OnUndo();
-    case 1019: return OnOpenPhoto();
-    case 1020: return OnGoOnline();
-    case 1024: case 32779: return OnStartColorCorrection();
-    case 1013: case 32775: return OnStartRedEye();
-    case 1023: return OnProjects();
-    case 1037: return OnShare();
-    case 1032: return OnPrint();
-    case 1025: return OnFoliage();
-    case 1029: return OnSkin();
-    case 1030: return OnSky();
-    case 1026: return OnNeutrals();
-    case 1049: return OnEmail();
-    case 1031: return OnRedEyeTool();
-    default: return;
+    case 1005:
+      return OnRotateLeft();
+    case 1006:
+      return OnRotateRight();
+    case 1008:
+      return OnZoomOut();
+    case 1007:
+      return OnZoomIn();
+    case 1010:
+      return OnCropNow();
+    case 1002:
+      return OnKeepEdit();
+    case 1003:
+    case 1033:
+      return OnCloseEditor();
+    case 1011:
+    case 32774:
+      return OnStartCrop();
+    case 1012:
+    case 32773:
+      return OnStartRotate();
+    case 1014:
+      return OnGetPhotos();
+    case 1004:
+      return OnSelectSource();
+    case 1015:
+    case 32776:
+      return OnSavePhoto();
+    case 1016:
+      return OnQuit();
+    case 32772:
+    case 1017:
+      return OnRemovePhoto();
+    case 32778:
+    case 1022:
+      return OnEditPhoto();
+    case 1018:
+      return OnUndo();
+    case 1019:
+      return OnOpenPhoto();
+    case 1020:
+      return OnGoOnline();
+    case 1024:
+    case 32779:
+      return OnStartColorCorrection();
+    case 1013:
+    case 32775:
+      return OnStartRedEye();
+    case 1023:
+      return OnProjects();
+    case 1037:
+      return OnShare();
+    case 1032:
+      return OnPrint();
+    case 1025:
+      return OnFoliage();
+    case 1029:
+      return OnSkin();
+    case 1030:
+      return OnSky();
+    case 1026:
+      return OnNeutrals();
+    case 1049:
+      return OnEmail();
+    case 1031:
+      return OnRedEyeTool();
+    default:
+      return;
   }
 }
 
@@ -339,10 +384,18 @@ void CKorvelAppView::StartColorTool(int tool, int help) {
   GetImageView()->SetColorTool(tool);
 }
 
-void CKorvelAppView::OnFoliage() { StartColorTool(kFoliage, 1012); }
-void CKorvelAppView::OnSkin() { StartColorTool(kSkin, 1013); }
-void CKorvelAppView::OnSky() { StartColorTool(kSky, 1011); }
-void CKorvelAppView::OnNeutrals() { StartColorTool(kNeutrals, 1014); }
+void CKorvelAppView::OnFoliage() {
+  StartColorTool(kFoliage, 1012);
+}
+void CKorvelAppView::OnSkin() {
+  StartColorTool(kSkin, 1013);
+}
+void CKorvelAppView::OnSky() {
+  StartColorTool(kSky, 1011);
+}
+void CKorvelAppView::OnNeutrals() {
+  StartColorTool(kNeutrals, 1014);
+}
 
 void CKorvelAppView::OnGetPhotos() {
   SetHelpText(1001);
@@ -354,7 +407,9 @@ void CKorvelAppView::OnGetPhotos() {
     OnOpenPhoto();
 }
 
-void CKorvelAppView::OnSelectSource() { frame_->SelectSource(); }
+void CKorvelAppView::OnSelectSource() {
+  frame_->SelectSource();
+}
 
 void CKorvelAppView::OnSavePhoto() {
   SetHelpText(1002);
@@ -362,7 +417,9 @@ void CKorvelAppView::OnSavePhoto() {
   if (CThumbView *thumbs = GetThumbView()) thumbs->viewport()->update();
 }
 
-void CKorvelAppView::OnQuit() { window()->close(); }
+void CKorvelAppView::OnQuit() {
+  window()->close();
+}
 
 void CKorvelAppView::OnRemovePhoto() {
   SetHelpText(1006);
@@ -371,8 +428,7 @@ void CKorvelAppView::OnRemovePhoto() {
     return;
   }
   if (doc_->Selection().size() > 1) {
-    AfxMessageBox(
-        "Please select only one image that you would like to remove from your work area");
+    AfxMessageBox("Please select only one image that you would like to remove from your work area");
     return;
   }
   if (AfxMessageBox("Are you sure you want to remove this image from your work area?",
@@ -397,7 +453,9 @@ void CKorvelAppView::OnEditPhoto() {
   GetImageView()->ClearMode();
 }
 
-void CKorvelAppView::OnUndo() { GetImageView()->Undo(); }
+void CKorvelAppView::OnUndo() {
+  GetImageView()->Undo();
+}
 
 void CKorvelAppView::OnOpenPhoto() {
   if (OpenPhotoCommand(doc_)) GetThumbView()->viewport()->update();
@@ -409,12 +467,20 @@ bool CKorvelAppView::OpenPhoto(const QString &path) {
   return opened;
 }
 
-bool CKorvelAppView::QuerySaveBeforeClose() { return SaveBeforeClose(doc_); }
+bool CKorvelAppView::QuerySaveBeforeClose() {
+  return SaveBeforeClose(doc_);
+}
 
-void CKorvelAppView::OnGoOnline() { SetHelpText(1017); }
-void CKorvelAppView::OnShare() { SetHelpText(1018); }
+void CKorvelAppView::OnGoOnline() {
+  SetHelpText(1017);
+}
+void CKorvelAppView::OnShare() {
+  SetHelpText(1018);
+}
 void CKorvelAppView::OnProjects() {}
-void CKorvelAppView::OnPrint() { SetHelpText(1004); }
+void CKorvelAppView::OnPrint() {
+  SetHelpText(1004);
+}
 void CKorvelAppView::OnEmail() {}
 
 // Files dropped on the thumbnails open one by one, as the open command would.

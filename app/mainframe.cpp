@@ -52,4 +52,3 @@ void CMainFrame::closeEvent(QCloseEvent *event) {
   else
     event->ignore();
 }
-

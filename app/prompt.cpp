@@ -25,8 +25,12 @@ KorvelPrompt *KorvelPrompt::Install(KorvelPrompt *prompt) {
   return old;
 }
 
-void KorvelPrompt::SetParentWindow(QWidget *parent) { gParent = parent; }
-QWidget *KorvelPrompt::ParentWindow() { return gParent; }
+void KorvelPrompt::SetParentWindow(QWidget *parent) {
+  gParent = parent;
+}
+QWidget *KorvelPrompt::ParentWindow() {
+  return gParent;
+}
 
 int AfxMessageBox(const QString &text, int buttons) {
   return KorvelPrompt::Current().MessageBox(text, buttons);

@@ -7,18 +7,29 @@
 
 #include "app/document.h"
 #include "app/prompt.h"
+#include "app/scrollsizes.h"
 #include "app/waitcursor.h"
 #include "edit/dibplanar.h"
 
 CImageView::CImageView(CKorvelAppDoc *doc, QWidget *parent)
     : QAbstractScrollArea(parent), doc_(doc) {
   setFrameShape(QFrame::NoFrame);
+  // Whatever the paint leaves uncovered (the strip a scroll bar had taken when
+  // the client rectangle was captured) shows the same light grey.
+  QPalette grey = viewport()->palette();
+  grey.setColor(QPalette::Window, QColor(0xdc, 0xdc, 0xdc));
+  viewport()->setPalette(grey);
+  viewport()->setAutoFillBackground(true);
   doc_->AddView(this);
 }
 
-CImageView::~CImageView() { doc_->RemoveView(this); }
+CImageView::~CImageView() {
+  doc_->RemoveView(this);
+}
 
-void CImageView::OnInitialUpdate() { SetScrollSizes(453, 645); }
+void CImageView::OnInitialUpdate() {
+  SetScrollSizes(this, QSize(453, 645));
+}
 
 void CImageView::LoadCurrentPhoto() {
   current_.reset();
@@ -57,16 +68,6 @@ QPoint CImageView::ToPhoto(QPoint p) const {
   return p;
 }
 
-void CImageView::SetScrollSizes(int width, int height) {
-  const QSize page = viewport()->size();
-  horizontalScrollBar()->setRange(0, std::max(0, width - page.width()));
-  horizontalScrollBar()->setPageStep(page.width());
-  horizontalScrollBar()->setSingleStep(std::max(1, page.width() / 10));
-  verticalScrollBar()->setRange(0, std::max(0, height - page.height()));
-  verticalScrollBar()->setPageStep(page.height());
-  verticalScrollBar()->setSingleStep(std::max(1, page.height() / 10));
-}
-
 QPoint CImageView::ScrollPosition() const {
   return QPoint(horizontalScrollBar()->value(), verticalScrollBar()->value());
 }
@@ -74,7 +75,7 @@ QPoint CImageView::ScrollPosition() const {
 void CImageView::paintEvent(QPaintEvent *) {
   imageRect_ = ComputeImageRect();
   const int w = current_ ? int(current_->Width()) : 0, h = current_ ? int(current_->Height()) : 0;
-  SetScrollSizes(w, h);
+  SetScrollSizes(this, QSize(w, h));
   QPainter painter(viewport());
   painter.translate(-ScrollPosition());
   painter.fillRect(QRect(0, 0, std::max(w, clientRect_.width()), std::max(h, clientRect_.height())),
@@ -110,7 +111,8 @@ void CImageView::Rotate(int direction) {
 void CImageView::Zoom(double factor) {
   CWaitCursor wait;
   current_.reset();
-  if (doc_->CurrentIndex() != -1) current_ = std::make_unique<CDib>(doc_->ImageAt(doc_->CurrentIndex()));
+  if (doc_->CurrentIndex() != -1)
+    current_ = std::make_unique<CDib>(doc_->ImageAt(doc_->CurrentIndex()));
   if (!current_) return;
   PlanarImage *source = PlanarFromDib(*current_);
   PlanarImage *result = source ? PlanarCreateScaled(source, float(factor)) : nullptr;
@@ -137,7 +139,9 @@ void CImageView::ClearSelection() {
   viewport()->update();
 }
 
-void CImageView::StartColorCorrection() { mode_ = "COLORCORRECTION"; }
+void CImageView::StartColorCorrection() {
+  mode_ = "COLORCORRECTION";
+}
 
 // The selection is drawn with the crop tracker; until one is drawn there is
 // nothing to crop to.

@@ -64,7 +64,6 @@ class CImageView : public QAbstractScrollArea {
  private:
   // The photo's place in the captured client rectangle, centred when smaller.
   QRect ComputeImageRect() const;
-  void SetScrollSizes(int width, int height);
   QPoint ScrollPosition() const;
   // Makes `result` the current image, the old one the previous; frees both
   // planar images.

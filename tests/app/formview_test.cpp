@@ -3,6 +3,8 @@
 // and closing with unsaved photos.
 #include <gtest/gtest.h>
 
+#include <QFile>
+#include <QMimeData>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -246,6 +248,43 @@ TEST_F(Form, ClosingTheWindowAsksAboutEveryUnsavedPhoto) {
   EXPECT_TRUE(app.MainFrame()->close());
   EXPECT_EQ(prompt.savePhotoNames, (QStringList{"one.jpg", "one.jpg", "three.jpg"}));
   EXPECT_EQ(prompt.beeps, 3);
+
+  // The hidden Quit button goes through the same question.
+  app.MainFrame()->show();
+  prompt.savePhoto = {escape};
+  form->OnCommand(1016);
+  EXPECT_TRUE(app.MainFrame()->isVisible());
+  EXPECT_EQ(prompt.savePhotoNames.size(), 4);
+}
+
+TEST_F(Form, DroppedFilesOpenOneByOneInThumbnailMode) {
+  QTemporaryDir dir;
+  const QString good = dir.filePath("drop.bmp"), bad = dir.filePath("notes.txt");
+  ASSERT_EQ(testutil::WritePicture(good.toStdString(), RasFormatBmp, RasModelRgb,
+                                   testutil::Pattern(6, 4, 3)),
+            RasOk);
+  QFile text(bad);
+  ASSERT_TRUE(text.open(QIODevice::WriteOnly));
+  text.write("not a photo");
+  text.close();
+  QMimeData data;
+  data.setUrls({QUrl::fromLocalFile(good), QUrl::fromLocalFile(bad), QUrl::fromLocalFile(good)});
+  // A drop reaches the widget that accepted the drag's entry.
+  QDragEnterEvent accepted(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton,
+                           Qt::NoModifier);
+  QCoreApplication::sendEvent(form, &accepted);
+  EXPECT_TRUE(accepted.isAccepted());
+  QDropEvent drop(QPointF(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QCoreApplication::sendEvent(form, &drop);
+  ASSERT_EQ(doc->Count(), 2);
+  EXPECT_EQ(doc->PathAt(1), good);
+  EXPECT_EQ(prompt.messages, QStringList{"Cannot open file " + bad});
+
+  doc->SetCurrentIndex(0);  // in the editor, drops are not taken
+  form->OnCommand(32778);
+  QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+  QCoreApplication::sendEvent(form, &enter);
+  EXPECT_FALSE(enter.isAccepted());
 }
 
 TEST(FormStartUp, OpensTheCommandLineAsOnePath) {
