@@ -10,6 +10,7 @@
 #include "app/document.h"
 #include "app/formcontrols.h"
 #include "app/mainframe.h"
+#include "app/outputcommands.h"
 #include "app/photofiles.h"
 #include "app/prompt.h"
 #include "app/skinbutton.h"
@@ -28,9 +29,6 @@ constexpr int kHelpHeight = 10;
 // Zoom steps, percent, as the combo's item data.
 constexpr int kZoomSteps[] = {25, 50, 75, 100, 200, 400, 800};
 constexpr int kZoomStart = 3;
-
-// Colour tool codes as the colour engine takes them.
-constexpr int kFoliage = 0, kSkin = 1, kSky = 2, kNeutrals = 3;
 
 }  // namespace
 
@@ -358,6 +356,9 @@ void CKorvelAppView::OnStartColorCorrection() {
   if (PrepareEdit()) {
     GetImageView()->ClearSelection();
     GetImageView()->StartColorCorrection();
+    // No tool is chosen yet: every tool button can be pressed.
+    for (int id : {1030, 1029, 1026, 1025})
+      Control(id)->setEnabled(true);
     ShowControls({1030, 1029, 1026, 1025, 1018, 1003, 1002});
   }
   SetHelpText(1008);
@@ -379,22 +380,26 @@ void CKorvelAppView::OnRedEyeTool() {
   GetImageView()->SetRedEyeMode();
 }
 
-void CKorvelAppView::StartColorTool(int tool, int help) {
+// The chosen tool's button is disabled (its skin shows it selected); the
+// editing view reads the choice back from the buttons when the photo is
+// clicked.
+void CKorvelAppView::ChooseColorTool(int button, int help) {
   SetHelpText(help);
-  GetImageView()->SetColorTool(tool);
+  for (int id : {1030, 1029, 1026, 1025})
+    Control(id)->setEnabled(id != button);
 }
 
 void CKorvelAppView::OnFoliage() {
-  StartColorTool(kFoliage, 1012);
+  ChooseColorTool(1025, 1012);
 }
 void CKorvelAppView::OnSkin() {
-  StartColorTool(kSkin, 1013);
+  ChooseColorTool(1029, 1013);
 }
 void CKorvelAppView::OnSky() {
-  StartColorTool(kSky, 1011);
+  ChooseColorTool(1030, 1011);
 }
 void CKorvelAppView::OnNeutrals() {
-  StartColorTool(kNeutrals, 1014);
+  ChooseColorTool(1026, 1014);
 }
 
 void CKorvelAppView::OnGetPhotos() {
@@ -471,17 +476,27 @@ bool CKorvelAppView::QuerySaveBeforeClose() {
   return SaveBeforeClose(doc_);
 }
 
+// The output commands show their own help at the moment their flow calls
+// for it; without them installed the buttons only explain themselves.
 void CKorvelAppView::OnGoOnline() {
+  if (COutputCommands *output = COutputCommands::Current()) return output->OnVisitOnline(this);
   SetHelpText(1017);
 }
 void CKorvelAppView::OnShare() {
+  if (COutputCommands *output = COutputCommands::Current()) return output->OnSharePhotos(this);
   SetHelpText(1018);
 }
-void CKorvelAppView::OnProjects() {}
+void CKorvelAppView::OnProjects() {
+  if (COutputCommands *output = COutputCommands::Current()) return output->OnProjects(this);
+  SetHelpText(1003);
+}
 void CKorvelAppView::OnPrint() {
+  if (COutputCommands *output = COutputCommands::Current()) return output->OnPrint(this);
   SetHelpText(1004);
 }
-void CKorvelAppView::OnEmail() {}
+void CKorvelAppView::OnEmail() {
+  if (COutputCommands *output = COutputCommands::Current()) output->OnEmail(this);
+}
 
 // Files dropped on the thumbnails open one by one, as the open command would.
 void CKorvelAppView::dragEnterEvent(QDragEnterEvent *event) {

@@ -100,7 +100,7 @@ class CKorvelAppView : public QWidget {
   void ShowGroup(const int *ids, int count, bool show);
   void ShowControls(std::initializer_list<int> ids, bool show = true);
   void HideGroups();
-  void StartColorTool(int tool, int help);
+  void ChooseColorTool(int button, int help);
 
   CKorvelAppDoc *doc_;
   CMainFrame *frame_;

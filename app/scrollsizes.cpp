@@ -27,3 +27,11 @@ void SetScrollSizes(QAbstractScrollArea *view, QSize content) {
   h->setSingleStep(std::max(1, content.width() / 100));
   v->setSingleStep(std::max(1, content.height() / 100));
 }
+
+QRect ClientRect(const QAbstractScrollArea *view) {
+  const int bar = view->style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, view);
+  QSize client = view->contentsRect().size();
+  if (view->verticalScrollBarPolicy() == Qt::ScrollBarAlwaysOn) client.rwidth() -= bar;
+  if (view->horizontalScrollBarPolicy() == Qt::ScrollBarAlwaysOn) client.rheight() -= bar;
+  return QRect(QPoint(0, 0), client);
+}

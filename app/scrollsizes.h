@@ -5,8 +5,13 @@
 // in either direction gets neither bar and does not scroll.
 #pragma once
 
+#include <QRect>
 #include <QSize>
 
 class QAbstractScrollArea;
 
 void SetScrollSizes(QAbstractScrollArea *view, QSize content);
+
+// The client rectangle (the area inside the frame less the scroll bars that
+// show), known even before the view is first shown and laid out.
+QRect ClientRect(const QAbstractScrollArea *view);

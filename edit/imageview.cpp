@@ -1,25 +1,40 @@
-// The editing view's display and its whole-photo edits.
+// The editing view's display, its mouse, and its edits. Every edit works on
+// a planar copy of the current picture and commits a new picture block, so a
+// copy kept elsewhere (the previous image, the work area's photo) never
+// changes under it.
 #include "edit/imageview.h"
 
-#include <QGuiApplication>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QScrollBar>
 
 #include "app/document.h"
+#include "app/formview.h"
 #include "app/prompt.h"
 #include "app/scrollsizes.h"
 #include "app/waitcursor.h"
+#include "colorengine/cc.h"
 #include "edit/dibplanar.h"
+
+namespace {
+
+constexpr QRgb kBackground = qRgb(0xdc, 0xdc, 0xdc);
+
+}  // namespace
 
 CImageView::CImageView(CKorvelAppDoc *doc, QWidget *parent)
     : QAbstractScrollArea(parent), doc_(doc) {
   setFrameShape(QFrame::NoFrame);
   // Whatever the paint leaves uncovered (the strip a scroll bar had taken when
   // the client rectangle was captured) shows the same light grey.
-  QPalette grey = viewport()->palette();
-  grey.setColor(QPalette::Window, QColor(0xdc, 0xdc, 0xdc));
-  viewport()->setPalette(grey);
+  QPalette grey = palette();
+  grey.setColor(QPalette::Window, QColor(kBackground));
+  grey.setColor(QPalette::Base, QColor(kBackground));  // what a viewport fills with
+  setPalette(grey);
+  setAutoFillBackground(true);
   viewport()->setAutoFillBackground(true);
+  // A rubber band released outside the photo keeps following the pointer.
+  viewport()->setMouseTracking(true);
   doc_->AddView(this);
 }
 
@@ -40,8 +55,9 @@ void CImageView::LoadCurrentPhoto() {
     previous_ = std::make_unique<CDib>(doc_->ImageAt(index));
   }
   changed_ = false;
+  dragging_ = false;
   mode_.clear();
-  clientRect_ = viewport()->rect();
+  clientRect_ = ::ClientRect(this);
 }
 
 QRect CImageView::ComputeImageRect() const {
@@ -68,8 +84,17 @@ QPoint CImageView::ToPhoto(QPoint p) const {
   return p;
 }
 
-QPoint CImageView::ScrollPosition() const {
-  return QPoint(horizontalScrollBar()->value(), verticalScrollBar()->value());
+QPoint CImageView::ViewPoint(const QMouseEvent *event) const {
+  return event->position().toPoint() +
+         QPoint(horizontalScrollBar()->value(), verticalScrollBar()->value());
+}
+
+CRectTracker::Rect CImageView::NormalizedRect(QPoint a, QPoint b) {
+  const int x1 = a.x(), y1 = a.y(), x2 = b.x(), y2 = b.y();
+  if (x1 < x2 && y1 < y2) return {x1, y1, x2, y2};
+  if (x1 < x2 && y2 < y1) return {x1, y2, x2, y1};
+  if (x1 > x2 && y1 < y2) return {x2, y1, x1, y2};
+  return {x2, y2, x1, y1};
 }
 
 void CImageView::paintEvent(QPaintEvent *) {
@@ -77,75 +102,219 @@ void CImageView::paintEvent(QPaintEvent *) {
   const int w = current_ ? int(current_->Width()) : 0, h = current_ ? int(current_->Height()) : 0;
   SetScrollSizes(this, QSize(w, h));
   QPainter painter(viewport());
-  painter.translate(-ScrollPosition());
+  painter.translate(-horizontalScrollBar()->value(), -verticalScrollBar()->value());
   painter.fillRect(QRect(0, 0, std::max(w, clientRect_.width()), std::max(h, clientRect_.height())),
-                   QColor(0xdc, 0xdc, 0xdc));
+                   QColor(kBackground));
   if (current_) {
     const QRect r = imageRect_;
     current_->Draw(&painter, r.left(), r.top(), r.right() + 1, r.bottom() + 1);
   }
+  tracker_.Draw(&painter);
+  if (dragging_ && !lastDrag_.IsEmpty()) {
+    // The band inverts what is under it, so it shows on any picture.
+    const CRectTracker::Rect &d = lastDrag_;
+    painter.setCompositionMode(QPainter::CompositionMode_Difference);
+    const QRect band(d.left, d.top, d.right - d.left, d.bottom - d.top);
+    for (const QRect &edge : {QRect(band.left(), band.top(), band.width(), 3),
+                              QRect(band.left(), band.bottom() - 2, band.width(), 3),
+                              QRect(band.left(), band.top() + 3, 3, band.height() - 6),
+                              QRect(band.right() - 2, band.top() + 3, 3, band.height() - 6)})
+      painter.fillRect(edge, Qt::white);
+  }
 }
 
-void CImageView::Commit(PlanarImage *source, PlanarImage *result) {
-  PlanarFree(source);
-  previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
-  current_.reset();
-  if (HGLOBAL block = DibFromPlanar(result)) current_ = std::make_unique<CDib>(block);
-  PlanarFree(result);
+void CImageView::mousePressEvent(QMouseEvent *event) {
+  if (event->button() != Qt::LeftButton) return QAbstractScrollArea::mousePressEvent(event);
+  const QPoint p = ViewPoint(event);
+  if (mode_ == "CROP") {
+    // Only hits above 0: a press on the top-left handle, like one outside,
+    // starts a new band.
+    if (tracker_.HitTest(p) > 0) {
+      tracker_.Track(viewport(), p, false);
+      viewport()->update();
+    } else if (imageRect_.contains(p)) {
+      dragStart_ = p;
+      lastDrag_ = {};
+      dragging_ = true;
+    }
+  } else if (mode_ == "COLORCORRECTION") {
+    ColorCorrectAt(ToPhoto(p));
+  } else if (mode_ == "REDEYE") {
+    RemoveRedEyeAt(ToPhoto(p));
+  }
+}
+
+void CImageView::mouseMoveEvent(QMouseEvent *event) {
+  const QPoint p = ViewPoint(event);
+  if (tracker_.Tracking()) {
+    tracker_.TrackTo(p);
+    viewport()->update();
+    return;
+  }
+  if (mode_ == "CROP" && !tracker_.SetCursor(viewport(), p)) viewport()->unsetCursor();
+  if (mode_ != "CROP" || !dragging_) return;
+  // Outside the photo the band stays where it was.
+  if (imageRect_.contains(p)) {
+    lastDrag_ = NormalizedRect(dragStart_, p);
+    viewport()->update();
+  }
+}
+
+void CImageView::mouseReleaseEvent(QMouseEvent *event) {
+  const QPoint p = ViewPoint(event);
+  if (tracker_.Tracking()) {
+    tracker_.EndTrack();
+    viewport()->update();
+    return;
+  }
+  if (mode_ != "CROP" || !imageRect_.contains(p)) return;
+  dragging_ = false;
+  tracker_.m_rect = NormalizedRect(dragStart_, p);
+  tracker_.m_sizeMin = QSize(8, 8);
+  tracker_.m_nStyle = CRectTracker::solidLine | CRectTracker::resizeInside;
+  changed_ = true;
   viewport()->update();
+}
+
+bool CImageView::Commit(Planar result) {
+  HGLOBAL block = DibFromPlanar(result.get());
+  if (!block) return false;  // the user keeps the picture they had
+  previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
+  current_ = std::make_unique<CDib>(block);
+  viewport()->update();
+  return true;
 }
 
 void CImageView::Rotate(int direction) {
   if ((direction != 0 && direction != 1) || !current_) return;
   changed_ = true;
-  PlanarImage *source = PlanarFromDib(*current_);
-  PlanarImage *result = source ? PlanarCreateExchanged(source) : nullptr;
-  if (!result || RotateImage(source, direction == 0 ? 2 : 0, result, nullptr) != 0) {
-    PlanarFree(source);
-    PlanarFree(result);
-    return;
-  }
-  Commit(source, result);
+  Planar source(PlanarFromDib(*current_));
+  Planar result(source ? PlanarCreateExchanged(source.get()) : nullptr);
+  if (result && RotateImage(source.get(), direction == 0 ? 2 : 0, result.get(), nullptr) == 0)
+    Commit(std::move(result));
 }
 
 void CImageView::Zoom(double factor) {
   CWaitCursor wait;
+  const int index = doc_->CurrentIndex();
+  // Zooming starts again from the work area's photo: edits not yet kept are
+  // dropped from the working picture.
   current_.reset();
-  if (doc_->CurrentIndex() != -1)
-    current_ = std::make_unique<CDib>(doc_->ImageAt(doc_->CurrentIndex()));
-  if (!current_) return;
-  PlanarImage *source = PlanarFromDib(*current_);
-  PlanarImage *result = source ? PlanarCreateScaled(source, float(factor)) : nullptr;
-  int code = -1;
-  if (result && factor >= 1.0) {
-    code = EnlargeImage(source, 0.5f, 0.5f, int32_t(factor), result, nullptr);
+  if (index == -1) return;
+  current_ = std::make_unique<CDib>(doc_->ImageAt(index));
+  Planar source(PlanarFromDib(*current_));
+  Planar result(source ? PlanarCreateScaled(source.get(), float(factor)) : nullptr);
+  if (!result) return;
+  int code;
+  if (factor >= 1.0) {
+    code = EnlargeImage(source.get(), 0.5f, 0.5f, int32_t(factor), result.get(), nullptr);
     horizontalScrollBar()->setValue(0);
     verticalScrollBar()->setValue(0);
-  } else if (result) {
+  } else {
     const PixRect whole{};
     const PixReduceOptions options{};
-    code = ReduceImage(nullptr, source, 1, result, &whole, &options, nullptr);
+    code = ReduceImage(nullptr, source.get(), 1, result.get(), &whole, &options, nullptr);
   }
-  if (code != 0) {
-    PlanarFree(source);
-    PlanarFree(result);
-    return;
-  }
-  Commit(source, result);
+  if (code == 0) Commit(std::move(result));
 }
 
 void CImageView::ClearSelection() {
+  tracker_.m_rect = {};
   mode_.clear();
   viewport()->update();
 }
 
-void CImageView::StartColorCorrection() {
-  mode_ = "COLORCORRECTION";
+int CImageView::Crop() {
+  if (!current_) return -1;
+  changed_ = true;
+  Planar source(PlanarFromDib(*current_));
+  if (!source) return -1;
+  // The selection with its border, moved from view to photo coordinates.
+  CRectTracker::Rect r = tracker_.GetTrueRect();
+  const QPoint shift = ToPhoto(QPoint(0, 0));
+  r = {r.left + shift.x(), r.top + shift.y(), r.right + shift.x(), r.bottom + shift.y()};
+  Planar result(PlanarCreateRect(source.get(), r.left, r.top, r.right, r.bottom));
+  if (!result) return -1;
+  if (const int code = CropImage(source.get(), r.left, r.top, result.get(), nullptr)) return code;
+  if (!Commit(std::move(result))) return -1;
+  tracker_.m_rect = {};
+  viewport()->update();
+  return 0;
 }
 
-// The selection is drawn with the crop tracker; until one is drawn there is
-// nothing to crop to.
-void CImageView::Crop() {}
+void CImageView::RemoveRedEyeAt(QPoint photo) {
+  if (!current_) return;
+  changed_ = true;
+  Planar copy(PlanarFromDib(*current_));
+  // The routine refuses points outside the photo; nothing changes then.
+  if (!copy || RemoveRedEye(copy.get(), photo.x(), photo.y(), 2, 0) != 0) return;
+  if (Commit(std::move(copy))) tracker_.m_rect = {};
+}
+
+void CImageView::StartColorCorrection() {
+  mode_ = "COLORCORRECTION";
+  ResetColorState();
+  colorSource_.reset(current_ ? PlanarFromDib(*current_) : nullptr);
+}
+
+void CImageView::ResetColorState() {
+  colorTool_ = -1;
+  colorParams_ = std::make_unique<CcParams>();
+  CcInitParams(colorParams_.get());
+}
+
+void CImageView::ColorCorrectAt(QPoint photo) {
+  const auto *form = doc_->FindView<CKorvelAppView>();
+  if (!form || !colorParams_) return;
+  // The form disables the button of the chosen tool.
+  static const struct { int button, tool; } kTools[] = {{1030, 2}, {1029, 1}, {1026, 3}, {1025, 0}};
+  int tool = -1;
+  for (const auto &t : kTools) {
+    if (const QWidget *button = form->Control(t.button); button && !button->isEnabled()) {
+      tool = t.tool;
+      break;
+    }
+  }
+  if (tool == -1) {
+    AfxMessageBox("Please Select a Color Correction tool and then click on the image");
+    return;
+  }
+  colorTool_ = tool;
+  // The parameters hold 50 clicks; one more is turned away rather than
+  // written past the list.
+  if (colorParams_->pointCount >= CcMaxPoints) {
+    KorvelPrompt::Current().Beep();
+    return;
+  }
+  colorParams_->points[colorParams_->pointCount++] = CcPoint{tool, photo.x(), photo.y()};
+  ApplyColorCorrection();
+}
+
+int CImageView::ApplyColorCorrection() {
+  if (!colorSource_ || !colorParams_) return -1;
+  CcTransform transform{};
+  if (const int code = CcBuildTransform(colorParams_.get(), colorSource_.get(), &transform))
+    return code;
+  const PlanarImage &src = *colorSource_;
+  // The result has the source's size: every click starts again from it.
+  Planar result(PlanarCreate(src.width, src.height, 3));
+  int code = result ? 0 : -1;
+  for (int32_t y = 0; y < src.height && code == 0; ++y) {
+    CcPixelRow from{}, to{};
+    for (int c = 0; c < 3; ++c) {
+      from.channel[c] = src.planes[c] + size_t(y) * size_t(src.rowStride);
+      to.channel[c] = result->planes[c] + size_t(y) * size_t(result->rowStride);
+    }
+    code = CcApplySl(&transform, uint32_t(src.width), &from, uint32_t(src.pixelStep), &to,
+                     uint32_t(result->pixelStep));
+  }
+  if (code == 0 && !Commit(std::move(result))) code = -3;
+  (void)CcFreeTransform(&transform);
+  if (code != 0) return code;
+  changed_ = true;
+  viewport()->update();
+  return 0;
+}
 
 void CImageView::KeepChanges() {
   if (doc_->CurrentIndex() != -1 && current_)
@@ -169,6 +338,8 @@ bool CImageView::QueryKeepChanges() {
 }
 
 void CImageView::Undo() {
+  if (mode_ == "COLORCORRECTION" && colorParams_ && colorParams_->pointCount > 0)
+    --colorParams_->pointCount;
   const CDib temp = current_ ? *current_ : CDib();
   current_ = std::make_unique<CDib>(previous_ ? *previous_ : CDib());
   previous_ = std::make_unique<CDib>(temp);

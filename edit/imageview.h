@@ -1,6 +1,7 @@
-// The editing view: shows the photo being edited centred in the work area and
-// keeps a working copy and one previous copy for undo. Edits never touch the
-// work area's photo until the user keeps them.
+// The editing view: shows the photo being edited centred in the work area,
+// keeps a working copy and one previous copy for undo, and turns the mouse
+// into a crop selection, red-eye and colour-correction clicks. Edits never
+// touch the work area's photo until the user keeps them.
 #pragma once
 
 #include <QAbstractScrollArea>
@@ -11,8 +12,10 @@
 
 #include "app/dib.h"
 #include "edit/pixels/pixels.h"
+#include "edit/recttracker.h"
 
 class CKorvelAppDoc;
+struct CcParams;
 
 class CImageView : public QAbstractScrollArea {
   Q_OBJECT
@@ -35,13 +38,20 @@ class CImageView : public QAbstractScrollArea {
   void SetCropMode() { mode_ = "CROP"; }
   void SetRedEyeMode() { mode_ = "REDEYE"; }
   void ClearMode() { mode_.clear(); }
+  // Empties the crop selection and leaves every tool.
   void ClearSelection();
+  // Crops to the selection; returns the pixel routine's code (0 on success).
+  int Crop();
+  // Colour correction: fresh parameters and a copy of the photo as it is now,
+  // which every click is applied to.
   void StartColorCorrection();
-  // The colour tool the next click applies: 0 foliage, 1 skin, 2 sky, 3 neutrals.
-  void SetColorTool(int tool) { colorTool_ = tool; }
-  int ColorTool() const { return colorTool_; }
-  // Crops to the selection; without a selection nothing happens.
-  void Crop();
+  void ResetColorState();
+  // A click with the colour tool whose button the form has disabled.
+  void ColorCorrectAt(QPoint photo);
+  // Builds the transform from every click and applies it to the colour source.
+  int ApplyColorCorrection();
+  // Greys the red pupil around the photo point.
+  void RemoveRedEyeAt(QPoint photo);
   // Hands the working copy to the work area (marked unsaved).
   void KeepChanges();
   // Asks whether to keep changes; false when the user cancels.
@@ -53,28 +63,48 @@ class CImageView : public QAbstractScrollArea {
   bool Changed() const { return changed_; }
   const CDib *CurrentImage() const { return current_.get(); }
   const CDib *PreviousImage() const { return previous_.get(); }
+  const CRectTracker &Tracker() const { return tracker_; }
+  const CcParams *ColorParams() const { return colorParams_.get(); }
+  int ColorTool() const { return colorTool_; }
   QRect ImageRect() const { return imageRect_; }
   QRect ClientRect() const { return clientRect_; }
   // A point of the view (scrolled coordinates) in photo coordinates.
   QPoint ToPhoto(QPoint viewPoint) const;
+  // The rubber band from two corners, tested in the view's order: equal
+  // coordinates on an axis give an inverted rectangle.
+  static CRectTracker::Rect NormalizedRect(QPoint a, QPoint b);
 
  protected:
   void paintEvent(QPaintEvent *event) override;
+  void mousePressEvent(QMouseEvent *event) override;
+  void mouseMoveEvent(QMouseEvent *event) override;
+  void mouseReleaseEvent(QMouseEvent *event) override;
 
  private:
+  struct PlanarDeleter {
+    void operator()(PlanarImage *image) const { PlanarFree(image); }
+  };
+  using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
+
   // The photo's place in the captured client rectangle, centred when smaller.
   QRect ComputeImageRect() const;
-  QPoint ScrollPosition() const;
-  // Makes `result` the current image, the old one the previous; frees both
-  // planar images.
-  void Commit(PlanarImage *source, PlanarImage *result);
+  QPoint ViewPoint(const QMouseEvent *event) const;
+  // Makes `result` the current image and the old current the previous. A
+  // result that cannot become a picture leaves both images as they were.
+  bool Commit(Planar result);
 
   CKorvelAppDoc *doc_;
   std::unique_ptr<CDib> previous_;
   std::unique_ptr<CDib> current_;
+  CRectTracker tracker_;
   bool changed_ = false;
   QRect clientRect_;
+  QPoint dragStart_;
+  bool dragging_ = false;
+  CRectTracker::Rect lastDrag_;
   QRect imageRect_;
   QString mode_;
+  Planar colorSource_;
   int colorTool_ = -1;
+  std::unique_ptr<CcParams> colorParams_;
 };

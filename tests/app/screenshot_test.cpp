@@ -15,6 +15,7 @@
 namespace {
 
 QImage Shot(CKorvelApp &app, const char *name) {
+  app.MainFrame()->grab();  // a first paint settles the scroll bars
   QImage shot = app.MainFrame()->grab().toImage();
   QDir().mkpath(KORVEL_SCREENSHOT_DIR);
   shot.save(QString(KORVEL_SCREENSHOT_DIR) + "/" + name);
