@@ -8,3 +8,4 @@ int RunRotate(int argc, char **argv);
 int RunCrop(int argc, char **argv);
 int RunZoom(int argc, char **argv);
 int RunRedEye(int argc, char **argv);
+int RunColor(int argc, char **argv);

@@ -20,6 +20,8 @@ const char kUsage[] =
     "  zoom PERCENT IN OUT             25, 50 or 75 (filtered reduction), 100, 200,\n"
     "                                  400 or 800 (pixel replication)\n"
     "  redeye X Y IN OUT               grey the red patch around pixel X, Y\n"
+    "  color IN OUT [TOOL:X,Y ...]     correct colours from clicks, TOOL one of foliage,\n"
+    "                                  skin, sky or neutrals (no points: unchanged)\n"
     "                                  (edits read any model as RGB, as the application\n"
     "                                  does, and write OUT by its extension)\n"
     "  --help                          this text\n"
@@ -43,8 +45,9 @@ int main(int argc, char **argv) {
   static const struct {
     const char *name;
     int (*run)(int, char **);
-  } kCommands[] = {{"info", RunInfo}, {"convert", RunConvert}, {"rotate", RunRotate},
-                   {"crop", RunCrop}, {"zoom", RunZoom},       {"redeye", RunRedEye}};
+  } kCommands[] = {{"info", RunInfo},  {"convert", RunConvert}, {"rotate", RunRotate},
+                   {"crop", RunCrop},  {"zoom", RunZoom},       {"redeye", RunRedEye},
+                   {"color", RunColor}};
   for (const auto &c : kCommands)
     if (std::strcmp(command, c.name) == 0) return c.run(argc - 2, argv + 2);
   std::fprintf(stderr, "korvel-raster: unknown command '%s' (try --help)\n", command);

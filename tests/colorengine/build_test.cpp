@@ -1,0 +1,311 @@
+// Building a correction from clicks: parameters, the two paths (curves or
+// grid), classification, the matrix limit, and what a person would see.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "colorengine/cc.h"
+#include "colorengine/work.h"
+#include "edit/pixels/pixels.h"
+
+namespace {
+
+struct PlanarDeleter {
+  void operator()(PlanarImage *p) const { PlanarFree(p); }
+};
+using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
+
+void Fill(PlanarImage *p, int x0, int y0, int x1, int y1, const int rgb[3], int noise = 0,
+          uint32_t seed = 1) {
+  std::mt19937 rng(seed);
+  std::uniform_int_distribution<int> jitter(-noise, noise);
+  for (int y = y0; y < y1; ++y)
+    for (int x = x0; x < x1; ++x)
+      for (int c = 0; c < 3; ++c) {
+        const int v = rgb[c] + (noise ? jitter(rng) : 0);
+        p->planes[c][y * p->rowStride + x] = uint8_t(v < 0 ? 0 : v > 255 ? 255 : v);
+      }
+}
+
+// As the editing view applies a transform: row by row from a source into a
+// fresh image.
+Planar Apply(const CcTransform &t, const PlanarImage &src) {
+  Planar dst(PlanarCreate(src.width, src.height, 3));
+  for (int y = 0; y < src.height; ++y) {
+    CcPixelRow from{}, to{};
+    for (int c = 0; c < 3; ++c) {
+      from.channel[c] = src.planes[c] + y * src.rowStride;
+      to.channel[c] = dst->planes[c] + y * dst->rowStride;
+    }
+    EXPECT_EQ(CcApplySl(&t, uint32_t(src.width), &from, uint32_t(src.pixelStep), &to,
+                        uint32_t(dst->pixelStep)),
+              0);
+  }
+  return dst;
+}
+
+struct Built {
+  CcTransform t{};
+  int32_t code;
+  Built(CcParams *params, const PlanarImage *image) : code(CcBuildTransform(params, image, &t)) {}
+  ~Built() { (void)CcFreeTransform(&t); }
+};
+
+CcParams Params(std::initializer_list<CcPoint> points) {
+  CcParams p;
+  EXPECT_EQ(CcInitParams(&p), 0);
+  for (const CcPoint &point : points)
+    p.points[p.pointCount++] = point;
+  return p;
+}
+
+// The engine's own judging model, to make patches of a chosen L*a*b*.
+struct Judge {
+  cc::ColourModel model;
+  Judge() {
+    CcParams p = Params({});
+    cc::WorkRecord work;
+    cc::FillWorkRecord(p, &work);
+    CcArray *to = cc::CreateRgbToXyz(work.primaries, work.white);
+    CcArray *from = cc::CreateXyzToRgb(work.primaries, work.white);
+    EXPECT_EQ(cc::MakeColourModel(work, to, from, &model), 0);
+    CcArrayFree(to);
+    CcArrayFree(from);
+  }
+  void ToRgb(double l, double chroma, double hue, int rgb[3]) const {
+    const double h = hue * M_PI / 180.0, lab[3] = {l, chroma * std::cos(h), chroma * std::sin(h)};
+    double linear[3];
+    cc::LabToLinear(model, lab, linear);
+    for (int c = 0; c < 3; ++c)
+      rgb[c] = int(std::lround(255.0 * std::pow(std::fmax(0.0, linear[c]), 1.0 / 2.2)));
+  }
+  void ToLab(const PlanarImage &p, int x0, int y0, int x1, int y1, double lab[3]) const {
+    double sum[3] = {0, 0, 0};
+    for (int y = y0; y < y1; ++y)
+      for (int x = x0; x < x1; ++x)
+        for (int c = 0; c < 3; ++c)
+          sum[c] += p.planes[c][y * p.rowStride + x];
+    double linear[3];
+    const double n = double(x1 - x0) * (y1 - y0);
+    for (int c = 0; c < 3; ++c)
+      linear[c] = std::pow(sum[c] / n / 255.0, 2.2);
+    cc::LinearToLab(model, linear, lab);
+  }
+};
+
+TEST(CcBuild, WhitePointsAndTargets) {
+  CcParams p = Params({});
+  // Any tool beyond the first three gets the neutral target.
+  CcToolTarget target;
+  ASSERT_EQ(CcGetToolTarget(9, &target), 0);
+  EXPECT_EQ(std::memcmp(&target, &p.targets[3], sizeof target), 0);
+  // Daylight at 6500 K has x near 0.3128 (at D65's 6504 K, 0.3127); temperatures
+  // outside 4000..25000 K are clamped.
+  const double x = p.space.white[0] / (p.space.white[0] + 1.0 + p.space.white[2]);
+  EXPECT_NEAR(x, 0.3128, 0.0002);
+  float low[3], clamped[3];
+  ASSERT_EQ(CcWhiteFromTemperature(1000.0, low), 0);
+  ASSERT_EQ(CcWhiteFromTemperature(4000.0, clamped), 0);
+  EXPECT_EQ(std::memcmp(low, clamped, sizeof low), 0);
+}
+
+TEST(CcBuild, NoPointsGiveIdentityCurves) {
+  Planar photo(PlanarCreate(8, 8, 3));
+  CcParams p = Params({});
+  Built built(&p, photo.get());
+  ASSERT_EQ(built.code, 0);
+  const CcTransformContext &c = *built.t.context;
+  EXPECT_EQ(c.gridFlag, 0);
+  EXPECT_EQ(built.t.inChannels, 3);
+  EXPECT_EQ(built.t.outSpace, 1);
+  for (int k = 0; k < 3; ++k) {
+    const auto *curve = static_cast<const uint8_t *>(c.in[k].table);
+    ASSERT_NE(curve, nullptr);
+    for (int i = 0; i < 256; ++i)
+      ASSERT_EQ(curve[i], i);
+  }
+  // More than the record's 50 points is refused before anything is read.
+  p.pointCount = 51;
+  CcTransform untouched{};
+  EXPECT_EQ(CcBuildTransform(&p, photo.get(), &untouched), -1);
+  EXPECT_EQ(untouched.context, nullptr);
+}
+
+TEST(CcBuild, ClickedPointsUseTheGridWithTheGivenNodes) {
+  Judge judge;
+  Planar photo(PlanarCreate(40, 30, 3));
+  int sky[3];
+  judge.ToRgb(55, 35, 300, sky);  // a sky gone purple
+  Fill(photo.get(), 0, 0, 40, 30, sky, 3);
+  CcParams p = Params({{CcKindSky, 20, 15}});
+  Built built(&p, photo.get());
+  ASSERT_EQ(built.code, 0);
+  const CcTransformContext &c = *built.t.context;
+  ASSERT_EQ(c.gridFlag, 1);
+  const uint16_t expected[27] = {0,   10,  20,  29,  39,  49,  59,  69,  78,
+                                 88,  98,  108, 118, 128, 137, 147, 157, 167,
+                                 177, 186, 196, 206, 216, 226, 235, 245, 255};
+  for (int a = 0; a < 3; ++a) {
+    ASSERT_EQ(c.in[a].nodeCount, 27);
+    for (int k = 0; k < 27; ++k)
+      EXPECT_EQ(c.in[a].nodes[k], expected[k]);
+  }
+  EXPECT_EQ(c.gridNodes, 19683u);
+}
+
+TEST(CcBuild, ClassificationAndItsRecord) {
+  Judge judge;
+  Planar photo(PlanarCreate(60, 20, 3));
+  int paleGrey[3], midGrey[3], warm[3], cool[3];
+  judge.ToRgb(90, 10, 30, paleGrey);
+  judge.ToRgb(50, 10, 30, midGrey);
+  judge.ToRgb(54, 30, 30, warm);
+  judge.ToRgb(46, 10, 210, cool);
+  Fill(photo.get(), 0, 0, 10, 20, paleGrey);
+  Fill(photo.get(), 10, 0, 20, 20, midGrey);
+  // A chequer of lighter warm and darker cool pixels: the mean is a warmish
+  // grey, but its lighter and darker halves disagree about the hue.
+  Fill(photo.get(), 20, 0, 30, 20, warm);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 20 + y % 2; x < 30; x += 2)
+      Fill(photo.get(), x, y, x + 1, y + 1, cool);
+  int leaf[3];
+  judge.ToRgb(45, 38, 125, leaf);
+  Fill(photo.get(), 30, 0, 40, 20, leaf);
+  CcParams p = Params({{-1, 5, 10},
+                       {-1, 15, 10},
+                       {-1, 25, 10},
+                       {-1, 35, 10},
+                       {-1, 60, 10},
+                       {CcKindFoliage, 5, 10}});
+  Built built(&p, photo.get());
+  ASSERT_EQ(built.code, 0);
+  EXPECT_EQ(p.points[0].kind, CcKindNeutral);  // L 90, C 10: light and nearly grey
+  EXPECT_EQ(p.points[1].kind, CcKindSkin);     // L 50, C 10: nearest grey, but one hue
+  EXPECT_EQ(p.points[2].kind, CcKindNeutral);  // nearest grey, hues all over
+  EXPECT_EQ(p.points[3].kind, CcKindFoliage);
+  EXPECT_EQ(p.points[4].kind, CcKindUnclassified);  // outside the photo, kept
+  EXPECT_EQ(p.points[4].x, 60);
+  EXPECT_EQ(p.points[5].kind, CcKindFoliage);  // given kinds are not judged again
+  // A kind once found is kept when the photo under the point changes.
+  Fill(photo.get(), 10, 0, 20, 20, paleGrey);
+  Built again(&p, photo.get());
+  EXPECT_EQ(p.points[1].kind, CcKindSkin);
+  // A refused description leaves open points open and still builds.
+  CcParams q = Params({{-1, 1, 1}});
+  PlanarImage bad = *photo;
+  bad.sampleType = 2;
+  Built refused(&q, &bad);
+  EXPECT_EQ(refused.code, 0);
+  EXPECT_EQ(q.points[0].kind, -1);
+}
+
+TEST(CcBuild, LimitingBlendsTheWholeMatrixByOneShare) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<double> spread(-0.4, 0.4);
+  for (int trial = 0; trial < 200; ++trial) {
+    double m[9], limited[9];
+    for (int i = 0; i < 9; ++i)
+      m[i] = limited[i] = (i % 4 == 0 ? 1.0 : 0.0) + spread(rng);
+    cc::LimitMatrix(limited);
+    double share = -1.0, edge = 1.0;
+    for (int i = 0; i < 9; ++i) {
+      const double identity = i % 4 == 0 ? 1.0 : 0.0;
+      EXPECT_LE(std::fabs(limited[i] - identity), 0.1 + 1e-12);
+      edge = std::fmin(edge, 0.1 - std::fabs(limited[i] - identity));
+      // Every element keeps the same fraction of its distance from the identity.
+      if (std::fabs(m[i] - identity) > 1e-6) {
+        const double kept = (limited[i] - identity) / (m[i] - identity);
+        if (share < 0) share = kept;
+        EXPECT_NEAR(kept, share, 1e-9);
+      }
+    }
+    if (share < 1.0 - 1e-9) {
+      EXPECT_NEAR(edge, 0.0, 1e-12);  // the worst element ends on its bound
+    }
+  }
+}
+
+// A photo with a warm cast over everything, a grey card among other colours.
+Planar CastPhoto() {
+  Planar photo(PlanarCreate(64, 48, 3));
+  for (int y = 0; y < 48; ++y)
+    for (int x = 0; x < 64; ++x) {
+      const int base[3] = {40 + x * 3, 60 + y * 3, 200 - x * 2};
+      int cast[3] = {base[0] + 25, base[1] + 5, base[2] - 25};
+      Fill(photo.get(), x, y, x + 1, y + 1, cast);
+    }
+  const int card[3] = {128 + 25, 128 + 5, 128 - 25};
+  Fill(photo.get(), 20, 16, 36, 32, card, 2);
+  return photo;
+}
+
+TEST(CcBuild, OneNeutralClickRemovesMostOfACast) {
+  Judge judge;
+  Planar photo = CastPhoto();
+  CcParams p = Params({{CcKindNeutral, 28, 24}});
+  Built built(&p, photo.get());
+  ASSERT_EQ(built.code, 0);
+  Planar out = Apply(built.t, *photo);
+  double before[3], after[3];
+  judge.ToLab(*photo, 21, 17, 35, 31, before);
+  judge.ToLab(*out, 21, 17, 35, 31, after);
+  EXPECT_LE(std::fabs(after[1]), 0.3 * std::fabs(before[1])) << before[1] << " " << after[1];
+  EXPECT_LE(std::fabs(after[2]), 0.3 * std::fabs(before[2])) << before[2] << " " << after[2];
+  EXPECT_NEAR(after[0], before[0], 2.0);  // the card keeps its lightness
+}
+
+TEST(CcBuild, ClicksAddedOneByOneEqualOneBuild) {
+  Judge judge;
+  Planar photo = CastPhoto();
+  int skin[3];
+  judge.ToRgb(60, 30, 20, skin);  // skin gone pink
+  Fill(photo.get(), 0, 0, 12, 12, skin, 3, 9);
+  CcParams stepwise = Params({{CcKindSkin, 5, 5}});
+  { Built first(&stepwise, photo.get()); }
+  stepwise.points[stepwise.pointCount++] = {CcKindNeutral, 28, 24};
+  stepwise.points[stepwise.pointCount++] = {-1, 30, 20};
+  Built second(&stepwise, photo.get());
+  CcParams once = Params({{CcKindSkin, 5, 5}, {CcKindNeutral, 28, 24}, {-1, 30, 20}});
+  Built both(&once, photo.get());
+  ASSERT_EQ(second.code, 0);
+  ASSERT_EQ(both.code, 0);
+  EXPECT_EQ(stepwise.points[2].kind, once.points[2].kind);
+  Planar a = Apply(second.t, *photo), b = Apply(both.t, *photo);
+  EXPECT_EQ(std::memcmp(a->planes[0], b->planes[0], 64 * 48 * 3), 0);
+}
+
+TEST(CcBuild, ClicksMoveColoursTowardTheirTargets) {
+  Judge judge;
+  struct Case {
+    int32_t kind;
+    double lightness, chroma, hue;  // the patch as photographed
+    double from, to;                // the patch's hue must end strictly between these
+  };
+  const Case cases[] = {
+      {CcKindSky, 55, 35, 300, 254, 295},    // purple sky; target about 254 at L 55
+      {CcKindSkin, 60, 30, 15, 20, 45},      // pink skin; target 45
+      {CcKindFoliage, 64, 45, 95, 97, 113},  // yellowed grass; target 113 at L 64
+  };
+  for (const Case &c : cases) {
+    Planar photo(PlanarCreate(40, 30, 3));
+    int rgb[3];
+    judge.ToRgb(c.lightness, c.chroma, c.hue, rgb);
+    Fill(photo.get(), 0, 0, 40, 30, rgb, 3);
+    CcParams p = Params({{c.kind, 20, 15}});
+    Built built(&p, photo.get());
+    ASSERT_EQ(built.code, 0);
+    Planar out = Apply(built.t, *photo);
+    double lab[3];
+    judge.ToLab(*out, 0, 0, 40, 30, lab);
+    const double hue = cc::HueOf(lab);
+    EXPECT_GT(hue, c.from) << "kind " << c.kind;
+    EXPECT_LT(hue, c.to) << "kind " << c.kind;
+  }
+}
+
+}  // namespace
