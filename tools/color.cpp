@@ -11,8 +11,8 @@
 #include "colorengine/cc.h"
 #include "edit/pixels/pixels.h"
 #include "raster/ras.h"
-#include "raster/rasrgb.h"
 #include "tools/commands.h"
+#include "tools/photoio.h"
 #include "tools/toolio.h"
 
 namespace {
@@ -20,11 +20,6 @@ namespace {
 const char kUsage[] =
     "korvel-raster: usage: korvel-raster color IN OUT [TOOL:X,Y ...]\n"
     "  TOOL is foliage, skin, sky or neutrals\n";
-
-struct PlanarDeleter {
-  void operator()(PlanarImage *image) const { PlanarFree(image); }
-};
-using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
 
 struct TransformHandle {
   CcTransform handle{};
@@ -71,63 +66,22 @@ bool ParsePoint(const char *text, CcPoint *point) {
   return true;
 }
 
-// Reads every row into three 8-bit planes R, G, B, converting other models
-// as the application does when it opens a photo.
-int Load(const char *path, Planar *image, float *resolution) {
-  OpenRaster in;
-  int code = RasGetInfo(path, &in.desc);
-  if (code == RasOk) code = RasOpen(path, 'r', &in.desc);
-  if (code != RasOk) return Fail(path, "not a readable photo", code);
-  image->reset(
-      PlanarCreate(static_cast<int32_t>(in.desc.width), static_cast<int32_t>(in.desc.height), 3));
-  if (!*image) return Fail(path, "too large to edit", RasErrMemory);
-  *resolution = in.desc.resolution;
-  Scanline row;
-  const PlanarImage &p = **image;
-  for (uint32_t y = 0; y < in.desc.height && code == RasOk; ++y) {
-    const size_t at = size_t{y} * static_cast<size_t>(p.rowStride);
-    code = RasReadSl(&in.desc, y, &row.sl);
-    if (code == RasOk)
-      code = RasSlToRgb(&row.sl, &in.desc, p.planes[0] + at, p.planes[1] + at, p.planes[2] + at);
-  }
-  if (code != RasOk) return Fail(path, "cannot read a row", code);
-  return 0;
-}
-
 // Each corrected row goes straight to the writer, so no second photo is held.
 int ApplyAndSave(const char *path, const CcTransform &transform, const PlanarImage &p,
                  float resolution) {
-  OutputFile file(path);
-  if (!file.temp()) return Fail(path, "cannot create", RasErrOpen);
-  OpenRaster out;
-  JpegQualityScope quality(100);
-  int code = RasSetDesc(&out.desc, FormatForName(path), static_cast<uint32_t>(p.width),
-                        static_cast<uint32_t>(p.height), 3, RasModelRgb, resolution);
-  if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
-  if (code != RasOk) return Fail(path, "cannot create", code);
   const size_t width = static_cast<size_t>(p.width);
   std::vector<uint8_t> rgb(3 * width);
-  RasSl sl{static_cast<uint32_t>(p.width),
-           3,
-           {rgb.data(), rgb.data() + width, rgb.data() + 2 * width},
-           {}};
-  CcPixelRow to{{sl.plane8[0], sl.plane8[1], sl.plane8[2], nullptr}};
-  for (int32_t y = 0; y < p.height && code == RasOk; ++y) {
+  const CcPixelRow to{{rgb.data(), rgb.data() + width, rgb.data() + 2 * width, nullptr}};
+  return SavePhoto(path, p.width, p.height, resolution, [&](int32_t y, RasSl *sl) {
     const size_t at = size_t(y) * size_t(p.rowStride);
-    CcPixelRow from{{p.planes[0] + at, p.planes[1] + at, p.planes[2] + at, nullptr}};
-    const int32_t applied = CcApplySl(&transform, static_cast<uint32_t>(p.width), &from,
-                                      static_cast<uint32_t>(p.pixelStep), &to, 1);
-    if (applied != 0) {
-      std::fprintf(stderr, "korvel-raster: color refused (code %d): a row could not be corrected\n",
-                   applied);
-      return 1;
-    }
-    code = RasWriteSl(&out.desc, static_cast<uint32_t>(y), &sl);
-  }
-  if (code == RasOk) code = RasClose(&out.desc);
-  if (code != RasOk) return Fail(path, "cannot write", code);
-  if (!file.Commit()) return Fail(path, "cannot replace", RasErrWrite);
-  return 0;
+    const CcPixelRow from{{p.planes[0] + at, p.planes[1] + at, p.planes[2] + at, nullptr}};
+    if (CcApplySl(&transform, static_cast<uint32_t>(p.width), &from,
+                  static_cast<uint32_t>(p.pixelStep), &to, 1) != 0)
+      return int{RasErrArg};
+    for (int k = 0; k < 3; ++k)
+      sl->plane8[k] = to.channel[k];
+    return int{RasOk};
+  });
 }
 
 }  // namespace
@@ -149,9 +103,9 @@ int RunColor(int argc, char **argv) {
     if (!ParsePoint(argv[2 + i], &params.points[i])) return 2;
   params.pointCount = pointCount;
 
-  Planar image;
-  float resolution = -1.0f;
-  if (const int status = Load(argv[0], &image, &resolution)) return status;
+  Photo photo;
+  if (const int status = LoadPhoto(argv[0], &photo)) return status;
+  const Planar &image = photo.image;
   for (int i = 0; i < pointCount; ++i) {
     const CcPoint &point = params.points[i];
     if (point.x < 0 || point.x >= image->width || point.y < 0 || point.y >= image->height) {
@@ -168,5 +122,5 @@ int RunColor(int argc, char **argv) {
                  code);
     return 1;
   }
-  return ApplyAndSave(argv[1], transform.handle, *image, resolution);
+  return ApplyAndSave(argv[1], transform.handle, *image, photo.resolution);
 }

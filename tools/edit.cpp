@@ -9,69 +9,11 @@
 
 #include "edit/pixels/pixels.h"
 #include "raster/ras.h"
-#include "raster/rasrgb.h"
 #include "tools/commands.h"
+#include "tools/photoio.h"
 #include "tools/toolio.h"
 
 namespace {
-
-struct PlanarDeleter {
-  void operator()(PlanarImage *image) const { PlanarFree(image); }
-};
-using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
-
-struct Photo {
-  Planar image;
-  float resolution = -1.0f;
-};
-
-// Reads every row and turns it into three 8-bit planes R, G, B.
-int Load(const char *path, Photo *photo) {
-  OpenRaster in;
-  int code = RasGetInfo(path, &in.desc);
-  if (code == RasOk) code = RasOpen(path, 'r', &in.desc);
-  if (code != RasOk) return Fail(path, "not a readable photo", code);
-  photo->image.reset(
-      PlanarCreate(static_cast<int32_t>(in.desc.width), static_cast<int32_t>(in.desc.height), 3));
-  if (!photo->image) return Fail(path, "too large to edit", RasErrMemory);
-  photo->resolution = in.desc.resolution;
-  Scanline row;
-  PlanarImage &p = *photo->image;
-  // RGB rows are read straight into the planes; other models go through a
-  // scanline of their own and are converted.
-  const bool direct = in.desc.model == RasModelRgb && in.desc.maxval <= 255;
-  for (uint32_t y = 0; y < in.desc.height; ++y) {
-    const size_t at = size_t{y} * static_cast<size_t>(p.rowStride);
-    RasSl into{in.desc.width, 3, {p.planes[0] + at, p.planes[1] + at, p.planes[2] + at}, {}};
-    code = RasReadSl(&in.desc, y, direct ? &into : &row.sl);
-    if (code == RasOk && !direct)
-      code = RasSlToRgb(&row.sl, &in.desc, into.plane8[0], into.plane8[1], into.plane8[2]);
-    if (code != RasOk) return Fail(path, "cannot read a row", code);
-  }
-  return 0;
-}
-
-// Writes a finished picture; OUT appears only when every row is in.
-int Save(const char *path, const PlanarImage &p, float resolution) {
-  OutputFile file(path);
-  if (!file.temp()) return Fail(path, "cannot create", RasErrOpen);
-  OpenRaster out;
-  JpegQualityScope quality(100);
-  int code = RasSetDesc(&out.desc, FormatForName(path), static_cast<uint32_t>(p.width),
-                        static_cast<uint32_t>(p.height), 3, RasModelRgb, resolution);
-  if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
-  if (code != RasOk) return Fail(path, "cannot create", code);
-  RasSl sl{static_cast<uint32_t>(p.width), 3, {}, {}};
-  for (int32_t y = 0; y < p.height && code == RasOk; ++y) {
-    for (int k = 0; k < 3; ++k)
-      sl.plane8[k] = p.planes[k] + size_t(y) * size_t(p.rowStride);
-    code = RasWriteSl(&out.desc, static_cast<uint32_t>(y), &sl);
-  }
-  if (code == RasOk) code = RasClose(&out.desc);
-  if (code != RasOk) return Fail(path, "cannot write", code);
-  if (!file.Commit()) return Fail(path, "cannot replace", RasErrWrite);
-  return 0;
-}
 
 bool ParseInt(const char *text, long low, long high, int32_t *value) {
   char *end = nullptr;
@@ -104,13 +46,13 @@ int RunRotate(int argc, char **argv) {
                                                        : -1;
   if (mode < 0) return Usage(usage);
   Photo photo;
-  if (const int status = Load(argv[1], &photo)) return status;
+  if (const int status = LoadPhoto(argv[1], &photo)) return status;
   Planar result(mode == 1 ? PlanarCreate(photo.image->width, photo.image->height, 3)
                           : PlanarCreateExchanged(photo.image.get()));
   if (!result) return Fail(argv[1], "too large to edit", RasErrMemory);
   const int code = RotateImage(photo.image.get(), mode, result.get(), nullptr);
   if (code != 0) return Refused("rotate", code, "the rotation failed");
-  return Save(argv[2], *result, photo.resolution);
+  return SavePhoto(argv[2], *result, photo.resolution);
 }
 
 int RunCrop(int argc, char **argv) {
@@ -121,7 +63,7 @@ int RunCrop(int argc, char **argv) {
       !ParseInt(argv[3], 1, INT32_MAX, &height))
     return Usage(usage);
   Photo photo;
-  if (const int status = Load(argv[4], &photo)) return status;
+  if (const int status = LoadPhoto(argv[4], &photo)) return status;
   const PlanarImage &src = *photo.image;
   if (left < 0 || top < 0 || width > src.width - left || height > src.height - top) {
     std::fprintf(stderr,
@@ -134,7 +76,7 @@ int RunCrop(int argc, char **argv) {
   if (!result) return Fail(argv[4], "too large to edit", RasErrMemory);
   const int code = CropImage(&src, left, top, result.get(), nullptr);
   if (code != 0) return Refused("crop", code, "the rectangle does not fit the photo");
-  return Save(argv[5], *result, photo.resolution);
+  return SavePhoto(argv[5], *result, photo.resolution);
 }
 
 int RunZoom(int argc, char **argv) {
@@ -145,7 +87,7 @@ int RunZoom(int argc, char **argv) {
       percent != 400 && percent != 800)
     return Usage(usage);
   Photo photo;
-  if (const int status = Load(argv[1], &photo)) return status;
+  if (const int status = LoadPhoto(argv[1], &photo)) return status;
   // As the editing view zooms: a result of trunc(size x factor), enlarged by
   // replication with centred offsets, or reduced over the whole photo.
   const double factor = percent * 0.01;
@@ -161,7 +103,7 @@ int RunZoom(int argc, char **argv) {
     code = ReduceImage(nullptr, photo.image.get(), 1, result.get(), &whole, &options, nullptr);
   }
   if (code != 0) return Refused("zoom", code, "the photo could not be resampled");
-  return Save(argv[2], *result, photo.resolution);
+  return SavePhoto(argv[2], *result, photo.resolution);
 }
 
 int RunRedEye(int argc, char **argv) {
@@ -171,9 +113,9 @@ int RunRedEye(int argc, char **argv) {
       !ParseInt(argv[1], INT32_MIN, INT32_MAX, &y))
     return Usage(usage);
   Photo photo;
-  if (const int status = Load(argv[2], &photo)) return status;
+  if (const int status = LoadPhoto(argv[2], &photo)) return status;
   // The editing view searches two pixels along the row and column of the click.
   const int code = RemoveRedEye(photo.image.get(), x, y, 2, 0);
   if (code != 0) return Refused("redeye", code, "the point lies outside the photo");
-  return Save(argv[3], *photo.image, photo.resolution);
+  return SavePhoto(argv[3], *photo.image, photo.resolution);
 }
