@@ -13,7 +13,6 @@
 #include "bench/timing.h"
 #include "edit/pixels/pixels.h"
 
-
 int main(int argc, char **argv) {
   const int runs = std::max(5, argc > 1 ? std::atoi(argv[1]) : 5);
   PlanarImage *src = PlanarCreate(6000, 4000, 3);
