@@ -70,6 +70,11 @@ TEST_F(Form, StartsInThumbnailModeWithItsControls) {
   EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 100);
   EXPECT_EQ(app.MainFrame()->windowTitle(), "Korvel");
   EXPECT_EQ(app.MainFrame()->size(), QSize(800, 585));
+  // F1 brings the About box from anywhere in the window.
+  app.MainFrame()->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(app.MainFrame()));
+  QTest::keyClick(form->Control(1014), Qt::Key_F1);
+  EXPECT_EQ(prompt.aboutShown, 1);
   // Skinned buttons take their bitmaps' size.
   EXPECT_EQ(form->Control(1014)->size(), QSize(85, 37));
   EXPECT_EQ(form->Control(1030)->size(), QSize(73, 24));
