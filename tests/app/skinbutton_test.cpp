@@ -10,36 +10,23 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <vector>
 
+#include "app/formcontrols.h"
 #include "app/skinbutton.h"
 
 namespace {
 
-// Form 101's skinned buttons as the form lists them: size in dialog units and the
-// bitmaps for up, down, focus and disabled (0 for none).
-struct FormSkin {
-  int id;
-  int width, height;
-  int bitmaps[4];
-};
-constexpr FormSkin kFormSkins[] = {
-    {1014, 57, 23, {221, 219, 220, 270}}, {1015, 57, 23, {247, 245, 246, 0}},
-    {1037, 57, 23, {301, 299, 300, 298}}, {1023, 57, 23, {348, 346, 347, 345}},
-    {1032, 57, 23, {256, 254, 255, 0}},   {1017, 57, 23, {259, 257, 258, 0}},
-    {1033, 57, 23, {265, 263, 264, 0}},   {1007, 32, 26, {227, 225, 226, 0}},
-    {1008, 32, 26, {224, 222, 223, 0}},   {1011, 32, 26, {203, 201, 202, 0}},
-    {1024, 32, 26, {200, 198, 199, 0}},   {1012, 32, 26, {238, 236, 237, 0}},
-    {1013, 32, 26, {235, 231, 234, 0}},   {1020, 57, 23, {230, 228, 229, 0}},
-    {1049, 35, 21, {344, 342, 343, 0}},   {1030, 49, 15, {218, 216, 217, 217}},
-    {1025, 49, 15, {209, 207, 208, 208}}, {1006, 49, 15, {244, 242, 243, 0}},
-    {1031, 33, 26, {371, 369, 370, 370}}, {1010, 33, 26, {368, 366, 367, 0}},
-    {1029, 49, 15, {215, 213, 214, 214}}, {1005, 49, 15, {241, 239, 240, 0}},
-    {1026, 49, 15, {212, 210, 211, 211}}, {1018, 50, 14, {253, 251, 252, 0}},
-    {1002, 50, 14, {262, 260, 261, 0}},   {1003, 50, 14, {268, 266, 267, 0}},
-};
+// Form 101's skinned buttons, from the form's own table.
+std::vector<FormControl> SkinnedControls() {
+  std::vector<FormControl> skinned;
+  for (int i = 0; i < kFormControlCount; ++i)
+    if (kFormControls[i].kind == FormKind::Skinned) skinned.push_back(kFormControls[i]);
+  return skinned;
+}
 
-QSize Pixels(const FormSkin &skin) {
-  return {skin.width * 6 / 4, skin.height * 13 / 8};
+QSize Pixels(const FormControl &control) {
+  return {DluToPixelsX(control.width), DluToPixelsY(control.height)};
 }
 
 QImage Skin(int bitmap) {
@@ -106,9 +93,9 @@ bool RunGenerator(const QStringList &arguments) {
 }
 
 TEST(SkinResources, EveryFormBitmapIsEmbeddedAtItsControlsSize) {
-  for (const FormSkin &skin : kFormSkins) {
+  for (const FormControl &skin : SkinnedControls()) {
     QList<QImage> distinct;
-    for (const int bitmap : skin.bitmaps) {
+    for (const int bitmap : skin.skins) {
       if (bitmap == 0) continue;
       const QImage image = Skin(bitmap);
       ASSERT_FALSE(image.isNull()) << "bitmap " << bitmap << " of control " << skin.id;
@@ -120,7 +107,7 @@ TEST(SkinResources, EveryFormBitmapIsEmbeddedAtItsControlsSize) {
     // Each state has a look of its own, so a bitmap number repeated in the table is the
     // only way two states of one button may look the same.
     QList<int> numbers;
-    for (const int bitmap : skin.bitmaps) {
+    for (const int bitmap : skin.skins) {
       if (bitmap != 0 && !numbers.contains(bitmap)) numbers.append(bitmap);
     }
     EXPECT_EQ(distinct.size(), numbers.size()) << "control " << skin.id;
@@ -228,10 +215,9 @@ TEST(SkinButton, LoadBitmapsNeedsTheUpSkinAndReportsAnyOtherThatIsMissing) {
   EXPECT_EQ(Difference(Grab(button), OnWindow(262, button)), "")
       << "down with no down skin any more";
 
-  for (const FormSkin &skin : kFormSkins) {
+  for (const FormControl &skin : SkinnedControls()) {
     CSkinButton sized;
-    EXPECT_TRUE(
-        sized.LoadBitmaps(skin.bitmaps[0], skin.bitmaps[1], skin.bitmaps[2], skin.bitmaps[3]))
+    EXPECT_TRUE(sized.LoadBitmaps(skin.skins[0], skin.skins[1], skin.skins[2], skin.skins[3]))
         << "control " << skin.id;
     sized.SizeToContent();
     EXPECT_EQ(sized.size(), Pixels(skin)) << "control " << skin.id;

@@ -7,6 +7,7 @@
 #include <QSize>
 #include <span>
 
+#include "app/formcontrols.h"
 #include "pictograms.h"
 
 namespace skingen {
@@ -22,14 +23,7 @@ struct SkinnedControl {
 };
 
 // Form 101 is laid out in the dialog units of 8-point MS Sans Serif; its bitmaps are
-// made at the sizes those units give on screen.
-constexpr int DluToPixelsX(int dlu) {
-  return dlu * 6 / 4;
-}
-constexpr int DluToPixelsY(int dlu) {
-  return dlu * 13 / 8;
-}
-
+// made at the sizes those units give on screen (DluToPixelsX/Y).
 inline QSize PixelSize(const SkinnedControl &control) {
   return {DluToPixelsX(control.width), DluToPixelsY(control.height)};
 }
