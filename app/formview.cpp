@@ -404,12 +404,16 @@ void CKorvelAppView::OnNeutrals() {
 
 void CKorvelAppView::OnGetPhotos() {
   SetHelpText(1001);
-  const KorvelPrompt::GetPhotoAnswer answer = KorvelPrompt::Current().AskGetPhoto();
+  const QStringList sources = frame_->ListSources();
+  const KorvelPrompt::GetPhotoAnswer answer =
+      KorvelPrompt::Current().AskGetPhoto(sources, frame_->PreferredSource());
   if (answer.result != KorvelPrompt::IDOK) return;
-  if (answer.camera)
+  if (answer.camera) {
+    frame_->ChooseSource(answer.source);
     frame_->Acquire();
-  else
+  } else {
     OnOpenPhoto();
+  }
 }
 
 void CKorvelAppView::OnSelectSource() {

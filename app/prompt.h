@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 class QWidget;
 
@@ -29,6 +30,7 @@ class KorvelPrompt {
   struct GetPhotoAnswer {
     int result = IDCANCEL;
     bool camera = false;  // "Get Photo" rather than "Get Photo File"
+    int source = -1;      // the entry of the source list chosen in combo 1026
   };
 
   virtual ~KorvelPrompt() = default;
@@ -41,7 +43,9 @@ class KorvelPrompt {
   // The save dialog also rewrites the name's extension when another type is
   // chosen (DFileDialog).
   virtual FileAnswer AskSaveFile(const QString &filter, const QString &initial) = 0;
-  virtual GetPhotoAnswer AskGetPhoto() = 0;
+  // `sources` fills the source combo box (1026), `selected` is the entry
+  // shown first.
+  virtual GetPhotoAnswer AskGetPhoto(const QStringList &sources, int selected) = 0;
   virtual void ShowAbout() = 0;
   // MessageBeep.
   virtual void Beep() = 0;

@@ -139,7 +139,7 @@ KorvelPrompt::FileAnswer QtPrompt::AskSaveFile(const QString &filter, const QStr
 }
 
 // Dialog 194: the camera or a file, with the camera's source and picture 271.
-KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto() {
+KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto(const QStringList &sources, int selected) {
   QDialog dialog(ParentWindow());
   SetUpDialog(&dialog, QStringLiteral("Get Photo"));
 
@@ -151,7 +151,12 @@ KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto() {
 
   auto *source = new QComboBox(&dialog);
   source->setObjectName(QStringLiteral("1026"));
-  source->addItem(QStringLiteral("Korvel Twain Source 3.0"));
+  if (sources.isEmpty()) {
+    source->addItem(QStringLiteral("Korvel Twain Source 3.0"));
+  } else {
+    source->addItems(sources);
+    source->setCurrentIndex(selected >= 0 && selected < sources.size() ? selected : 0);
+  }
 
   GetPhotoAnswer answer;
   QPushButton *camera = AddButton(&dialog, 1034, QStringLiteral("Get Photo"));
@@ -160,6 +165,7 @@ KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto() {
   camera->setDefault(true);
   QObject::connect(camera, &QPushButton::clicked, &dialog, [&] {
     answer.camera = true;
+    answer.source = sources.isEmpty() ? -1 : source->currentIndex();
     dialog.accept();
   });
   QObject::connect(file, &QPushButton::clicked, &dialog, [&] {

@@ -11,7 +11,9 @@ class QtPrompt : public KorvelPrompt {
   SavePhotoAnswer AskSavePhoto(const QString &fileName) override;
   FileAnswer AskOpenFile(const QString &filter, const QString &initial) override;
   FileAnswer AskSaveFile(const QString &filter, const QString &initial) override;
-  GetPhotoAnswer AskGetPhoto() override;
+  // Without a list, the combo box names the program's own camera source,
+  // which the camera choice then opens by default.
+  GetPhotoAnswer AskGetPhoto(const QStringList &sources = {}, int selected = 0) override;
   void ShowAbout() override;
   void Beep() override;
 };

@@ -33,7 +33,7 @@ class ScriptedPrompt : public KorvelPrompt {
     saveInitials.append(initial);
     return Pop(saveFiles, FileAnswer{});
   }
-  GetPhotoAnswer AskGetPhoto() override {
+  GetPhotoAnswer AskGetPhoto(const QStringList &, int) override {
     ++getPhotoAsked;
     return Pop(getPhoto, GetPhotoAnswer{});
   }
