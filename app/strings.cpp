@@ -14,9 +14,6 @@ struct FixedString {
   const char *text;
 };
 
-// The outside-editor messages (1022-1024) speak of "the photo editor" because
-// the editor is whichever program the settings name; the hand-off to that
-// editor owns these sentences and may adjust them.
 constexpr FixedString kStrings[] = {
     {1000, "Welcome to the Korvel Application"},
     {1001, "Open photos from your Korvel or from a file on your computer."},
@@ -41,10 +38,10 @@ constexpr FixedString kStrings[] = {
     {1019, "Zoom into the image."},
     {1020, "Zoom out of the image"},
     {1021, "Please select an action that you would like to apply to this image."},
-    {1022, "Please select an image that you would like to send to the photo editor."},
-    {1023, "Unable to send the image to the photo editor. Please try again."},
+    {1022, "Please select an image that you would like to send to Adobe PhotoDeluxe."},
+    {1023, "Unable to send the image to Adobe PhotoDeluxe. Please try again."},
     {1024,
-     "Unable to find the photo editor. Please check to see if it is installed on your machine."},
+     "Unable to find Adobe PhotoDeluxe. Please check to see if it is installed on your machine."},
     {128, CKorvelApp::kDocString},
 };
 

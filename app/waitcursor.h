@@ -2,6 +2,7 @@
 // down on every way out of the operation, early returns included.
 #pragma once
 
+#include <QCursor>
 #include <QGuiApplication>
 
 class CWaitCursor {
