@@ -99,7 +99,7 @@ void BenchEditor(int runs) {
   int x = 100;
   const double click = MedianMs(runs, [&] {
     view->ColorCorrectAt(QPoint(x += 7, 200));
-      return view->CurrentImage() && view->CurrentImage()->Width() == 640 && view->Changed();
+    return view->CurrentImage() && view->CurrentImage()->Width() == 640 && view->Changed();
   });
   PrintBench("colour_click_640x480", click, "budget", 30.0);
 

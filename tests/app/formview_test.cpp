@@ -275,8 +275,7 @@ TEST_F(Form, DroppedFilesOpenOneByOneInThumbnailMode) {
   QMimeData data;
   data.setUrls({QUrl::fromLocalFile(good), QUrl::fromLocalFile(bad), QUrl::fromLocalFile(good)});
   // A drop reaches the widget that accepted the drag's entry.
-  QDragEnterEvent accepted(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton,
-                           Qt::NoModifier);
+  QDragEnterEvent accepted(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
   QCoreApplication::sendEvent(form, &accepted);
   EXPECT_TRUE(accepted.isAccepted());
   QDropEvent drop(QPointF(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
