@@ -82,10 +82,21 @@ HGLOBAL GlobalReAlloc(HGLOBAL handle, size_t bytes, uint32_t flags) {
     *block = MovableBlock{nullptr, 0, 0, ++gLastSerial};
     return block;
   }
-  auto *data = static_cast<uint8_t *>(std::realloc(block->data, bytes));
-  if (!data) return nullptr;
-  if ((flags & GMEM_ZEROINIT) && bytes > block->size)
-    std::memset(data + block->size, 0, bytes - block->size);
+  uint8_t *data;
+  if ((flags & GMEM_ZEROINIT) && bytes > 2 * block->size) {
+    // Growing a lot: fresh zeroed memory (whole pages come zeroed from the
+    // system) and a copy of the old bytes cost less than zeroing the grown
+    // part by hand; a photo's block grows from its header this way.
+    data = static_cast<uint8_t *>(std::calloc(bytes, 1));
+    if (!data) return nullptr;
+    if (block->size) std::memcpy(data, block->data, block->size);
+    std::free(block->data);
+  } else {
+    data = static_cast<uint8_t *>(std::realloc(block->data, bytes));
+    if (!data) return nullptr;
+    if ((flags & GMEM_ZEROINIT) && bytes > block->size)
+      std::memset(data + block->size, 0, bytes - block->size);
+  }
   block->data = data;
   block->size = bytes;
   block->serial = ++gLastSerial;
