@@ -1,8 +1,10 @@
 // Feeds arbitrary bytes, through a memory-block name, to the format probe and
-// then to every row of whatever reader accepts them.
+// then to every row of whatever reader accepts them. The last byte picks the
+// Photo CD level, so all three resolutions' offsets and records are tried.
 #include <cstdint>
 #include <vector>
 
+#include "raster/photocd.h"
 #include "raster/ras.h"
 #include "raster/rasfile.h"
 
@@ -30,6 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return RasFileSetOption(RasFileOptMemoryOnly, &on) == RasOk;
   }();
   if (!memory_only || size == 0) return 0;
+  (void)PcdSetOption(PcdOptLevel, data[size - 1] % 3 + 1u);
   std::vector<uint8_t> bytes(data, data + size);
   RasMemName name;
   RasMakeMemName(&name, bytes.data(), bytes.size());

@@ -36,7 +36,7 @@ int DispatchOpen(const char *name, char mode, RasDesc *desc) {
     case RasFormatTarga:
       return TargaOpen(name, mode, desc);
     case RasFormatScitex:
-      return ScitexOpen(name, mode, desc);
+      return ScitexCTOpen(name, mode, desc);
     case RasFormatEps:
       return EpsOpen(name, mode, desc);
     case RasFormatDcs:
@@ -63,7 +63,7 @@ int DispatchClose(RasDesc *desc) {
     case RasFormatTarga:
       return TargaClose(desc);
     case RasFormatScitex:
-      return ScitexClose(desc);
+      return ScitexCTClose(desc);
     case RasFormatEps:
       return EpsClose(desc);
     case RasFormatDcs:
@@ -153,7 +153,7 @@ int RasReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
     case RasFormatTarga:
       return TargaReadSl(desc, row, sl);
     case RasFormatScitex:
-      return ScitexReadSl(desc, row, sl);
+      return ScitexCTReadSl(desc, row, sl);
     case RasFormatEps:
       return EpsReadSl(desc, row, sl);
     case RasFormatDcs:
@@ -182,7 +182,7 @@ int RasWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
     case RasFormatTarga:
       return TargaWriteSl(desc, row, sl);
     case RasFormatScitex:
-      return ScitexWriteSl(desc, row, sl);
+      return ScitexCTWriteSl(desc, row, sl);
     case RasFormatEps:
       return EpsWriteSl(desc, row, sl);
     case RasFormatDcs:
@@ -219,7 +219,10 @@ int RasMakeSl(RasSl *sl, const RasDesc *desc) {
   sl->width = desc->width;
   sl->channels = desc->channels;
   const bool wide = desc->maxval >= 256;
-  const size_t bytes = static_cast<size_t>(desc->width) * (wide ? 2 : 1);
+  // Scitex CT rows of odd width carry a padding byte that its reader and
+  // writer move through the plane, so each plane gets one spare byte.
+  const size_t spare = desc->format == RasFormatScitex && desc->width % 2 == 1 ? 1 : 0;
+  const size_t bytes = (static_cast<size_t>(desc->width) + spare) * (wide ? 2 : 1);
   for (uint32_t k = 0; k < desc->channels; ++k) {
     void *plane = RasAlloc(bytes);
     if (!plane) {

@@ -14,7 +14,13 @@
 //   Y' = 1.3584 Y, C1' = 2.2179 (C1 - 156), C2' = 1.8215 (C2 - 137),
 //   R = Y' + C2', G = Y' - 0.194 C1' - 0.509 C2', B = Y' + C1',
 // which can exceed 255 for the film's extended highlights; those are clipped.
-// Samples wider than 8 bits are first scaled to 0..255.
+// Samples wider than 8 bits are first scaled to 0..255, except Cineon's:
+// its 10-bit code values are printing densities, 0.002 a step, and a film
+// scan shown as they stand looks grey and flat. They are viewed through the
+// customary conversion of a negative to a display: reference white at code
+// 685 and black at 95, film gamma 0.6 and display gamma 1.7, so
+//   v = 10^((code - 685) 0.002 / 0.6 / 1.7),  out = 255 (v - v95) / (1 - v95),
+// highlights above the reference white clipped.
 #include "raster/rasrgb.h"
 
 #include <cmath>
@@ -26,12 +32,24 @@ uint8_t Clip(double v) {
   return static_cast<uint8_t>(v <= 0 ? 0 : v >= 255 ? 255 : v + 0.5);
 }
 
+struct CineonView {
+  uint8_t v[1024];
+  CineonView() : v{} {
+    const auto view = [](double code) { return std::pow(10.0, (code - 685) * 0.002 / 0.6 / 1.7); };
+    const double black = view(95);
+    for (int code = 0; code < 1024; ++code)
+      v[code] = Clip(255 * (view(code) - black) / (1 - black));
+  }
+};
+
 // Sample x of channel k as 0..255, whatever the file's sample width.
 struct Samples {
   const RasSl *sl;
   uint32_t maxval;
+  const uint8_t *log;  // Cineon's view of its code values, or null
   uint32_t operator()(uint32_t k, uint32_t x) const {
     if (maxval <= 255) return sl->plane8[k][x];
+    if (log) return log[sl->plane16[k][x] & 1023];
     return (sl->plane16[k][x] * 255u + maxval / 2) / maxval;
   }
 };
@@ -61,7 +79,9 @@ void LabToRgb(double l, double a, double b, uint8_t *rgb) {
 
 int RasSlToRgb(const RasSl *sl, const RasDesc *desc, uint8_t *red, uint8_t *green, uint8_t *blue) {
   if (!sl || !desc || !red || !green || !blue) return RasError("RasSlToRgb", RasErrArg, 0);
-  const Samples at{sl, desc->maxval};
+  static const CineonView kCineon;
+  const bool cineon = desc->format == RasFormatCineon && desc->maxval == 1023;
+  const Samples at{sl, desc->maxval, cineon ? kCineon.v : nullptr};
   const uint32_t width = desc->width;
   if (desc->maxval <= 255 && (desc->model == RasModelRgb || desc->model == RasModelGray)) {
     const bool grey = desc->model == RasModelGray;

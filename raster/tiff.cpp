@@ -1,20 +1,23 @@
-// TIFF reader and writer with 8-bit samples (format 1): uncompressed strips in
-// the first image directory, grey, RGB, CMYK or CIE L*a*b*, interleaved
-// (planar configuration 1) or one plane after another (2), either byte order.
+// TIFF reader and writer (formats 1 and 10): uncompressed strips in the
+// first image directory, grey, RGB, CMYK or CIE L*a*b*, interleaved (planar
+// configuration 1) or one plane after another (2), either byte order, with 8-
+// or 16-bit samples.
 //
-// The directory reading and writing, the strip layout and the row placement
-// are written for any sample width (TiffPriv::sampleBytes, the expected bits
-// per sample passed to TiffCheckTRH and PlanLayout); only the row routines
-// and the entry points below are 8-bit. A 16-bit sibling adds its own row
-// routines and entry points and calls the same open steps with 16 bits.
+// Both sample widths share the directory reading and writing, the strip
+// layout, the row placement and the row checks (TiffPriv::sampleBytes, the
+// expected bits per sample passed to TiffCheckTRH and PlanLayout); only the
+// conversion of a row between the file and the planes differs. 16-bit samples
+// stand in the file's byte order and reach the caller's 16-bit planes in the
+// host's. The open of either width reports as "TiffOpen".
 //
 // Choices made here where the format leaves room:
 //   - Tags the reader does not use are ignored, whatever their type.
 //   - Photometric 0 (min-is-white) reads as grey with every sample inverted,
 //     so the picture looks as other viewers show it.
 //   - The a and b samples of photometric 8 (signed CIE L*a*b*) are exchanged
-//     by adding 128 modulo 256 on reading and writing; photometric 9 (ICC
-//     L*a*b*) already stores them offset by 128 and reads as it stands.
+//     by adding 128 modulo 256 (32768 modulo 65536 for 16-bit samples) on
+//     reading and writing; photometric 9 (ICC L*a*b*) already stores them
+//     offset and reads as it stands.
 //   - No usable XResolution (absent, zero numerator or denominator) reads as
 //     -1.0, unknown.
 //   - A single BitsPerSample value stands for every sample.
@@ -65,6 +68,7 @@
 #include "raster/formats.h"
 #include "raster/ras.h"
 #include "raster/rasfile.h"
+#include "raster/rasformat.h"
 #include "raster/rasstate.h"
 #include "raster/rowpack.h"
 
@@ -188,30 +192,10 @@ struct TiffPriv {
   uint32_t nextRow;      // writing: the only row accepted next
   bool interleaved;      // several samples in one plane
   uint8_t flip[4];       // XOR between the file's samples and the planes
+  uint16_t flip16[4];    // the same for 16-bit samples
   RasSplitRowFn unpack;  // interleaved reading
   RasJoinRowFn pack;     // interleaved writing
 };
-
-// ---- Fields in either byte order, byte by byte.
-
-uint32_t Get16(const uint8_t *p, bool big) {
-  return big ? uint32_t{p[0]} << 8 | p[1] : uint32_t{p[1]} << 8 | p[0];
-}
-
-uint32_t Get32(const uint8_t *p, bool big) {
-  return big ? uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3]
-             : uint32_t{p[3]} << 24 | uint32_t{p[2]} << 16 | uint32_t{p[1]} << 8 | p[0];
-}
-
-void Put16(uint8_t *p, uint32_t v, bool big) {
-  p[big ? 0 : 1] = static_cast<uint8_t>(v >> 8);
-  p[big ? 1 : 0] = static_cast<uint8_t>(v);
-}
-
-void Put32(uint8_t *p, uint32_t v, bool big) {
-  for (int i = 0; i < 4; ++i)
-    p[big ? 3 - i : i] = static_cast<uint8_t>(v >> (8 * i));
-}
 
 uint32_t TypeSize(uint32_t type) {
   switch (type) {
@@ -325,12 +309,7 @@ void FreePriv(RasState *state) {
 // Closes (and for a file being written, removes) the file, drops the private
 // block and reports.
 int FailOpen(RasState *state, int code, int detail) {
-  if (state->file.kind != RasFileKindClosed) {
-    if (state->mode == 'w')
-      (void)RasFileCloseRemove(&state->file);
-    else
-      (void)RasFileClose(&state->file);
-  }
+  RasFormatDropFile(state, true);
   FreePriv(state);
   return RasError("TiffOpen", code, detail);
 }
@@ -350,11 +329,6 @@ int ReadAt(RasFile *file, TiffPriv *p, int64_t offset, void *dst, int64_t bytes)
   return code;
 }
 
-int WriteBytes(RasFile *file, const void *bytes, int64_t count) {
-  int64_t n = count;
-  return RasFileWrite(file, bytes, &n);
-}
-
 void ClearIptc() {
   gIptc = static_cast<uint32_t *>(RasFree(gIptc));
   gIptcWords = 0;
@@ -371,13 +345,13 @@ int ReadValues(RasFile *file, TiffPriv *p, const TiffEntry &e, uint32_t *out, ui
   auto *raw = reinterpret_cast<uint8_t *>(out);
   const uint8_t *src = e.value;
   if (bytes > 4) {
-    const int code = ReadAt(file, p, Get32(e.value, p->big), raw, int64_t{size} * n);
+    const int code = ReadAt(file, p, RasGet32(e.value, p->big), raw, int64_t{size} * n);
     if (code != RasOk) return code;
     src = raw;
   }
   for (uint32_t i = n; i-- > 0;) {
     const uint8_t *at = src + uint64_t{i} * size;
-    const uint32_t v = size == 1 ? at[0] : size == 2 ? Get16(at, p->big) : Get32(at, p->big);
+    const uint32_t v = size == 1 ? at[0] : size == 2 ? RasGet16(at, p->big) : RasGet32(at, p->big);
     std::memcpy(out + i, &v, sizeof v);
   }
   return RasOk;
@@ -425,10 +399,10 @@ int ReadBits(RasFile *file, TiffPriv *p, const TiffEntry &e) {
 int ReadRational(RasFile *file, TiffPriv *p, const TiffEntry &e, uint32_t *value, bool *found) {
   if (e.type != kTypeRational || e.count == 0) return RasOk;
   uint8_t bytes[8];
-  const int code = ReadAt(file, p, Get32(e.value, p->big), bytes, 8);
+  const int code = ReadAt(file, p, RasGet32(e.value, p->big), bytes, 8);
   if (code != RasOk) return RasError("TiffProcessIFDE", code, 4);
-  value[0] = Get32(bytes, p->big);
-  value[1] = Get32(bytes + 4, p->big);
+  value[0] = RasGet32(bytes, p->big);
+  value[1] = RasGet32(bytes + 4, p->big);
   if (found) *found = true;
   return RasOk;
 }
@@ -481,7 +455,7 @@ int TiffReadIFDE(RasFile *file, TiffPriv *p, int64_t offset, TiffEntry **entries
   uint8_t word[2];
   int code = ReadAt(file, p, offset, word, 2);
   if (code != RasOk) return RasError("TiffReadIFDE", code, 1);
-  const uint32_t n = Get16(word, p->big);
+  const uint32_t n = RasGet16(word, p->big);
   if (n == 0 || n > kMaxEntries) return RasError("TiffReadIFDE", RasErrUnsupported, 2);
   auto *list = static_cast<TiffEntry *>(RasAlloc(sizeof(TiffEntry) * n));
   if (!list) return RasError("TiffReadIFDE", RasErrMemory, 3);
@@ -493,9 +467,9 @@ int TiffReadIFDE(RasFile *file, TiffPriv *p, int64_t offset, TiffEntry **entries
   for (uint32_t i = 0; i < n; ++i) {
     uint8_t raw[kEntrySize];
     std::memcpy(raw, &list[i], sizeof raw);
-    list[i].tag = static_cast<uint16_t>(Get16(raw, p->big));
-    list[i].type = static_cast<uint16_t>(Get16(raw + 2, p->big));
-    list[i].count = Get32(raw + 4, p->big);
+    list[i].tag = static_cast<uint16_t>(RasGet16(raw, p->big));
+    list[i].type = static_cast<uint16_t>(RasGet16(raw + 2, p->big));
+    list[i].count = RasGet32(raw + 4, p->big);
   }
   *entries = list;
   *count = n;
@@ -555,7 +529,8 @@ int CopyIptcAtOpen(RasFile *file, TiffPriv *p) {
   if (bytes <= 4) {
     std::memcpy(p->iptc, e.value, bytes);
   } else {
-    const int code = ReadAt(file, p, Get32(e.value, p->big), p->iptc, static_cast<int64_t>(bytes));
+    const int code =
+        ReadAt(file, p, RasGet32(e.value, p->big), p->iptc, static_cast<int64_t>(bytes));
     if (code != RasOk) return code;
   }
   p->iptcWords = static_cast<uint32_t>(words);
@@ -566,8 +541,14 @@ int CopyIptcAtOpen(RasFile *file, TiffPriv *p) {
 // unpacker, single planes straight into the record.
 void ChooseReadRows(TiffPriv *p, uint32_t model) {
   const bool signedLab = model == RasModelLab && p->photometric == kPhotometricCieLab;
-  if (signedLab) p->flip[1] = p->flip[2] = 0x80;
-  if (p->photometric == kPhotometricMinIsWhite) p->flip[0] = 0xFF;
+  if (signedLab) {
+    p->flip[1] = p->flip[2] = 0x80;
+    p->flip16[1] = p->flip16[2] = 0x8000;
+  }
+  if (p->photometric == kPhotometricMinIsWhite) {
+    p->flip[0] = 0xFF;
+    p->flip16[0] = 0xFFFF;
+  }
   p->interleaved = p->samples > 1 && p->planar == 1;
   p->planeBytes = uint64_t{p->width} * p->sampleBytes;
   p->rowBytes = p->planeBytes * p->samples;
@@ -582,10 +563,10 @@ int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
   uint8_t header[kHeaderSize];
   int64_t got = kHeaderSize;
   if (RasFileRead(file, header, &got, 1) != RasOk) return FailOpen(state, RasErrFormat, 3);
-  const uint32_t order = Get16(header, false);
+  const uint32_t order = RasGet16(header, false);
   if (order != kOrderIntel && order != kOrderMotorola) return FailOpen(state, RasErrFormat, 4);
   const bool big = order == kOrderMotorola;
-  if (Get16(header + 2, big) != kMagic) return FailOpen(state, RasErrFormat, 5);
+  if (RasGet16(header + 2, big) != kMagic) return FailOpen(state, RasErrFormat, 5);
 
   TiffPriv *p = NewPriv(bits / 8);
   if (!p) return FailOpen(state, RasErrMemory, 6);
@@ -598,7 +579,7 @@ int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
 
   TiffEntry *entries = nullptr;
   uint32_t count = 0;
-  code = TiffReadIFDE(file, p, Get32(header + 4, big), &entries, &count);
+  code = TiffReadIFDE(file, p, RasGet32(header + 4, big), &entries, &count);
   if (code != RasOk) return FailOpen(state, code, 8);
   for (uint32_t i = 0; i < count && code == RasOk; ++i)
     code = TiffProcessIFDE(file, p, entries[i]);
@@ -745,7 +726,7 @@ void BuildExtras(const TiffPriv &p, const TiffLayout &l, float resolution, uint8
   const uint64_t base = l.directoryEnd;
   if (p.samples > 1) {
     for (uint32_t k = 0; k < p.samples; ++k)
-      Put16(out + (l.bitsAt - base) + 2 * k, 8 * p.sampleBytes, big);
+      RasPut16(out + (l.bitsAt - base) + 2 * k, 8 * p.sampleBytes, big);
   }
   if (l.tableCount > 1) {
     uint32_t i = 0;
@@ -754,15 +735,15 @@ void BuildExtras(const TiffPriv &p, const TiffLayout &l, float resolution, uint8
       for (uint32_t s = 0; s < p.stripsPerImage; ++s, ++i) {
         uint32_t offset, bytes;
         StripPlace(p, l, s, k, &offset, &bytes);
-        Put32(out + (l.offsetsAt - base) + 4 * uint64_t{i}, offset, big);
-        Put32(out + (l.countsAt - base) + 4 * uint64_t{i}, bytes, big);
+        RasPut32(out + (l.offsetsAt - base) + 4 * uint64_t{i}, offset, big);
+        RasPut32(out + (l.countsAt - base) + 4 * uint64_t{i}, bytes, big);
       }
     }
   }
   const uint32_t numerator = ResolutionNumerator(resolution);
   for (uint64_t at : {l.xResolutionAt, l.yResolutionAt}) {
-    Put32(out + (at - base), numerator, big);
-    Put32(out + (at - base) + 4, kResolutionDenominator, big);
+    RasPut32(out + (at - base), numerator, big);
+    RasPut32(out + (at - base) + 4, kResolutionDenominator, big);
   }
   if (gIptcWords > 1) std::memcpy(out + (l.iptcAt - base), gIptc, 4 * uint64_t{gIptcWords});
 }
@@ -770,11 +751,11 @@ void BuildExtras(const TiffPriv &p, const TiffLayout &l, float resolution, uint8
 int TiffWriteIFDE(RasFile *file, bool big, uint32_t tag, uint32_t type, uint32_t count,
                   const uint8_t *field) {
   uint8_t entry[kEntrySize];
-  Put16(entry, tag, big);
-  Put16(entry + 2, type, big);
-  Put32(entry + 4, count, big);
+  RasPut16(entry, tag, big);
+  RasPut16(entry + 2, type, big);
+  RasPut32(entry + 4, count, big);
   std::memcpy(entry + 8, field, 4);
-  const int code = WriteBytes(file, entry, kEntrySize);
+  const int code = RasFormatWrite(file, entry, kEntrySize);
   return code == RasOk ? RasOk : RasError("TiffWriteIFDE", code, 0);
 }
 
@@ -785,13 +766,13 @@ struct Field {
 // A SHORT stands in the first two bytes of the value field.
 Field ShortField(uint32_t v, bool big) {
   Field f{};
-  Put16(f.b, v, big);
+  RasPut16(f.b, v, big);
   return f;
 }
 
 Field LongField(uint64_t v, bool big) {
   Field f{};
-  Put32(f.b, static_cast<uint32_t>(v), big);
+  RasPut32(f.b, static_cast<uint32_t>(v), big);
   return f;
 }
 
@@ -848,15 +829,15 @@ int WriteHead(RasState *state, const TiffPriv &p, const TiffLayout &l, uint32_t 
   RasFile *file = &state->file;
   const bool big = p.big;
   uint8_t bytes[kHeaderSize];
-  Put16(bytes, big ? kOrderMotorola : kOrderIntel, false);
-  Put16(bytes + 2, kMagic, big);
-  Put32(bytes + 4, kHeaderSize, big);
-  if (WriteBytes(file, bytes, kHeaderSize) != RasOk) return FailOpen(state, RasErrWrite, 15);
-  Put16(bytes, l.entries, big);
-  if (WriteBytes(file, bytes, 2) != RasOk) return FailOpen(state, RasErrWrite, 16);
+  RasPut16(bytes, big ? kOrderMotorola : kOrderIntel, false);
+  RasPut16(bytes + 2, kMagic, big);
+  RasPut32(bytes + 4, kHeaderSize, big);
+  if (RasFormatWrite(file, bytes, kHeaderSize) != RasOk) return FailOpen(state, RasErrWrite, 15);
+  RasPut16(bytes, l.entries, big);
+  if (RasFormatWrite(file, bytes, 2) != RasOk) return FailOpen(state, RasErrWrite, 16);
   if (WriteDirectory(file, p, l, model) != RasOk) return FailOpen(state, RasErrWrite, 17);
-  Put32(bytes, 0, big);
-  if (WriteBytes(file, bytes, 4) != RasOk) return FailOpen(state, RasErrWrite, 18);
+  RasPut32(bytes, 0, big);
+  if (RasFormatWrite(file, bytes, 4) != RasOk) return FailOpen(state, RasErrWrite, 18);
   const uint64_t base = l.directoryEnd;
   const struct {
     uint64_t from;
@@ -869,7 +850,7 @@ int WriteHead(RasState *state, const TiffPriv &p, const TiffLayout &l, uint32_t 
   };
   for (const auto &item : items) {
     if (item.to == item.from) continue;
-    const int code = WriteBytes(file, extras + (item.from - base), item.to - item.from);
+    const int code = RasFormatWrite(file, extras + (item.from - base), item.to - item.from);
     if (code != RasOk) return FailOpen(state, RasErrWrite, item.detail);
   }
   return RasOk;
@@ -877,7 +858,10 @@ int WriteHead(RasState *state, const TiffPriv &p, const TiffLayout &l, uint32_t 
 
 void ChooseWriteRows(TiffPriv *p, uint32_t model) {
   const bool lab = model == RasModelLab;
-  if (lab) p->flip[1] = p->flip[2] = 0x80;
+  if (lab) {
+    p->flip[1] = p->flip[2] = 0x80;
+    p->flip16[1] = p->flip16[2] = 0x8000;
+  }
   p->interleaved = p->samples > 1 && p->planar == 1;
   p->planeBytes = uint64_t{p->width} * p->sampleBytes;
   p->rowBytes = p->planeBytes * p->samples;
@@ -917,12 +901,7 @@ int OpenWrite(const char *name, RasDesc *desc, uint32_t bits) {
   }
   BuildExtras(*p, l, desc->resolution, extras);
 
-  int64_t previous = 0;
-  if (RasFileGetOption(RasFileOptExpectedSize, &previous) != RasOk) previous = 0;
-  const int64_t expected = static_cast<int64_t>(l.end);
-  (void)RasFileSetOption(RasFileOptExpectedSize, &expected);
-  const int opened = RasFileOpen(&state->file, name, RasFileModeWrite);
-  (void)RasFileSetOption(RasFileOptExpectedSize, &previous);
+  const int opened = RasFormatOpenWrite(&state->file, name, static_cast<int64_t>(l.end));
   if (opened != RasOk) {
     RasFree(extras);
     return FailOpen(state, opened, 14);
@@ -935,22 +914,15 @@ int OpenWrite(const char *name, RasDesc *desc, uint32_t bits) {
   return RasOk;
 }
 
-// A record can serve a file when it is as wide and has every plane.
+// A record can serve a file when it is as wide and has every plane of the
+// file's sample width.
 bool PlanesFit(const RasSl *sl, const TiffPriv &p) {
-  if (sl->width < p.width || sl->channels < p.samples) return false;
-  for (uint32_t k = 0; k < p.samples; ++k) {
-    if (!sl->plane8[k]) return false;
-  }
-  return true;
+  return RasFormatPlanesFit(sl, p.width, p.samples, p.sampleBytes == 2);
 }
 
 int OpenChecked(const char *name, char mode, RasDesc *desc, uint32_t bits, uint32_t format) {
-  if (!name || !desc || !desc->state) return RasError("TiffOpen", RasErrArg, 0);
-  if (mode != 'r' && mode != 'w') return RasError("TiffOpen", RasErrArg, 1);
-  RasState *state = desc->state;
-  RasCopyName(state->name, name);
-  state->mode = mode;
-  state->priv = nullptr;
+  const int begun = RasFormatBegin("TiffOpen", name, mode, desc, 1);
+  if (begun != RasOk) return begun;
   return mode == 'w' ? OpenWrite(name, desc, bits) : OpenRead(name, desc, bits, format);
 }
 
@@ -964,6 +936,122 @@ int64_t RowOffset(const TiffPriv &p, uint32_t row, uint32_t k, uint64_t bytes) {
   return static_cast<int64_t>(p.offsets[index] + inStrip * bytes);
 }
 
+// ---- 16-bit rows. Samples are taken in the file's byte order and handed
+// over in the host's, exchanged by `flip16` like the 8-bit ones.
+
+void Unpack16(const TiffPriv &p, const uint8_t *src, uint16_t *const *planes) {
+  const uint32_t n = p.samples;
+  for (uint32_t k = 0; k < n; ++k) {
+    uint16_t *__restrict plane = planes[k];
+    const uint8_t *at = src + 2 * k;
+    for (uint32_t x = 0; x < p.width; ++x, at += 2 * n)
+      plane[x] = static_cast<uint16_t>(RasGet16(at, p.big) ^ p.flip16[k]);
+  }
+}
+
+void Pack16(const TiffPriv &p, uint8_t *dst, const uint16_t *const *planes) {
+  const uint32_t n = p.samples;
+  for (uint32_t k = 0; k < n; ++k) {
+    const uint16_t *__restrict plane = planes[k];
+    uint8_t *at = dst + 2 * k;
+    for (uint32_t x = 0; x < p.width; ++x, at += 2 * n)
+      RasPut16(at, plane[x] ^ p.flip16[k], p.big);
+  }
+}
+
+// One plane read as the file's bytes, turned into samples where it lies.
+void Plane16InPlace(const TiffPriv &p, uint16_t *plane, uint16_t flip) {
+  auto *bytes = reinterpret_cast<uint8_t *>(plane);
+  for (uint32_t x = 0; x < p.width; ++x) {
+    const auto v = static_cast<uint16_t>(RasGet16(bytes + 2 * x, p.big) ^ flip);
+    std::memcpy(bytes + 2 * x, &v, 2);
+  }
+}
+
+void PlaneToFile16(const TiffPriv &p, uint8_t *dst, const uint16_t *plane, uint16_t flip) {
+  for (uint32_t x = 0; x < p.width; ++x)
+    RasPut16(dst + 2 * x, plane[x] ^ flip, p.big);
+}
+
+// Rows of either sample width, the checks shared; `routine` names the entry
+// point in reports.
+int ReadRow(RasDesc *desc, uint32_t row, RasSl *sl, const char *routine) {
+  if (!desc || !sl) return RasError(routine, RasErrArg, 0);
+  RasState *state = RasFormatState(desc, 'r');
+  if (!state) return RasError(routine, RasErrArg, 1);
+  TiffPriv *p = PrivOf(desc);
+  if (row >= p->height) return RasError(routine, RasErrArg, 2);
+  const int made = RasFormatMakePlanes(sl, desc);
+  if (made != RasOk) return RasError(routine, made, 3);
+  if (!PlanesFit(sl, *p)) return RasError(routine, RasErrArg, 4);
+
+  RasFile *file = &state->file;
+  const bool wide = p->sampleBytes == 2;
+  if (p->interleaved) {
+    const int64_t offset = RowOffset(*p, row, 0, p->rowBytes);
+    if (offset < 0) return RasError(routine, RasErrRead, 5);
+    const int code = ReadAt(file, p, offset, p->buffer, static_cast<int64_t>(p->rowBytes));
+    if (code != RasOk) return RasError(routine, code, 6);
+    if (wide)
+      Unpack16(*p, p->buffer, sl->plane16);
+    else
+      p->unpack(p->buffer, sl->plane8, p->width);
+    return RasOk;
+  }
+  for (uint32_t k = 0; k < p->samples; ++k) {
+    const int64_t offset = RowOffset(*p, row, k, p->planeBytes);
+    if (offset < 0) return RasError(routine, RasErrRead, 5);
+    void *dst = wide ? static_cast<void *>(sl->plane16[k]) : sl->plane8[k];
+    const int code = ReadAt(file, p, offset, dst, static_cast<int64_t>(p->planeBytes));
+    if (code != RasOk) return RasError(routine, code, 6);
+    if (wide)
+      Plane16InPlace(*p, sl->plane16[k], p->flip16[k]);
+    else if (p->flip[k])
+      FlipPlane(sl->plane8[k], p->planeBytes, p->flip[k]);
+  }
+  return RasOk;
+}
+
+int WriteRow(RasDesc *desc, uint32_t row, const RasSl *sl, const char *routine) {
+  if (!desc || !sl) return RasError(routine, RasErrArg, 0);
+  RasState *state = RasFormatState(desc, 'w');
+  if (!state) return RasError(routine, RasErrArg, 1);
+  TiffPriv *p = PrivOf(desc);
+  if (row >= p->height) return RasError(routine, RasErrArg, 2);
+  if (row != p->nextRow) return RasError(routine, RasErrArg, 3);
+  if (!PlanesFit(sl, *p)) return RasError(routine, RasErrArg, 4);
+
+  const uint32_t strip = row / p->rowsPerStrip;
+  const uint64_t first = uint64_t{strip} * p->rowsPerStrip;
+  const uint64_t inStrip = row - first;
+  const uint64_t left = p->height - first;
+  const uint64_t rows = left < p->rowsPerStrip ? left : p->rowsPerStrip;
+  const bool wide = p->sampleBytes == 2;
+  if (p->interleaved) {
+    uint8_t *dst = p->buffer + inStrip * p->rowBytes;
+    if (wide)
+      Pack16(*p, dst, sl->plane16);
+    else
+      p->pack(dst, sl->plane8, p->width);
+  } else {
+    for (uint32_t k = 0; k < p->samples; ++k) {
+      uint8_t *dst = p->buffer + (k * rows + inStrip) * p->planeBytes;
+      if (wide)
+        PlaneToFile16(*p, dst, sl->plane16[k], p->flip16[k]);
+      else
+        CopyPlane(dst, sl->plane8[k], p->planeBytes, p->flip[k]);
+    }
+  }
+  if (inStrip + 1 == rows) {
+    const int64_t bytes = static_cast<int64_t>(rows * p->rowBytes);
+    const int code = RasFormatWrite(&state->file, p->buffer, bytes);
+    if (code != RasOk) return RasError(routine, code, 5);
+    p->position += bytes;
+  }
+  p->nextRow = row + 1;
+  return RasOk;
+}
+
 }  // namespace
 
 int TiffOpen(const char *name, char mode, RasDesc *desc) {
@@ -971,80 +1059,37 @@ int TiffOpen(const char *name, char mode, RasDesc *desc) {
 }
 
 int TiffReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc || !sl) return RasError("TiffReadSl", RasErrArg, 0);
-  RasState *state = desc->state;
-  if (!state || !state->priv || state->mode != 'r' || state->file.kind == RasFileKindClosed)
-    return RasError("TiffReadSl", RasErrArg, 1);
-  TiffPriv *p = PrivOf(desc);
-  if (row >= p->height) return RasError("TiffReadSl", RasErrArg, 2);
-  if (sl->width == 0 || sl->channels == 0) {
-    const int made = RasMakeSl(sl, desc);
-    if (made != RasOk) return RasError("TiffReadSl", made, 3);
-  }
-  if (!PlanesFit(sl, *p)) return RasError("TiffReadSl", RasErrArg, 4);
-
-  RasFile *file = &state->file;
-  if (p->interleaved) {
-    const int64_t offset = RowOffset(*p, row, 0, p->rowBytes);
-    if (offset < 0) return RasError("TiffReadSl", RasErrRead, 5);
-    const int code = ReadAt(file, p, offset, p->buffer, static_cast<int64_t>(p->rowBytes));
-    if (code != RasOk) return RasError("TiffReadSl", code, 6);
-    p->unpack(p->buffer, sl->plane8, p->width);
-    return RasOk;
-  }
-  for (uint32_t k = 0; k < p->samples; ++k) {
-    const int64_t offset = RowOffset(*p, row, k, p->planeBytes);
-    if (offset < 0) return RasError("TiffReadSl", RasErrRead, 5);
-    const int code = ReadAt(file, p, offset, sl->plane8[k], static_cast<int64_t>(p->planeBytes));
-    if (code != RasOk) return RasError("TiffReadSl", code, 6);
-    if (p->flip[k]) FlipPlane(sl->plane8[k], p->planeBytes, p->flip[k]);
-  }
-  return RasOk;
+  return ReadRow(desc, row, sl, "TiffReadSl");
 }
 
 int TiffWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc || !sl) return RasError("TiffWriteSl", RasErrArg, 0);
-  RasState *state = desc->state;
-  if (!state || !state->priv || state->mode != 'w' || state->file.kind == RasFileKindClosed)
-    return RasError("TiffWriteSl", RasErrArg, 1);
-  TiffPriv *p = PrivOf(desc);
-  if (row >= p->height) return RasError("TiffWriteSl", RasErrArg, 2);
-  if (row != p->nextRow) return RasError("TiffWriteSl", RasErrArg, 3);
-  if (!PlanesFit(sl, *p)) return RasError("TiffWriteSl", RasErrArg, 4);
-
-  const uint32_t strip = row / p->rowsPerStrip;
-  const uint64_t first = uint64_t{strip} * p->rowsPerStrip;
-  const uint64_t inStrip = row - first;
-  const uint64_t left = p->height - first;
-  const uint64_t rows = left < p->rowsPerStrip ? left : p->rowsPerStrip;
-  if (p->interleaved) {
-    p->pack(p->buffer + inStrip * p->rowBytes, sl->plane8, p->width);
-  } else {
-    for (uint32_t k = 0; k < p->samples; ++k) {
-      uint8_t *dst = p->buffer + (k * rows + inStrip) * p->planeBytes;
-      CopyPlane(dst, sl->plane8[k], p->planeBytes, p->flip[k]);
-    }
-  }
-  if (inStrip + 1 == rows) {
-    const int64_t bytes = static_cast<int64_t>(rows * p->rowBytes);
-    const int code = WriteBytes(&state->file, p->buffer, bytes);
-    if (code != RasOk) return RasError("TiffWriteSl", code, 5);
-    p->position += bytes;
-  }
-  p->nextRow = row + 1;
-  return RasOk;
+  return WriteRow(desc, row, sl, "TiffWriteSl");
 }
 
 int TiffClose(RasDesc *desc) {
   if (!desc || !desc->state) return RasError("TiffClose", RasErrArg, 0);
   RasState *state = desc->state;
-  int code = RasOk;
-  if (state->file.kind != RasFileKindClosed) {
-    const int closed = RasFileClose(&state->file);
-    if (closed != RasOk && state->mode == 'w') code = RasError("TiffClose", RasErrWrite, 1);
-  }
+  const int code = RasFormatCloseFile(state);
   FreePriv(state);
-  return code;
+  return code == RasOk ? RasOk : RasError("TiffClose", code, 1);
+}
+
+// 16-bit TIFF (format 10): the same files with 16-bit samples, read and
+// written through the same open steps and row code.
+int Tiff16Open(const char *name, char mode, RasDesc *desc) {
+  return OpenChecked(name, mode, desc, 16, RasFormatTiff16);
+}
+
+int Tiff16ReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
+  return ReadRow(desc, row, sl, "Tiff16ReadSl");
+}
+
+int Tiff16WriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
+  return WriteRow(desc, row, sl, "Tiff16WriteSl");
+}
+
+int Tiff16Close(RasDesc *desc) {
+  return TiffClose(desc);
 }
 
 int TiffSetOption(int option, uint32_t value, RasDesc *desc) {

@@ -21,6 +21,12 @@ bool FormatStoresModel(uint32_t format, uint32_t model) {
       return model == RasModelRgb || model == RasModelGray || model == RasModelCmyk;
     case RasFormatTiff:
       return model != RasModelYcc;  // TIFF would label YCC samples as RGB
+    case RasFormatTarga:
+    case RasFormatCineon:
+      return model == RasModelRgb || model == RasModelGray;
+    case RasFormatScitex:
+    case RasFormatEps:
+      return model == RasModelRgb || model == RasModelGray || model == RasModelCmyk;
     default:
       return true;
   }
@@ -43,13 +49,18 @@ const char *ModelName(uint32_t model) {
   }
 }
 
-// Files of more than 8 bits a sample go into 8-bit formats scaled to 0..255.
-void NarrowRow(const RasSl &wide, uint32_t maxval, RasSl *narrow) {
-  for (uint32_t k = 0; k < wide.channels; ++k) {
-    const uint16_t *in = wide.plane16[k];
-    uint8_t *out = narrow->plane8[k];
-    for (uint32_t x = 0; x < wide.width; ++x)
-      out[x] = static_cast<uint8_t>((in[x] * 255u + maxval / 2) / maxval);
+// Samples go from one file's range to the other's (0..255 for 8-bit formats,
+// 0..1023 for Cineon, 0..65535 for 16-bit TIFF), scaled and rounded.
+void RescaleRow(const RasSl &from, uint32_t fromMax, uint32_t toMax, RasSl *to) {
+  for (uint32_t k = 0; k < to->channels; ++k) {
+    for (uint32_t x = 0; x < to->width; ++x) {
+      const uint64_t v = fromMax <= 255 ? from.plane8[k][x] : from.plane16[k][x];
+      const uint64_t scaled = (v * toMax + fromMax / 2) / fromMax;
+      if (toMax <= 255)
+        to->plane8[k][x] = static_cast<uint8_t>(scaled);
+      else
+        to->plane16[k][x] = static_cast<uint16_t>(scaled);
+    }
   }
 }
 
@@ -83,25 +94,37 @@ bool ParseOptions(int argc, char **argv, Options *options) {
   return false;
 }
 
-// Rows go across as they are, narrowed to 8 bits when wider, or turned into
-// RGB as the application does on opening when the target cannot hold the
-// file's own model.
+// Rows go across as they are, rescaled when the two formats' sample ranges
+// differ, or turned into RGB as the application does on opening when the
+// target cannot hold the file's own model.
 int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
-  Scanline source, narrow;
+  Scanline source, rgb, target;
   const bool toRgb = out->desc.model != in->desc.model;
-  const bool wide = in->desc.maxval > 255;
+  const uint32_t inMax = toRgb ? 255 : in->desc.maxval;
+  // Scitex CT rows move a padding byte through planes made for them, so its
+  // rows always go through a record of its own.
+  const bool rescale = inMax != out->desc.maxval || out->desc.format == RasFormatScitex;
+  RasDesc rgbDesc = in->desc;
+  rgbDesc.channels = 3;
+  rgbDesc.maxval = 255;
   int code = RasMakeSl(&source.sl, &in->desc);
-  if (code == RasOk && (wide || toRgb)) code = RasMakeSl(&narrow.sl, &out->desc);
+  if (code == RasOk && toRgb) code = RasMakeSl(&rgb.sl, &rgbDesc);
+  if (code == RasOk && rescale) code = RasMakeSl(&target.sl, &out->desc);
   if (code != RasOk) return Fail(options.in, "cannot make a scanline", code);
   for (uint32_t row = 0; row < in->desc.height; ++row) {
     code = RasReadSl(&in->desc, row, &source.sl);
-    if (code == RasOk && toRgb)
-      code = RasSlToRgb(&source.sl, &in->desc, narrow.sl.plane8[0], narrow.sl.plane8[1],
-                        narrow.sl.plane8[2]);
-    else if (code == RasOk && wide)
-      NarrowRow(source.sl, in->desc.maxval, &narrow.sl);
+    const RasSl *from = &source.sl;
+    if (code == RasOk && toRgb) {
+      code =
+          RasSlToRgb(&source.sl, &in->desc, rgb.sl.plane8[0], rgb.sl.plane8[1], rgb.sl.plane8[2]);
+      from = &rgb.sl;
+    }
     if (code != RasOk) return Fail(options.in, "cannot read a row", code);
-    code = RasWriteSl(&out->desc, row, wide || toRgb ? &narrow.sl : &source.sl);
+    if (rescale) {
+      RescaleRow(*from, inMax, out->desc.maxval, &target.sl);
+      from = &target.sl;
+    }
+    code = RasWriteSl(&out->desc, row, from);
     if (code != RasOk) return Fail(options.out, "cannot write a row", code);
   }
   return 0;

@@ -16,6 +16,10 @@ uint32_t FormatForName(const char *path) {
   const char *ext = dot ? dot + 1 : "";
   if (strcasecmp(ext, "bmp") == 0) return RasFormatBmp;
   if (strcasecmp(ext, "tif") == 0 || strcasecmp(ext, "tiff") == 0) return RasFormatTiff;
+  if (strcasecmp(ext, "tga") == 0) return RasFormatTarga;
+  if (strcasecmp(ext, "sct") == 0) return RasFormatScitex;
+  if (strcasecmp(ext, "cin") == 0) return RasFormatCineon;
+  if (strcasecmp(ext, "eps") == 0) return RasFormatEps;
   return RasFormatJpeg;
 }
 

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <QRect>
+#include <algorithm>
 #include <cmath>
 #include <string>
 
 #include "app/dib.h"
 #include "app/dibraster.h"
+#include "raster/photocd.h"
 #include "tests/raster/testutil.h"
 
 namespace {
@@ -88,6 +90,63 @@ TEST(DibModels, EveryModelOpensAsTheRgbPictureItHolds) {
   const CDib jpeg = Open(Data("jpeg/pillow__pil_sample_cmyk.jpg"));
   ASSERT_NE(jpeg.Header(), nullptr);
   EXPECT_EQ(jpeg.Width(), 100u);
+}
+
+// Photo CD, Targa, Scitex CT and Cineon files open as RGB pictures of what
+// they hold.
+TEST(DibModels, PhotoCdTargaScitexAndCineonOpenAsTheirPictures) {
+  // The Photo CD image pack was made from the same photo, stretched to 3:2;
+  // its chroma decodes to strong colour casts, so the check is on brightness:
+  // the YCC converted for display follows the original's luminance.
+  uint32_t level = 3;
+  ASSERT_EQ(PcdGetOption(PcdOptLevel, &level), RasOk);
+  ASSERT_EQ(PcdSetOption(PcdOptLevel, 1), RasOk);
+  const CDib pcd = Open(Data("photocd/pillow__hopper.pcd"));
+  (void)PcdSetOption(PcdOptLevel, level);
+  const CDib bmp = Open(Data("bmp/pillow__hopper.bmp"));
+  ASSERT_NE(pcd.Header(), nullptr);
+  ASSERT_EQ(pcd.Width(), 192u);
+  ASSERT_EQ(pcd.Height(), 128u);
+  ASSERT_NE(bmp.Header(), nullptr);
+  double sa = 0, sb = 0, saa = 0, sbb = 0, sab = 0;
+  const double n = double(bmp.Width()) * bmp.Height();
+  for (uint32_t y = 0; y < bmp.Height(); ++y)
+    for (uint32_t x = 0; x < bmp.Width(); ++x) {
+      const uint8_t *p = pcd.RowPointer(int32_t(y)) + 3 * (x * pcd.Width() / bmp.Width());
+      const uint8_t *q = bmp.RowPointer(int32_t(y)) + 3 * x;
+      const double u = 0.114 * p[0] + 0.587 * p[1] + 0.299 * p[2];
+      const double v = 0.114 * q[0] + 0.587 * q[1] + 0.299 * q[2];
+      sa += u, sb += v, saa += u * u, sbb += v * v, sab += u * v;
+    }
+  const double cov = sab / n - sa / n * sb / n;
+  EXPECT_GT(cov / std::sqrt((saa / n - sa / n * sa / n) * (sbb / n - sb / n * sb / n)), 0.7);
+
+  // The Truevision samples hold one test pattern at every depth: 24 and 32
+  // bits agree exactly, 16 bits and a 16-bit colour map to the 5-bit steps.
+  const CDib tc24 = Open(Data("targa/oiioimg__targa_UTC24.TGA"));
+  EXPECT_EQ(Compare(tc24, Open(Data("targa/oiioimg__targa_UTC32.TGA"))).mean, 0.0);
+  EXPECT_LT(Compare(tc24, Open(Data("targa/oiioimg__targa_UTC16.TGA"))).mean, 4.0);
+  EXPECT_LT(Compare(tc24, Open(Data("targa/oiioimg__targa_UCM8.TGA"))).mean, 4.0);
+  // A Cineon film scan shows through the negative-to-display view, which
+  // spreads the checker's two densities (codes 374 and 509) well apart: the
+  // two most common greys differ by more than 50 levels (34 as raw codes).
+  const CDib cineon = Open(Data("cineon/oiioimg__cineon_checker.cin"));
+  ASSERT_NE(cineon.Header(), nullptr);
+  ASSERT_EQ(cineon.Width(), 160u);
+  int count[256] = {};
+  for (uint32_t y = 0; y < cineon.Height(); ++y)
+    for (uint32_t x = 0; x < cineon.Width(); ++x) {
+      const uint8_t *p = cineon.RowPointer(int32_t(y)) + 3 * x;
+      if (p[0] == p[1] && p[1] == p[2]) ++count[p[0]];
+    }
+  const int first = int(std::max_element(count, count + 256) - count);
+  count[first] = 0;
+  const int second = int(std::max_element(count, count + 256) - count);
+  EXPECT_GT(std::abs(first - second), 50);
+  // A Scitex CT separation follows its RGB twin in every channel.
+  EXPECT_GT(Compare(Open(Data("scitex/kif__sct_cmyk.sct")), Open(Data("scitex/kif__sct_rgb.sct")))
+                .correlation,
+            0.9);
 }
 
 }  // namespace

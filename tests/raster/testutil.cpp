@@ -132,6 +132,55 @@ int ReadPicture(const char *name, Picture *picture, RasDesc *desc,
   return code != RasOk ? code : closed;
 }
 
+Planes16 Pattern16(uint32_t width, uint32_t height, uint32_t channels, uint32_t maxval) {
+  Planes16 p(channels, std::vector<uint16_t>(size_t{width} * height));
+  for (uint32_t k = 0; k < channels; ++k)
+    for (uint32_t i = 0; i < width * height; ++i)
+      p[k][i] =
+          static_cast<uint16_t>((0x0102 * (k + 1) + 0x1357 * i + (i % 7 << 12)) % (maxval + 1));
+  return p;
+}
+
+int WritePlanes16(const std::string &name, uint32_t format, uint32_t model, uint32_t width,
+                  uint32_t height, const Planes16 &planes, float resolution,
+                  const std::vector<uint32_t> &order) {
+  RasDesc desc{};
+  const auto channels = static_cast<uint32_t>(planes.size());
+  int code = RasSetDesc(&desc, format, width, height, channels, model, resolution);
+  if (code == RasOk) code = RasOpen(name.c_str(), 'w', &desc);
+  if (code != RasOk) return code;
+  std::vector<uint32_t> rows = order;
+  if (rows.empty())
+    for (uint32_t y = 0; y < height; ++y)
+      rows.push_back(y);
+  RasSl sl{width, channels, {}, {}};
+  for (uint32_t y : rows) {
+    for (uint32_t k = 0; k < channels; ++k)
+      sl.plane16[k] = const_cast<uint16_t *>(&planes[k][size_t{y} * width]);
+    if ((code = RasWriteSl(&desc, y, &sl)) != RasOk) break;
+  }
+  const int closed = RasClose(&desc);
+  return code != RasOk ? code : closed;
+}
+
+int ReadPlanes16(const std::string &name, RasDesc *desc, Planes16 *planes) {
+  int code = RasGetInfo(name.c_str(), desc);
+  if (code == RasOk) code = RasOpen(name.c_str(), 'r', desc);
+  if (code != RasOk) return code;
+  planes->assign(desc->channels, std::vector<uint16_t>(size_t{desc->width} * desc->height));
+  RasSl sl{};
+  for (uint32_t y = 0; y < desc->height && code == RasOk; ++y) {
+    code = RasReadSl(desc, y, &sl);
+    for (uint32_t k = 0; code == RasOk && k < desc->channels; ++k) {
+      EXPECT_EQ(sl.plane8[k], nullptr);
+      std::copy_n(sl.plane16[k], desc->width, &(*planes)[k][size_t{y} * desc->width]);
+    }
+  }
+  RasFreeSl(&sl);
+  const int closed = RasClose(desc);
+  return code != RasOk ? code : closed;
+}
+
 ToolResult RunTool(const std::string &args) {
   const std::string command = std::string(KORVEL_TOOL_PATH) + " " + args + " 2>&1";
   ToolResult result;

@@ -58,6 +58,21 @@ inline int ReadPicture(const std::string &name, Picture *picture, RasDesc *desc 
   return ReadPicture(name.c_str(), picture, desc, order);
 }
 
+// Planes of samples wider than 8 bits, [channel][y * width + x], for the
+// formats whose maxval is above 255.
+using Planes16 = std::vector<std::vector<uint16_t>>;
+// Samples of 0 to `maxval` that differ by position and channel, and whose two
+// bytes differ, so a swapped byte shows as well as a swapped plane.
+Planes16 Pattern16(uint32_t width, uint32_t height, uint32_t channels, uint32_t maxval);
+// Writes every row, in `order` (top first when empty), from `planes` of
+// `width` x `height` through the 16-bit plane pointers; the first failing code.
+int WritePlanes16(const std::string &name, uint32_t format, uint32_t model, uint32_t width,
+                  uint32_t height, const Planes16 &planes, float resolution = 72.0f,
+                  const std::vector<uint32_t> &order = {});
+// Probes and reads every row into `planes`, checking that the reader made
+// 16-bit planes only; `desc` receives what the probe filled in.
+int ReadPlanes16(const std::string &name, RasDesc *desc, Planes16 *planes);
+
 // korvel-raster run as a user runs it: its exit status, and its standard
 // output and standard error together.
 struct ToolResult {

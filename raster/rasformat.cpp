@@ -1,0 +1,93 @@
+// Shared pieces of the format modules.
+#include "raster/rasformat.h"
+
+int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *desc,
+                   int modeDetail) {
+  if (!name || !desc || !desc->state) return RasError(routine, RasErrArg, 0);
+  if (mode != 'r' && mode != 'w') return RasError(routine, RasErrArg, modeDetail);
+  RasState *state = desc->state;
+  RasCopyName(state->name, name);
+  state->mode = mode;
+  state->priv = nullptr;
+  return RasOk;
+}
+
+RasState *RasFormatState(const RasDesc *desc, char mode) {
+  RasState *state = desc->state;
+  if (!state || !state->priv || state->mode != mode || state->file.kind == RasFileKindClosed)
+    return nullptr;
+  return state;
+}
+
+int RasFormatMakePlanes(RasSl *sl, const RasDesc *desc) {
+  if (sl->width != 0 && sl->channels != 0) return RasOk;
+  return RasMakeSl(sl, desc);
+}
+
+bool RasFormatPlanesFit(const RasSl *sl, uint32_t width, uint32_t channels, bool wide) {
+  if (sl->width < width || sl->channels < channels) return false;
+  for (uint32_t k = 0; k < channels; ++k) {
+    if (wide ? !sl->plane16[k] : !sl->plane8[k]) return false;
+  }
+  return true;
+}
+
+int RasFormatSeek(RasFile *file, int64_t *position, int64_t target) {
+  if (*position == target) return RasOk;
+  *position = -1;
+  const int code = RasFileSeek(file, target, 0);
+  if (code == RasOk) *position = target;
+  return code;
+}
+
+int RasFormatRead(RasFile *file, void *bytes, int64_t count) {
+  int64_t n = count;
+  return RasFileRead(file, bytes, &n, 1);
+}
+
+int RasFormatWrite(RasFile *file, const void *bytes, int64_t count) {
+  int64_t n = count;
+  return RasFileWrite(file, bytes, &n);
+}
+
+int RasFormatOpenWrite(RasFile *file, const char *name, int64_t expected) {
+  int64_t previous = 0;
+  if (RasFileGetOption(RasFileOptExpectedSize, &previous) != RasOk) previous = 0;
+  (void)RasFileSetOption(RasFileOptExpectedSize, &expected);
+  const int opened = RasFileOpen(file, name, RasFileModeWrite);
+  (void)RasFileSetOption(RasFileOptExpectedSize, &previous);
+  return opened;
+}
+
+void RasFormatDropFile(RasState *state, bool remove) {
+  if (state->file.kind == RasFileKindClosed) return;
+  if (remove && state->mode == 'w')
+    (void)RasFileCloseRemove(&state->file);
+  else
+    (void)RasFileClose(&state->file);
+}
+
+int RasFormatCloseFile(RasState *state) {
+  if (state->file.kind == RasFileKindClosed) return RasOk;
+  const int closed = RasFileClose(&state->file);
+  return closed != RasOk && state->mode == 'w' ? RasErrWrite : RasOk;
+}
+
+uint32_t RasGet16(const uint8_t *p, bool big) {
+  return big ? uint32_t{p[0]} << 8 | p[1] : uint32_t{p[1]} << 8 | p[0];
+}
+
+uint32_t RasGet32(const uint8_t *p, bool big) {
+  return big ? uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3]
+             : uint32_t{p[3]} << 24 | uint32_t{p[2]} << 16 | uint32_t{p[1]} << 8 | p[0];
+}
+
+void RasPut16(uint8_t *p, uint32_t v, bool big) {
+  p[big ? 0 : 1] = static_cast<uint8_t>(v >> 8);
+  p[big ? 1 : 0] = static_cast<uint8_t>(v);
+}
+
+void RasPut32(uint8_t *p, uint32_t v, bool big) {
+  for (int i = 0; i < 4; ++i)
+    p[big ? 3 - i : i] = static_cast<uint8_t>(v >> (8 * i));
+}

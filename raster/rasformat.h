@@ -1,0 +1,51 @@
+// What the format modules do alike: the open's argument checks, the state a
+// row routine needs, the planes of a record, reads and writes at tracked
+// positions, the write-open with its expected size, closing, and byte fields
+// in either order. Only the format modules include it.
+#pragma once
+
+#include <cstdint>
+
+#include "raster/ras.h"
+#include "raster/rasfile.h"
+#include "raster/rasstate.h"
+
+// Checks an open's arguments (a null one is -1 with detail 0, a mode other
+// than 'r' or 'w' -1 with `modeDetail`) and readies the state block: the name
+// kept, the mode set, no private block yet.
+[[nodiscard]] int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *desc,
+                                 int modeDetail);
+
+// The state of a descriptor open in `mode` with its private block, or null.
+RasState *RasFormatState(const RasDesc *desc, char mode);
+
+// Makes the planes of a record that has none (width or channels 0); the
+// code of RasMakeSl, or 0 when the record had planes.
+[[nodiscard]] int RasFormatMakePlanes(RasSl *sl, const RasDesc *desc);
+// True when the record is `width` wide and has `channels` planes of 8 bits,
+// or of 16 bits when `wide`.
+bool RasFormatPlanesFit(const RasSl *sl, uint32_t width, uint32_t channels, bool wide);
+
+// Seeks to `target` unless `*position` says the file stands there already;
+// `*position` follows the file, -1 when unknown.
+[[nodiscard]] int RasFormatSeek(RasFile *file, int64_t *position, int64_t target);
+[[nodiscard]] int RasFormatRead(RasFile *file, void *bytes, int64_t count);  // exactly
+[[nodiscard]] int RasFormatWrite(RasFile *file, const void *bytes, int64_t count);
+
+// Opens `name` for writing with the file layer's expected-size option set to
+// `expected` for the open and restored afterwards.
+[[nodiscard]] int RasFormatOpenWrite(RasFile *file, const char *name, int64_t expected);
+
+// Closes the state's file if it is open; a file being written is removed
+// when `remove` is set (an open that failed half way).
+void RasFormatDropFile(RasState *state, bool remove);
+// Closes the state's file if it is open: -6 when the last bytes of a file
+// being written could not be flushed, else 0.
+[[nodiscard]] int RasFormatCloseFile(RasState *state);
+
+// 16- and 32-bit fields, big-endian when `big`, byte by byte so the host's
+// order never matters.
+uint32_t RasGet16(const uint8_t *p, bool big);
+uint32_t RasGet32(const uint8_t *p, bool big);
+void RasPut16(uint8_t *p, uint32_t v, bool big);
+void RasPut32(uint8_t *p, uint32_t v, bool big);

@@ -1,0 +1,96 @@
+// 16-bit TIFF: every model in both byte orders and planar configurations,
+// samples whose two bytes differ coming back whole, the file's sample bytes in
+// its own byte order, and the 8- and 16-bit readers each refusing the other's
+// files so the probe tells them apart.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "raster/tiff.h"
+#include "tests/raster/testutil.h"
+
+namespace {
+
+using namespace testutil;  // NOLINT(build/namespaces)
+
+using Planes = Planes16;
+
+int Write16(const std::string &path, uint32_t model, uint32_t width, uint32_t height,
+            const Planes &p) {
+  return WritePlanes16(path, RasFormatTiff16, model, width, height, p, 150.0f);
+}
+
+// Restores the TIFF settings a test changes.
+struct TiffSettings {
+  uint32_t planar = TiffGetOption(TiffOptPlanar), order = TiffGetOption(TiffOptByteOrder);
+  ~TiffSettings() {
+    (void)TiffSetOption(TiffOptPlanar, planar, nullptr);
+    (void)TiffSetOption(TiffOptByteOrder, order, nullptr);
+  }
+};
+
+TEST(Tiff16, RoundTripsEveryModelInBothOrdersAndLayouts) {
+  TiffSettings keep;
+  const std::string path = TempPath("rt16.tif");
+  for (uint32_t order : {18761u, 19789u}) {
+    for (uint32_t planar : {1u, 2u}) {
+      for (const auto &[model, channels] : {std::pair{RasModelGray, 1u},
+                                            {RasModelRgb, 3u},
+                                            {RasModelCmyk, 4u},
+                                            {RasModelLab, 3u}}) {
+        SCOPED_TRACE(testing::Message() << order << " planar " << planar << " model " << model);
+        ASSERT_EQ(TiffSetOption(TiffOptByteOrder, order, nullptr), RasOk);
+        ASSERT_EQ(TiffSetOption(TiffOptPlanar, planar, nullptr), RasOk);
+        const Planes p = Pattern16(7, 5, channels, 65535);
+        ASSERT_EQ(Write16(path, model, 7, 5, p), RasOk);
+        const Bytes file = ReadFile(path);
+        const bool big = order == 19789;
+        // The image data ends the file; its first sample is the first pixel's
+        // first channel, in the file's byte order.
+        const size_t data = file.size() - 7 * 5 * channels * 2;
+        EXPECT_EQ(GetField(file, data, 2, big), p[0][0]);
+        Planes back;
+        RasDesc desc{};
+        ASSERT_EQ(ReadPlanes16(path, &desc, &back), RasOk);
+        EXPECT_EQ(desc.format, RasFormatTiff16);
+        EXPECT_EQ(desc.maxval, 65535u);
+        EXPECT_EQ(desc.model, model);
+        EXPECT_NEAR(desc.resolution, 150.0f, 0.01f);
+        EXPECT_EQ(back, p);
+        if (model == RasModelLab) {
+          // a and b stand signed in the file: the plane's 0x8000 offset removed.
+          const size_t bAt = planar == 1 ? data + 2 : data + 7 * 5 * 2;
+          EXPECT_EQ(GetField(file, bAt, 2, big), p[1][0] ^ 0x8000u);
+        }
+      }
+    }
+  }
+}
+
+// Each width's reader refuses the other's files, so the probe gives 16-bit
+// files to format 10 with maxval 65535 and every scanline made 16 bits wide.
+TEST(Tiff16, ReadersOfEachWidthRefuseTheOther) {
+  const std::string wide = TempPath("w16.tif"), narrow = TempPath("w8.tif");
+  ASSERT_EQ(Write16(wide, RasModelRgb, 3, 2, Pattern16(3, 2, 3, 65535)), RasOk);
+  ASSERT_EQ(WritePicture(narrow, RasFormatTiff, RasModelRgb, Pattern(3, 2, 3)), RasOk);
+  for (const auto &[path, format, other] : {std::tuple{wide, RasFormatTiff16, RasFormatTiff},
+                                            {narrow, RasFormatTiff, RasFormatTiff16}}) {
+    RasDesc desc{};
+    ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk);
+    EXPECT_EQ(desc.format, format);
+    EXPECT_EQ(desc.maxval, RasFormatMaxval(format));
+    desc.format = other;
+    EXPECT_EQ(RasOpen(path.c_str(), 'r', &desc), RasErrUnsupported);
+    EXPECT_EQ(desc.state, nullptr);
+  }
+  // A record of 8-bit planes cannot take 16-bit rows.
+  RasDesc desc{};
+  ASSERT_EQ(RasGetInfo(wide.c_str(), &desc), RasOk);
+  ASSERT_EQ(RasOpen(wide.c_str(), 'r', &desc), RasOk);
+  std::vector<uint8_t> bytes(3 * 3);
+  RasSl sl{3, 3, {bytes.data(), bytes.data() + 3, bytes.data() + 6}, {}};
+  EXPECT_EQ(RasReadSl(&desc, 0, &sl), RasErrArg);
+  EXPECT_EQ(RasClose(&desc), RasOk);
+}
+
+}  // namespace
