@@ -1,12 +1,12 @@
-// The file dialogs' rules (the type a name starts with, the name a type gives,
-// the filter strings) and the real dialogs behind the prompt seam, driven as a
-// user drives them.
+// The file dialogs' name and filter rules, and the real dialogs behind the
+// prompt seam, driven as a user drives them.
 #include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDialog>
 #include <QFile>
+#include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -20,7 +20,6 @@
 #include "app/filedialog.h"
 #include "app/qtprompt.h"
 
-// Test failures show texts as text.
 inline void PrintTo(const QString &text, std::ostream *out) {
   *out << '"' << text.toStdString() << '"';
 }
@@ -60,6 +59,11 @@ QPushButton *Button(QWidget *dialog, int id) {
   return dialog->findChild<QPushButton *>(QString::number(id));
 }
 
+// Clicks the button `id`; 0 presses Escape instead.
+void Press(QWidget *dialog, int id) {
+  id ? Button(dialog, id)->click() : QTest::keyClick(dialog, Qt::Key_Escape);
+}
+
 QComboBox *TypeCombo(QWidget *dialog) {
   return dialog->findChild<QComboBox *>(QStringLiteral("fileTypeCombo"));
 }
@@ -76,103 +80,83 @@ TEST(DFileDialog, TypeFromTheNamesExtension) {
 }
 
 TEST(DFileDialog, NameFromTheChosenType) {
+  // The dot is found before the folder goes: "/a.d/noext" gives "a.bmp".
   const std::vector<std::tuple<const char *, int, const char *>> cases = {
-      {"img.jpg", 3, "img.tif"},
-      {"/a/b/noext", 2, "noext.bmp"},
-      {"photo", 1, "photo.jpg"},
-      {"a.b.c", 2, "a.b.bmp"},
-      {"C:\\p\\x.jpg", 2, "x.bmp"},
-      {"trail.", 3, "trail.tif"},
-      {"", 2, ".bmp"},
-      {"img.tif", 1, "img.jpg"},
-      {"/a.d/noext", 2, "a.bmp"},  // the dot is found before the folder goes
-  };
+      {"img.jpg", 3, "img.tif"}, {"/a/b/noext", 2, "noext.bmp"}, {"photo", 1, "photo.jpg"},
+      {"a.b.c", 2, "a.b.bmp"},   {"C:\\p\\x.jpg", 2, "x.bmp"},   {"trail.", 3, "trail.tif"},
+      {"", 2, ".bmp"},           {"img.tif", 1, "img.jpg"},      {"/a.d/noext", 2, "a.bmp"}};
   for (const auto &[name, index, renamed] : cases)
     EXPECT_EQ(DFileDialog::RenameForType(QString::fromLatin1(name), index), renamed) << name;
-  EXPECT_EQ(DFileDialog::ExtensionForIndex(1), "jpg");
-  EXPECT_EQ(DFileDialog::ExtensionForIndex(2), "bmp");
-  EXPECT_EQ(DFileDialog::ExtensionForIndex(3), "tif");
-  EXPECT_EQ(DFileDialog::ExtensionForIndex(0), "jpg");
-  EXPECT_EQ(DFileDialog::ExtensionForIndex(4), "jpg");
+  const char *extensions[] = {"jpg", "jpg", "bmp", "tif", "jpg"};
+  for (int index = 0; index < 5; ++index)
+    EXPECT_EQ(DFileDialog::ExtensionForIndex(index), extensions[index]) << index;
 }
 
 TEST(DFileDialog, FiltersForQt) {
   EXPECT_EQ(DFileDialog::MfcFilterToQt(kSaveFilter),
             (QStringList{"JPEG Files (*.jpg) (*.jpg)", "BITMAP Files (*.bmp) (*.bmp)",
                          "TIFF Files(*.tif) (*.tif)"}));
-  EXPECT_EQ(DFileDialog::MfcFilterToQt(kOpenFilter).value(3),
-            "All Image Files(*.jpg,*.bmp,*.tif) (*.jpg *.bmp *.tif)");
-  EXPECT_EQ(DFileDialog::MfcFilterToQt(kOpenFilter).size(), 4);
+  const QStringList open = DFileDialog::MfcFilterToQt(kOpenFilter);
+  EXPECT_EQ(open.size(), 4);
+  EXPECT_EQ(open.value(3), "All Image Files(*.jpg,*.bmp,*.tif) (*.jpg *.bmp *.tif)");
   EXPECT_TRUE(DFileDialog::MfcFilterToQt("||").isEmpty());
 }
 
-// The save dialog itself, shown but not run, with the user's type choice
-// made from the keyboard.
+// The save dialog itself, shown but not run, with the type chosen from the keyboard.
 TEST(DFileDialog, LiveDialogFollowsAndRewritesTheName) {
   QTemporaryDir dir;
-  {
-    DFileDialog dialog(nullptr, kSaveFilter, dir.path() + "/img.bmp");
+  const struct {
+    const char *initial;
+    int index;  // the type the name starts with; "tiff" and no extension leave the first
+    const char *down, *up;  // the name after one type down, then two up
+  } cases[] = {{"img.bmp", 2, "img.tif", "img.jpg"},
+               {"noext", 1, "noext.bmp", "noext.jpg"},
+               {"scan.tiff", 1, "scan.bmp", "scan.jpg"}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.initial);
+    DFileDialog dialog(nullptr, kSaveFilter, dir.path() + '/' + c.initial);
     dialog.show();
-    EXPECT_EQ(dialog.FilterIndex(), 2);
-    EXPECT_EQ(dialog.FileNameText(), "img.bmp");
+    EXPECT_EQ(dialog.FilterIndex(), c.index);
+    EXPECT_EQ(dialog.FileNameText(), c.initial);
     QComboBox *types = TypeCombo(&dialog);
     ASSERT_NE(types, nullptr);
     // The user sees the type names as the filter writes them.
-    ASSERT_EQ(types->count(), 3);
+    EXPECT_EQ(types->count(), 3);
     EXPECT_EQ(types->itemText(0), "JPEG Files (*.jpg)");
     EXPECT_EQ(types->itemText(2), "TIFF Files(*.tif)");
     QTest::keyClick(types, Qt::Key_Down);
-    EXPECT_EQ(dialog.FilterIndex(), 3);
-    EXPECT_EQ(dialog.FileNameText(), "img.tif");
+    EXPECT_EQ(dialog.FilterIndex(), c.index + 1);
+    EXPECT_EQ(dialog.FileNameText(), c.down);
     QTest::keyClick(types, Qt::Key_Up);
     QTest::keyClick(types, Qt::Key_Up);
-    EXPECT_EQ(dialog.FileNameText(), "img.jpg");
-  }
-  {
-    DFileDialog dialog(nullptr, kSaveFilter, dir.path() + "/noext");
-    dialog.show();
-    EXPECT_EQ(dialog.FilterIndex(), 1);  // no extension counts as "jpg"
-    EXPECT_EQ(dialog.FileNameText(), "noext");
-    QTest::keyClick(TypeCombo(&dialog), Qt::Key_Down);
-    EXPECT_EQ(dialog.FileNameText(), "noext.bmp");
-  }
-  {
-    DFileDialog dialog(nullptr, kSaveFilter, dir.path() + "/scan.tiff");
-    EXPECT_EQ(dialog.FilterIndex(), 1);  // "tiff" leaves the first type
-    EXPECT_EQ(dialog.FileNameText(), "scan.tiff");
+    EXPECT_EQ(dialog.FileNameText(), c.up);
   }
 }
 
-TEST(QtPrompt, SaveDialogAnswersWithTheRewrittenName) {
+TEST(QtPrompt, FileDialogs) {
   QTemporaryDir dir;
   QtPrompt prompt;
+  // The save dialog answers with the name the chosen type rewrote.
   WhenModal([](QWidget *dialog) {
     QTest::keyClick(TypeCombo(dialog), Qt::Key_Down);
     static_cast<QDialog *>(dialog)->accept();
   });
-  const KorvelPrompt::FileAnswer answer = prompt.AskSaveFile(kSaveFilter, dir.path() + "/img.jpg");
+  KorvelPrompt::FileAnswer answer = prompt.AskSaveFile(kSaveFilter, dir.path() + "/img.jpg");
   EXPECT_TRUE(answer.ok);
   EXPECT_EQ(answer.path, dir.path() + "/img.bmp");
   EXPECT_EQ(answer.filterIndex, 2);
-
   WhenModal([](QWidget *dialog) { QTest::keyClick(dialog, Qt::Key_Escape); });
   EXPECT_FALSE(prompt.AskSaveFile(kSaveFilter, dir.path() + "/img.jpg").ok);
-}
-
-TEST(QtPrompt, OpenDialogStartsInTheFolderOfAWildcardName) {
-  QTemporaryDir dir;
-  QFile(dir.path() + "/a.bmp").open(QIODevice::WriteOnly);
-  QtPrompt prompt;
+  // The open dialog starts in the folder of a wildcard name, with no name typed.
   QString folder, typed;
   WhenModal([&](QWidget *dialog) {
-    auto *files = static_cast<QFileDialog *>(dialog);
-    folder = files->directory().absolutePath();
+    folder = static_cast<QFileDialog *>(dialog)->directory().absolutePath();
     QLineEdit *name = dialog->findChild<QLineEdit *>("fileNameEdit");
     typed = name->text();
     name->setText("a.bmp");
-    static_cast<QDialog *>(files)->accept();
+    static_cast<QDialog *>(dialog)->accept();
   });
-  const KorvelPrompt::FileAnswer answer = prompt.AskOpenFile(kOpenFilter, dir.path() + "/*.jpg");
+  answer = prompt.AskOpenFile(kOpenFilter, dir.path() + "/*.jpg");
   EXPECT_EQ(folder, dir.path());
   EXPECT_EQ(typed, "");
   EXPECT_TRUE(answer.ok);
@@ -181,109 +165,89 @@ TEST(QtPrompt, OpenDialogStartsInTheFolderOfAWildcardName) {
 
 TEST(QtPrompt, SavePhotoQuestion) {
   QtPrompt prompt;
-  QString text;
-  QSize size;
-  WhenModal([&](QWidget *dialog) {
-    text = dialog->findChild<QLabel *>("1050")->text();
-    size = dialog->size();
-    EXPECT_EQ(dialog->windowTitle(), "Save Photo");
-    EXPECT_TRUE(Button(dialog, 6)->isDefault());
-    EXPECT_EQ(Button(dialog, 7)->text(), "No");
-    Button(dialog, 1051)->click();
-  });
-  KorvelPrompt::SavePhotoAnswer answer = prompt.AskSavePhoto("Zib001.jpg");
-  EXPECT_EQ(text, "Do you want to save your photo Zib001.jpg");
-  EXPECT_EQ(size, QSize(279, 81));  // 186 x 50 dialog units
-  EXPECT_EQ(answer.result, KorvelPrompt::IDOK);
-  EXPECT_EQ(answer.choice, "NOTOALL");
-
-  for (const auto &[id, word] : {std::pair{6, "YES"}, {7, "NO"}}) {
-    WhenModal([id = id](QWidget *dialog) { Button(dialog, id)->click(); });
-    answer = prompt.AskSavePhoto("a.jpg");
-    EXPECT_EQ(answer.result, KorvelPrompt::IDOK);
-    EXPECT_EQ(answer.choice, word);
+  for (const auto &[id, result, word] : {std::tuple{1051, KorvelPrompt::IDOK, "NOTOALL"},
+                                         {6, KorvelPrompt::IDOK, "YES"},
+                                         {7, KorvelPrompt::IDOK, "NO"},
+                                         {0, KorvelPrompt::IDCANCEL, "NOTOALL"}}) {  // 0: Escape
+    QString text;
+    QSize size;
+    WhenModal([&, id = id](QWidget *dialog) {
+      text = dialog->findChild<QLabel *>("1050")->text();
+      size = dialog->size();
+      EXPECT_EQ(dialog->windowTitle(), "Save Photo");
+      EXPECT_TRUE(Button(dialog, 6)->isDefault());
+      EXPECT_EQ(Button(dialog, 7)->text(), "No");
+      Press(dialog, id);
+    });
+    const KorvelPrompt::SavePhotoAnswer answer = prompt.AskSavePhoto("Zib001.jpg");
+    EXPECT_EQ(text, "Do you want to save your photo Zib001.jpg");
+    EXPECT_EQ(size, QSize(279, 81));  // 186 x 50 dialog units
+    EXPECT_EQ(answer.result, result) << id;
+    EXPECT_EQ(answer.choice, word) << id;
   }
-  WhenModal([](QWidget *dialog) { QTest::keyClick(dialog, Qt::Key_Escape); });
-  answer = prompt.AskSavePhoto("a.jpg");
-  EXPECT_EQ(answer.result, KorvelPrompt::IDCANCEL);
-  EXPECT_EQ(answer.choice, "NOTOALL");
 }
 
 TEST(QtPrompt, MessageBoxesMapTheirButtons) {
   QtPrompt prompt;
-  QString title, text;
-  WhenModal([&](QWidget *box) {
-    title = box->windowTitle();
-    text = static_cast<QMessageBox *>(box)->text();
-    QTest::keyClick(box, Qt::Key_Return);
-  });
-  EXPECT_EQ(prompt.MessageBox("Cannot open file x", KorvelPrompt::MB_OK), KorvelPrompt::IDOK);
-  EXPECT_EQ(title, "KorvelApp");
-  EXPECT_EQ(text, "Cannot open file x");
-
   struct Case {
     int buttons;
-    QMessageBox::StandardButton press;  // NoButton: Escape
+    int press;  // a QMessageBox::StandardButton, or a key for none
     int result;
+    int shown;  // buttons on the box
   };
-  for (const Case &c : {Case{KorvelPrompt::MB_YESNOCANCEL, QMessageBox::NoButton, 2},
-                        Case{KorvelPrompt::MB_YESNOCANCEL, QMessageBox::No, 7},
-                        Case{KorvelPrompt::MB_YESNOCANCEL, QMessageBox::Yes, 6},
-                        Case{KorvelPrompt::MB_YESNO, QMessageBox::Yes, 6},
-                        Case{KorvelPrompt::MB_YESNO, QMessageBox::No, 7},
-                        Case{KorvelPrompt::MB_YESNO, QMessageBox::NoButton, 7},
-                        Case{KorvelPrompt::MB_OK, QMessageBox::NoButton, 1}}) {
+  const int yes = QMessageBox::Yes, no = QMessageBox::No, esc = Qt::Key_Escape,
+            ret = Qt::Key_Return, ok = KorvelPrompt::MB_OK, ync = KorvelPrompt::MB_YESNOCANCEL,
+            yn = KorvelPrompt::MB_YESNO;
+  const Case cases[] = {{ok, ret, 1, 1},  {ok, esc, 1, 1}, {ync, esc, 2, 3},
+                        {ync, ret, 6, 3}, {ync, no, 7, 3}, {ync, yes, 6, 3},
+                        {yn, yes, 6, 2},  {yn, no, 7, 2},  {yn, esc, 7, 2}};
+  for (const Case &c : cases) {
+    SCOPED_TRACE(std::to_string(c.buttons) + " " + std::to_string(c.press));
+    QString title, text;
     int shown = 0;
     WhenModal([&](QWidget *widget) {
       auto *box = static_cast<QMessageBox *>(widget);
+      title = box->windowTitle();
+      text = box->text();
       shown = static_cast<int>(box->buttons().size());
-      if (c.press == QMessageBox::NoButton)
-        QTest::keyClick(box, Qt::Key_Escape);
+      if (c.press == yes || c.press == no)
+        box->button(QMessageBox::StandardButton(c.press))->click();
       else
-        box->button(c.press)->click();
+        QTest::keyClick(box, Qt::Key(c.press));
     });
-    EXPECT_EQ(prompt.MessageBox("?", c.buttons), c.result) << c.buttons << " " << c.press;
-    EXPECT_EQ(shown, c.buttons == KorvelPrompt::MB_OK      ? 1
-                     : c.buttons == KorvelPrompt::MB_YESNO ? 2
-                                                           : 3);
+    EXPECT_EQ(prompt.MessageBox("Cannot open file x", c.buttons), c.result);
+    EXPECT_EQ(title, "KorvelApp");
+    EXPECT_EQ(text, "Cannot open file x");
+    EXPECT_EQ(shown, c.shown);
   }
 }
 
 TEST(QtPrompt, GetPhotoDialog) {
   QtPrompt prompt;
-  QStringList sources;
-  bool picture = false;
-  WhenModal([&](QWidget *dialog) {
-    EXPECT_EQ(dialog->windowTitle(), "Get Photo");
-    const QComboBox *combo = dialog->findChild<QComboBox *>("1026");
-    for (int i = 0; combo && i < combo->count(); ++i)
-      sources << combo->itemText(i);
-    const QLabel *label = dialog->findChild<QLabel *>("271");
-    picture = label && !label->pixmap().isNull() && label->isVisible();
-    EXPECT_EQ(Button(dialog, 1034)->text(), "Get Photo");
-    EXPECT_EQ(Button(dialog, 1035)->text(), "Get Photo File");
-    EXPECT_EQ(Button(dialog, 1036)->text(), "Cancel");
-    Button(dialog, 1034)->click();
-  });
-  KorvelPrompt::GetPhotoAnswer answer = prompt.AskGetPhoto();
-  EXPECT_EQ(answer.result, KorvelPrompt::IDOK);
-  EXPECT_TRUE(answer.camera);
-  EXPECT_EQ(sources, QStringList{"Korvel Twain Source 3.0"});
-  // The artwork is linked into the tests, so the picture shows.
-  EXPECT_EQ(picture, QFile::exists(":/skins/271.png"));
-
-  WhenModal([](QWidget *dialog) { Button(dialog, 1035)->click(); });
-  answer = prompt.AskGetPhoto();
-  EXPECT_EQ(answer.result, KorvelPrompt::IDOK);
-  EXPECT_FALSE(answer.camera);
-  for (const bool escape : {false, true}) {
-    WhenModal([escape](QWidget *dialog) {
-      if (escape)
-        QTest::keyClick(dialog, Qt::Key_Escape);
-      else
-        Button(dialog, 1036)->click();
+  for (const auto &[id, result, camera] : {std::tuple{1034, KorvelPrompt::IDOK, true},
+                                           {1035, KorvelPrompt::IDOK, false},
+                                           {1036, KorvelPrompt::IDCANCEL, false},
+                                           {0, KorvelPrompt::IDCANCEL, false}}) {  // 0: Escape
+    QStringList sources;
+    bool picture = false;
+    WhenModal([&, id = id](QWidget *dialog) {
+      EXPECT_EQ(dialog->windowTitle(), "Get Photo");
+      const QComboBox *combo = dialog->findChild<QComboBox *>("1026");
+      for (int i = 0; combo && i < combo->count(); ++i)
+        sources << combo->itemText(i);
+      const QLabel *label = dialog->findChild<QLabel *>("271");
+      picture = label && !label->pixmap().isNull() && label->isVisible();
+      EXPECT_EQ(Button(dialog, 1034)->text(), "Get Photo");
+      EXPECT_EQ(Button(dialog, 1035)->text(), "Get Photo File");
+      EXPECT_EQ(Button(dialog, 1036)->text(), "Cancel");
+      Press(dialog, id);
     });
-    EXPECT_EQ(prompt.AskGetPhoto().result, KorvelPrompt::IDCANCEL);
+    const KorvelPrompt::GetPhotoAnswer answer = prompt.AskGetPhoto();
+    EXPECT_EQ(answer.result, result) << id;
+    EXPECT_EQ(answer.camera, camera) << id;
+    EXPECT_EQ(sources, QStringList{"Korvel Twain Source 3.0"});
+    // The artwork is linked into the tests, so the picture shows.
+    EXPECT_EQ(picture, QFile::exists(":/skins/271.png"));
   }
 }
 
