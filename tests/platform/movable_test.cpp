@@ -82,4 +82,37 @@ TEST(Movable, SerialChangesWithEveryNewStateOfABlock) {
   EXPECT_EQ(GlobalSerial(a), 0u);
 }
 
+TEST(Movable, LargeBlocksKeepTheirBytesAndZeroWhatGrowsAtEverySize) {
+  // Sizes that cross between heap and system-mapped storage both ways, and a
+  // shrink and regrowth of a mapped block whose slack held other bytes.
+  constexpr size_t kMiB = size_t{1} << 20;
+  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, 100);
+  ASSERT_NE(block, nullptr);
+  std::memcpy(GlobalLock(block), "photo", 5);
+  GlobalUnlock(block);
+  size_t size = 100;
+  for (size_t next : {6 * kMiB, 3 * kMiB, 9 * kMiB, 5 * kMiB + 7, 12 * kMiB, size_t{40}}) {
+    SCOPED_TRACE(next);
+    auto *old = static_cast<uint8_t *>(GlobalLock(block));
+    std::memset(old + 5, 0xAB, size - 5);  // everything but the name is scribbled on
+    GlobalUnlock(block);
+    ASSERT_EQ(GlobalReAlloc(block, next, GMEM_MOVEABLE | GMEM_ZEROINIT), block);
+    EXPECT_EQ(GlobalSize(block), next);
+    const auto *bytes = static_cast<const uint8_t *>(GlobalLock(block));
+    EXPECT_EQ(std::memcmp(bytes, "photo", 5), 0);
+    for (size_t at = 5; at < next; at += 4093)
+      ASSERT_EQ(bytes[at], at < size ? 0xAB : 0) << at;
+    EXPECT_EQ(bytes[next - 1], next - 1 < size ? 0xAB : 0);
+    GlobalUnlock(block);
+    size = next;
+  }
+  EXPECT_EQ(GlobalReAlloc(block, SIZE_MAX / 2, GMEM_MOVEABLE), nullptr);
+  EXPECT_EQ(GlobalSize(block), 40u);
+  EXPECT_EQ(GlobalFree(block), nullptr);
+  HGLOBAL big = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, 8 * kMiB);
+  ASSERT_NE(big, nullptr);
+  EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(big))[8 * kMiB - 1], 0);
+  EXPECT_EQ(GlobalFree(big), nullptr);
+}
+
 }  // namespace
