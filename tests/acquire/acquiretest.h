@@ -1,32 +1,47 @@
 // Helpers of the acquisition tests: the stand-in TWAIN manager and source put
-// in place through the environment (and everything they were told undone
-// afterwards), the triplet log the manager keeps, and acting on a modal
-// dialog once it shows.
+// in place through the environment (and undone afterwards), the triplet log
+// the manager keeps, acting on a modal dialog once it shows, and the
+// application with its photo folder in a temporary folder.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <QApplication>
-#include <QByteArray>
 #include <QDialog>
+#include <QDir>
 #include <QElapsedTimer>
-#include <QEvent>
-#include <QFile>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <fstream>
 #include <functional>
 #include <map>
-#include <memory>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "acquire/twainsession.h"
+#include "app/document.h"
+#include "app/formview.h"
+#include "app/korvelapp.h"
+#include "app/mainframe.h"
+#include "tests/app/scriptedprompt.h"
 
 // How the source's notifications travel: version 2 manager, source answering
-// events (as the standard allows); version 1 manager, events only; version 2
-// manager with the source announcing through the callback from a thread.
+// events; version 1 manager, events only; version 2 manager with the source
+// announcing through the callback from a thread.
 enum class Delivery { kDefault, kEvents, kCallback };
+
+// A triplet as the manager saw it: dg, dat, msg, rc.
+using Triplet = std::tuple<unsigned, unsigned, unsigned, unsigned>;
+inline const Triplet kOpenDsm{DG_CONTROL, DAT_PARENT, MSG_OPENDSM, TWRC_SUCCESS},
+    kOpenDs{DG_CONTROL, DAT_IDENTITY, MSG_OPENDS, TWRC_SUCCESS},
+    kEnable{DG_CONTROL, DAT_USERINTERFACE, MSG_ENABLEDS, TWRC_SUCCESS},
+    kEvent{DG_CONTROL, DAT_EVENT, MSG_PROCESSEVENT, TWRC_DSEVENT},
+    kGet{DG_IMAGE, DAT_IMAGENATIVEXFER, MSG_GET, TWRC_XFERDONE},
+    kEndXfer{DG_CONTROL, DAT_PENDINGXFERS, MSG_ENDXFER, TWRC_SUCCESS},
+    kStatus{DG_CONTROL, DAT_STATUS, MSG_GET, TWRC_SUCCESS},
+    kDisable{DG_CONTROL, DAT_USERINTERFACE, MSG_DISABLEDS, TWRC_SUCCESS},
+    kCloseDs{DG_CONTROL, DAT_IDENTITY, MSG_CLOSEDS, TWRC_SUCCESS},
+    kCloseDsm{DG_CONTROL, DAT_PARENT, MSG_CLOSEDSM, TWRC_SUCCESS};
 
 class TwainEnvironment {
  public:
@@ -36,52 +51,31 @@ class TwainEnvironment {
     Set("KORVEL_TEST_TWAIN_LOG", (log_.path() + "/triplets.log").toUtf8());
     if (delivery == Delivery::kEvents) Set("KORVEL_TEST_TWAIN_VERSION1", "1");
     if (delivery == Delivery::kCallback) Set("KORVEL_TEST_DELIVERY", "callback");
-    // Every case starts from the manager's default source.
-    CTwainSession::SetSourceIdentity(TW_IDENTITY{});
+    CTwainSession::SetSourceIdentity(TW_IDENTITY{});  // the manager's default source
   }
   ~TwainEnvironment() {
-    for (const auto &[name, value] : saved_) {
-      if (value.isNull())
-        qunsetenv(name.c_str());
-      else
-        qputenv(name.c_str(), value);
-    }
-  }
-  TwainEnvironment(const TwainEnvironment &) = delete;
-  TwainEnvironment &operator=(const TwainEnvironment &) = delete;
-
-  void Set(const char *name, const QByteArray &value) {
-    if (!saved_.count(name))
-      saved_[name] = qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray();
-    qputenv(name, value);
-  }
-  void Unset(const char *name) {
-    if (!saved_.count(name))
-      saved_[name] = qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray();
-    qunsetenv(name);
+    for (const auto &[name, value] : saved_)
+      Set(name.c_str(), value);
   }
 
-  // Makes the manager fail one triplet with the given condition code, and
-  // lets it succeed again.
+  // Sets a variable, or unsets it given a null value.
+  void Set(const char *name, const QByteArray &value = QByteArray()) {
+    saved_.try_emplace(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+    value.isNull() ? qunsetenv(name) : qputenv(name, value);
+  }
+  // Makes the manager fail one triplet with the given condition code.
   void Fail(TW_UINT32 dg, TW_UINT16 dat, TW_UINT16 msg, TW_UINT16 condition = TWCC_BUMMER) {
     Set("KORVEL_TEST_TWAIN_FAIL",
         QByteArray::number(dg) + "," + QByteArray::number(dat) + "," + QByteArray::number(msg));
     Set("KORVEL_TEST_TWAIN_FAIL_CC", QByteArray::number(condition));
   }
-  void Succeed() { Unset("KORVEL_TEST_TWAIN_FAIL"); }
+  void Succeed() { Set("KORVEL_TEST_TWAIN_FAIL"); }
 
-  // The application's triplets as the manager saw them: dg, dat, msg, rc.
-  using Triplet = std::tuple<unsigned, unsigned, unsigned, unsigned>;
   std::vector<Triplet> Log() const {
     std::vector<Triplet> triplets;
-    QFile file(log_.path() + "/triplets.log");
-    if (!file.open(QIODevice::ReadOnly)) return triplets;
-    for (const QByteArray &line : file.readAll().split('\n')) {
-      const QList<QByteArray> fields = line.split(' ');
-      if (fields.size() == 4)
-        triplets.emplace_back(fields[0].toUInt(), fields[1].toUInt(), fields[2].toUInt(),
-                              fields[3].toUInt());
-    }
+    std::ifstream file((log_.path() + "/triplets.log").toStdString());
+    for (unsigned dg, dat, msg, rc; file >> dg >> dat >> msg >> rc;)
+      triplets.emplace_back(dg, dat, msg, rc);
     return triplets;
   }
   void ClearLog() { QFile::remove(log_.path() + "/triplets.log"); }
@@ -101,9 +95,6 @@ class OnNextDialog : public QObject {
   ~OnNextDialog() override {
     if (!seen_) ADD_FAILURE() << "no dialog was shown";
   }
-  OnNextDialog(const OnNextDialog &) = delete;
-  OnNextDialog &operator=(const OnNextDialog &) = delete;
-
   bool eventFilter(QObject *watched, QEvent *event) override {
     auto *dialog = qobject_cast<QDialog *>(watched);
     if (!seen_ && dialog && event->type() == QEvent::Show) {
@@ -127,3 +118,37 @@ bool RunUntil(Condition done) {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
   return done();
 }
+
+// The application with its photo folder in a temporary folder, and the
+// given extra cameras configured.
+struct AppFixture {
+  explicit AppFixture(const QVariant &cameras = QVariant()) {
+    qputenv("KORVEL_PHOTO_DIR", photos.path().toUtf8());
+    if (cameras.isValid()) Settings().setValue("cameras/extra", cameras);
+    EXPECT_TRUE(app.InitInstance({"korvelapp"}));
+  }
+  ~AppFixture() {
+    // Nothing is asked at the end: the pictures received count as saved.
+    for (int i = 0; i < Doc()->Count(); ++i)
+      Doc()->ReplaceImage(i, Doc()->ImageAt(i), 0, QString());
+    Settings().remove("cameras/extra");
+    qunsetenv("KORVEL_PHOTO_DIR");
+  }
+  static QSettings Settings() {
+    return QSettings("Local AppWizard-Generated Applications", "KorvelApp");
+  }
+  CKorvelAppDoc *Doc() const { return app.Document(); }
+  CMainFrame *Frame() const { return app.MainFrame(); }
+  // The form's "DownLoad Images", choosing source `source` in the Get Photo dialog.
+  void GetPhoto(int source) {
+    prompt.getPhoto.push_back({.result = KorvelPrompt::IDOK, .camera = true, .source = source});
+    app.View()->OnCommand(1014);
+  }
+  QString Photo(int number) const {
+    return QDir(photos.path()).filePath(QStringLiteral("Zib%1.jpg").arg(number, 3, 10, QChar('0')));
+  }
+
+  ScriptedPrompt prompt;
+  QTemporaryDir photos;
+  CKorvelApp app;
+};

@@ -2,6 +2,8 @@
 // odd widths, complemented inks and the reading rules.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include <cstring>
 #include <string>
 
@@ -16,7 +18,7 @@ std::string Text(const Bytes &b, size_t at, size_t n) {
 }
 
 // Writes `p` row by row from planes of width + 1 bytes, the spare byte of
-// each plane set to `spare`.
+// each plane set to `spare`; the caller's rows must come back untouched.
 int WriteScitex(const std::string &path, uint32_t model, const Picture &p, float resolution,
                 uint8_t spare, RasDesc *desc) {
   int code = RasSetDesc(desc, RasFormatScitex, p.width, p.height, p.channels, model, resolution);
@@ -30,50 +32,58 @@ int WriteScitex(const std::string &path, uint32_t model, const Picture &p, float
       sl.plane8[k] = rows[k].data();
     }
     code = RasWriteSl(desc, y, &sl);
-    for (uint32_t k = 0; k < p.channels; ++k)  // the writer gives the caller's row back
+    for (uint32_t k = 0; k < p.channels; ++k)
       EXPECT_EQ(0, std::memcmp(rows[k].data(), &p.planes[k][size_t{y} * p.width], p.width));
   }
   const int closed = RasClose(desc);
   return code != RasOk ? code : closed;
 }
 
-TEST(Scitex, WritesTheHeaderFieldsExactly) {
-  const std::string path = TempPath("w.sct");
+// Opens `path` as Scitex CT for reading: the code, nothing left open.
+int OpenAs(const std::string &path) {
   RasDesc desc{};
-  const Picture rgb = Pattern(5, 3, 3);
-  ASSERT_EQ(WriteScitex(path, RasModelRgb, rgb, 0.0f, 0, &desc), RasOk);
-  EXPECT_EQ(desc.resolution, 300.0f);
-  const Bytes b = ReadFile(path);
-  ASSERT_EQ(b.size(), 2048u + 3 * 3 * 6);
-  ASSERT_LT(path.size(), 80u);
-  EXPECT_EQ(Text(b, 0, path.size()), path);
-  EXPECT_EQ(Text(b, path.size(), 80 - path.size()), std::string(80 - path.size(), ' '));
-  EXPECT_EQ(Text(b, 80, 2), "CT");
-  EXPECT_EQ(b[82], 0);
-  EXPECT_EQ((Bytes{b[1024], b[1025], b[1026], b[1027]}), (Bytes{1, 3, 0, 7}));
-  // 3 and 5 pixels at 300 an inch.
-  EXPECT_EQ(Text(b, 1028, 14), "+.10000000E-01");
-  EXPECT_EQ(Text(b, 1042, 14), "+.16666667E-01");
-  EXPECT_EQ(Text(b, 1056, 12), "+00000000003");
-  EXPECT_EQ(Text(b, 1068, 12), "+00000000005");
-  EXPECT_EQ(b[1080], 0);
-  for (size_t i = 1081; i < 2048; ++i)
-    ASSERT_EQ(b[i], 0) << i;
+  desc.format = RasFormatScitex;
+  const int code = RasOpen(path.c_str(), 'r', &desc);
+  if (code == RasOk) return RasClose(&desc);
+  EXPECT_EQ(desc.state, nullptr);
+  return code;
+}
 
-  // 640 pixels at 300 an inch, as the format's own example; one grey
-  // separation with mask 8; at 1 an inch the exponent is positive.
-  Picture line = Pattern(640, 1, 1);
-  ASSERT_EQ(WriteScitex(path, RasModelGray, line, 300.0f, 0, &desc), RasOk);
-  const Bytes g = ReadFile(path);
-  EXPECT_EQ(Text(g, 1042, 14), "+.21333333E+01");
-  EXPECT_EQ(Text(g, 1028, 14), "+.33333333E-02");
-  EXPECT_EQ((Bytes{g[1025], g[1027]}), (Bytes{1, 8}));
-  ASSERT_EQ(WriteScitex(path, RasModelGray, Pattern(2, 1, 1), 1.0f, 0, &desc), RasOk);
-  EXPECT_EQ(Text(ReadFile(path), 1042, 14), "+.20000000E+01");
+// Bytes 1024 to 1080: units, separations, mask and the sizes in inches from
+// the pixel counts and resolution (none means 300); 640 pixels at 300 an inch
+// as the format's own example; at 1 an inch the exponent is positive.
+TEST(Scitex, WritesTheHeaderFieldsExactly) {
+  using namespace std::string_literals;
+  const std::string path = TempPath("w.sct");
+  ASSERT_LT(path.size(), 80u);
+  const struct {
+    uint32_t model;
+    Picture p;
+    float resolution;
+    std::string fields;
+  } cases[] = {
+      {RasModelRgb, Pattern(5, 3, 3), 0.0f,
+       "\1\3\0\7+.10000000E-01+.16666667E-01+00000000003+00000000005\0"s},
+      {RasModelGray, Pattern(640, 1, 1), 300.0f,
+       "\1\1\0\10+.33333333E-02+.21333333E+01+00000000001+00000000640\0"s},
+      {RasModelGray, Pattern(2, 1, 1), 1.0f,
+       "\1\1\0\10+.10000000E+01+.20000000E+01+00000000001+00000000002\0"s},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.p.width);
+    RasDesc desc{};
+    ASSERT_EQ(WriteScitex(path, c.model, c.p, c.resolution, 0, &desc), RasOk);
+    EXPECT_EQ(desc.resolution, c.resolution ? c.resolution : 300.0f);
+    const Bytes b = ReadFile(path);
+    ASSERT_EQ(b.size(), 2048u + c.p.height * c.p.channels * (c.p.width + c.p.width % 2));
+    EXPECT_EQ(Text(b, 0, 83), path + std::string(80 - path.size(), ' ') + "CT"s + '\0');
+    EXPECT_EQ(Text(b, 1024, 57), c.fields);
+    EXPECT_EQ(Bytes(b.begin() + 1081, b.begin() + 2048), Bytes(967, 0));
+  }
 }
 
 // Odd widths move a padding byte a channel through the planes; inks are
-// stored complemented and come back as written, the caller's rows untouched.
+// stored complemented and come back as written.
 TEST(Scitex, RoundTripsPaddingAndInks) {
   const std::string path = TempPath("rt.sct");
   for (uint32_t width : {1u, 2u, 3u, 8u, 9u}) {
@@ -94,61 +104,41 @@ TEST(Scitex, RoundTripsPaddingAndInks) {
         EXPECT_EQ(b[at + width], channels == 4 ? 255 - 0xA5 : 0xA5);
       }
       Picture back;
-      RasDesc read{};
-      ASSERT_EQ(ReadPicture(path, &back, &read, {2, 0, 1}), RasOk);
-      EXPECT_EQ(read.format, RasFormatScitex);
-      EXPECT_EQ(read.model, model);
-      EXPECT_NEAR(read.resolution, 72.0f, 0.01f);
+      ASSERT_EQ(ReadPicture(path, &back, &desc, {2, 0, 1}), RasOk);
+      EXPECT_EQ(std::tuple(desc.format, desc.model), std::tuple(RasFormatScitex, model));
+      EXPECT_NEAR(desc.resolution, 72.0f, 0.01f);
       EXPECT_EQ(back, p);
     }
   }
 }
 
-Bytes Header(uint8_t units, uint8_t separations, uint8_t mask, const char *height,
-             const char *width, const char *rows, const char *columns) {
-  Bytes b(2048, 0);
-  b[80] = 'C';
-  b[81] = 'T';
-  b[1024] = units;
-  b[1025] = separations;
-  b[1027] = mask;
-  std::memcpy(&b[1028], height, 14);
-  std::memcpy(&b[1042], width, 14);
-  std::memcpy(&b[1056], rows, 12);
-  std::memcpy(&b[1068], columns, 12);
-  return b;
-}
-
 // Millimetres become inches; every reading rule refuses with -8.
 TEST(Scitex, AppliesTheReadingRules) {
   const std::string path = TempPath("r.sct");
-  Bytes good = Header(0, 1, 1, "+.25400000E+03", "+.25400000E+03", "+00000000002", "+00000000100");
+  Bytes good(2048, 0);
+  std::memcpy(&good[80], "CT", 2);
+  good[1025] = good[1027] = 1;  // one separation, mask 1, millimetres
+  std::memcpy(&good[1028], "+.25400000E+03+.25400000E+03+00000000002+00000000100", 52);
   good.resize(2048 + 2 * 100, 7);
   WriteFile(path, good);
   RasDesc desc{};
   ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk);
-  EXPECT_EQ(desc.format, RasFormatScitex);
-  EXPECT_EQ(desc.width, 100u);
-  EXPECT_EQ(desc.height, 2u);
+  EXPECT_EQ(std::tuple(desc.format, desc.width, desc.height),
+            std::tuple(RasFormatScitex, 100u, 2u));
   EXPECT_NEAR(desc.resolution, 10.0f, 1e-4f);  // 100 pixels over 254 mm
 
   ErrorLog log;
-  const struct {
-    size_t at;
-    uint8_t value;
-  } breaks[] = {{80, 'c'},   {1024, 2},   {1025, 2},   {1026, 1},   {1027, 3},
-                {1028, '-'}, {1039, '*'}, {1042, ' '}, {1053, 'E'}, {1056, '-'},
-                {1062, 'x'}, {1068, '0'}, {1079, ' '}};
-  for (const auto &br : breaks) {
-    Bytes bad = good;
-    bad[br.at] = br.value;
-    WriteFile(path, bad);
-    desc = RasDesc{};
-    desc.format = RasFormatScitex;
-    EXPECT_EQ(RasOpen(path.c_str(), 'r', &desc), RasErrFormat) << br.at;
-    EXPECT_EQ(log.Last(), (Logged{"ScitexCTOpen", RasErrFormat, 4})) << br.at;
-    EXPECT_EQ(desc.state, nullptr);
+  const std::pair<size_t, uint8_t> breaks[] = {
+      {80, 'c'},   {1024, 2},   {1025, 2},   {1026, 1},   {1027, 3},   {1028, '-'}, {1039, '*'},
+      {1042, ' '}, {1053, 'E'}, {1056, '-'}, {1062, 'x'}, {1068, '0'}, {1079, ' '}};
+  for (const auto &[at, value] : breaks) {
+    SCOPED_TRACE(at);
     log.Clear();
+    Bytes bad = good;
+    bad[at] = value;
+    WriteFile(path, bad);
+    EXPECT_EQ(OpenAs(path), RasErrFormat);
+    EXPECT_EQ(log.Last(), (Logged{"ScitexCTOpen", RasErrFormat, 4}));
   }
   // Masks by separation count: four need 15, three 7.
   for (const auto &[separations, mask, ok] :
@@ -158,18 +148,13 @@ TEST(Scitex, AppliesTheReadingRules) {
     b[1027] = static_cast<uint8_t>(mask);
     b.resize(2048 + 2 * 100 * separations, 0);
     WriteFile(path, b);
-    desc = RasDesc{};
-    desc.format = RasFormatScitex;
-    const int code = RasOpen(path.c_str(), 'r', &desc);
-    EXPECT_EQ(code, ok ? RasOk : RasErrFormat) << separations << "/" << mask;
-    if (code == RasOk) RasClose(&desc);
+    EXPECT_EQ(OpenAs(path), ok ? RasOk : RasErrFormat) << separations << "/" << mask;
   }
   // A header cut short, and rows missing from the end.
   WriteFile(path, Bytes(good.begin(), good.begin() + 2000));
-  desc = RasDesc{};
-  desc.format = RasFormatScitex;
-  EXPECT_EQ(RasOpen(path.c_str(), 'r', &desc), RasErrRead);
+  EXPECT_EQ(OpenAs(path), RasErrRead);
   WriteFile(path, Bytes(good.begin(), good.begin() + 2048 + 150));
+  desc.format = RasFormatScitex;
   ASSERT_EQ(RasOpen(path.c_str(), 'r', &desc), RasOk);
   RasSl sl{};
   EXPECT_EQ(RasReadSl(&desc, 0, &sl), RasOk);

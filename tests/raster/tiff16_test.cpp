@@ -4,6 +4,7 @@
 // files so the probe tells them apart.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "raster/tiff.h"
@@ -12,13 +13,6 @@
 namespace {
 
 using namespace testutil;  // NOLINT(build/namespaces)
-
-using Planes = Planes16;
-
-int Write16(const std::string &path, uint32_t model, uint32_t width, uint32_t height,
-            const Planes &p) {
-  return WritePlanes16(path, RasFormatTiff16, model, width, height, p, 150.0f);
-}
 
 // Restores the TIFF settings a test changes.
 struct TiffSettings {
@@ -41,37 +35,37 @@ TEST(Tiff16, RoundTripsEveryModelInBothOrdersAndLayouts) {
         SCOPED_TRACE(testing::Message() << order << " planar " << planar << " model " << model);
         ASSERT_EQ(TiffSetOption(TiffOptByteOrder, order, nullptr), RasOk);
         ASSERT_EQ(TiffSetOption(TiffOptPlanar, planar, nullptr), RasOk);
-        const Planes p = Pattern16(7, 5, channels, 65535);
-        ASSERT_EQ(Write16(path, model, 7, 5, p), RasOk);
+        const Planes16 p = Pattern16(7, 5, channels, 65535);
+        ASSERT_EQ(WritePlanes16(path, RasFormatTiff16, model, 7, 5, p, 150.0f), RasOk);
         const Bytes file = ReadFile(path);
         const bool big = order == 19789;
-        // The image data ends the file; its first sample is the first pixel's
-        // first channel, in the file's byte order.
+        // The image data ends the file, first pixel's first channel first, in
+        // the file's byte order; Lab's a and b stand signed, without the
+        // plane's 0x8000 offset.
         const size_t data = file.size() - 7 * 5 * channels * 2;
         EXPECT_EQ(GetField(file, data, 2, big), p[0][0]);
-        Planes back;
+        if (model == RasModelLab) {
+          EXPECT_EQ(GetField(file, planar == 1 ? data + 2 : data + 7 * 5 * 2, 2, big),
+                    p[1][0] ^ 0x8000u);
+        }
+        Planes16 back;
         RasDesc desc{};
         ASSERT_EQ(ReadPlanes16(path, &desc, &back), RasOk);
-        EXPECT_EQ(desc.format, RasFormatTiff16);
-        EXPECT_EQ(desc.maxval, 65535u);
-        EXPECT_EQ(desc.model, model);
+        EXPECT_EQ(std::tuple(desc.format, desc.maxval, desc.model),
+                  std::tuple(RasFormatTiff16, 65535u, model));
         EXPECT_NEAR(desc.resolution, 150.0f, 0.01f);
         EXPECT_EQ(back, p);
-        if (model == RasModelLab) {
-          // a and b stand signed in the file: the plane's 0x8000 offset removed.
-          const size_t bAt = planar == 1 ? data + 2 : data + 7 * 5 * 2;
-          EXPECT_EQ(GetField(file, bAt, 2, big), p[1][0] ^ 0x8000u);
-        }
       }
     }
   }
 }
 
 // Each width's reader refuses the other's files, so the probe gives 16-bit
-// files to format 10 with maxval 65535 and every scanline made 16 bits wide.
+// files to format 10 with maxval 65535.
 TEST(Tiff16, ReadersOfEachWidthRefuseTheOther) {
   const std::string wide = TempPath("w16.tif"), narrow = TempPath("w8.tif");
-  ASSERT_EQ(Write16(wide, RasModelRgb, 3, 2, Pattern16(3, 2, 3, 65535)), RasOk);
+  ASSERT_EQ(WritePlanes16(wide, RasFormatTiff16, RasModelRgb, 3, 2, Pattern16(3, 2, 3, 65535)),
+            RasOk);
   ASSERT_EQ(WritePicture(narrow, RasFormatTiff, RasModelRgb, Pattern(3, 2, 3)), RasOk);
   for (const auto &[path, format, other] : {std::tuple{wide, RasFormatTiff16, RasFormatTiff},
                                             {narrow, RasFormatTiff, RasFormatTiff16}}) {

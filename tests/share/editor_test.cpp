@@ -1,91 +1,65 @@
-// The outside editor: finding its desktop entry, reading the entry's
-// command, and the hand-off with its messages and the files it leaves.
-#include <QImage>
-
-#include "app/strings.h"
-#include "share/desktopentry.h"
+// The outside editor: finding its desktop entry, reading the entry's command,
+// and the hand-off with its messages and the files it leaves.
 #include "share/editor.h"
+#include "share/desktopentry.h"
 #include "tests/share/sharetest.h"
 
 namespace {
 
-class Editor : public ShareTest {
- protected:
-  void SetUp() override {
-    ShareTest::SetUp();
-    ASSERT_TRUE(home.isValid() && system.isValid());
-    QDir().mkpath(home.path() + "/applications");
-    QDir().mkpath(system.path() + "/applications");
-  }
-  void TearDown() override {
-    CKorvelApp::Settings()->remove("editors");
-    ShareTest::TearDown();
-  }
-  static void WriteEntry(const QString &folder, const QString &id, const QString &body) {
-    QFile file(folder + "/applications/" + id);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(body.toUtf8());
-  }
-
-  QTemporaryDir home, system;
-  ScopedEnv dataHome{"XDG_DATA_HOME", home.path().toUtf8()};
-  ScopedEnv dataDirs{"XDG_DATA_DIRS", ("/nonexistent:" + system.path()).toUtf8()};
-};
+using Editor = ShareTest;
 
 TEST(DesktopExec, WordsQuotingAndFieldCodes) {
-  CDesktopCommand c = ParseExecLine("gimp-2.10 %U");
-  EXPECT_EQ(c.program, "gimp-2.10");
-  EXPECT_TRUE(c.arguments.isEmpty());
-  EXPECT_EQ(c.ArgumentsWith("/t/Zib1.jpg"), QStringList{"/t/Zib1.jpg"});
-  EXPECT_EQ(c.ToString(), "gimp-2.10");
-
-  // Quotes keep blanks, escapes inside them, %% is a percent sign, and the
-  // icon, name and location codes go.
-  c = ParseExecLine(R"("/opt/My Editor/bin/edit" --title "a \"b\" \$c" 50%% %i %c %k -x)");
-  EXPECT_EQ(c.program, "/opt/My Editor/bin/edit");
-  EXPECT_EQ(c.arguments, (QStringList{"--title", "a \"b\" $c", "50%", "-x"}));
-  EXPECT_EQ(c.fileArgument, -1);
-  EXPECT_EQ(c.ArgumentsWith("f.jpg").last(), "f.jpg");
-  EXPECT_EQ(c.ToString(), R"("/opt/My Editor/bin/edit" --title "a \"b\" \$c" 50% -x)");
-
-  // The file goes where the entry put its field code, between the markers of
-  // a sandboxed launcher.
-  c = ParseExecLine("/usr/bin/flatpak run --file-forwarding org.gimp.GIMP @@u %U @@");
-  EXPECT_EQ(c.program, "/usr/bin/flatpak");
-  EXPECT_EQ(c.ArgumentsWith("/t/p.jpg"),
-            (QStringList{"run", "--file-forwarding", "org.gimp.GIMP", "@@u", "/t/p.jpg", "@@"}));
+  // Quotes keep blanks, escapes inside them, %% is a percent sign, the icon,
+  // name and location codes go, and the file goes where the field code was,
+  // or last.
+  const struct {
+    const char *exec, *program, *string;
+    QStringList arguments;
+  } cases[] = {{"gimp-2.10 %U", "gimp-2.10", "gimp-2.10", {"/t/f.jpg"}},
+               {R"("/opt/My Editor/bin/edit" --title "a \"b\" \$c" 50%% %i %c %k -x)",
+                "/opt/My Editor/bin/edit",
+                R"("/opt/My Editor/bin/edit" --title "a \"b\" \$c" 50% -x)",
+                {"--title", "a \"b\" $c", "50%", "-x", "/t/f.jpg"}},
+               {"/usr/bin/flatpak run --file-forwarding org.gimp.GIMP @@u %U @@",
+                "/usr/bin/flatpak",
+                "/usr/bin/flatpak run --file-forwarding org.gimp.GIMP @@u @@",
+                {"run", "--file-forwarding", "org.gimp.GIMP", "@@u", "/t/f.jpg", "@@"}}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.exec);
+    const CDesktopCommand command = ParseExecLine(c.exec);
+    EXPECT_EQ(command.program, c.program);
+    EXPECT_EQ(command.ArgumentsWith("/t/f.jpg"), c.arguments);
+    EXPECT_EQ(command.ToString(), c.string);
+  }
+  EXPECT_EQ(ParseExecLine(R"(edit %i -x)").fileArgument, -1);
   EXPECT_TRUE(ParseExecLine("   ").IsEmpty());
 }
 
 TEST_F(Editor, ServerPathFromTheDesktopEntries) {
-  // Nothing installed.
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "");
-  // The older id in the system folder.
-  WriteEntry(system.path(), "gimp.desktop",
-             "[Desktop Entry]\nType=Application\nName=Old\nExec=gimp-old %U\n");
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-old");
-  // The newer id is tried first, in the user's folder before the system's.
-  WriteEntry(system.path(), "org.gimp.GIMP.desktop",
-             "[Desktop Entry]\nType=Application\nExec=gimp-system %U\n");
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-system");
-  WriteEntry(home.path(), "org.gimp.GIMP.desktop",
-             "[Desktop Action new]\nExec=wrong\n"
-             "[Desktop Entry]\nType=Application\nExec=gimp-home --no-splash %F\n");
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-home --no-splash");
-  // A hidden entry in the user's folder takes the id away, the system's
-  // entry of that id included; an entry whose TryExec program is missing
-  // does not count either.
-  WriteEntry(home.path(), "org.gimp.GIMP.desktop",
-             "[Desktop Entry]\nType=Application\nHidden=true\nExec=gimp-home %F\n");
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-old");
-  ASSERT_TRUE(QFile::remove(home.path() + "/applications/org.gimp.GIMP.desktop"));
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-system");
-  WriteEntry(system.path(), "org.gimp.GIMP.desktop",
-             "[Desktop Entry]\nType=Application\nTryExec=/nonexistent/gimp\nExec=gimp %F\n");
-  EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "gimp-old");
+  const QString sys = system.path(), user = home.path(), gimp = "org.gimp.GIMP.desktop";
+  // Each step writes an entry (or removes the user's), then the path found.
+  const struct {
+    QString folder, id, exec, keys, path;
+  } steps[] = {{"", "", "", "", ""},  // nothing installed
+               {sys, "gimp.desktop", "gimp-old %U", "Name=Old\n", "gimp-old"},
+               // the newer id first, in the user's folder before the system's
+               {sys, gimp, "gimp-system %U", "", "gimp-system"},
+               {user, gimp, "gimp-home --no-splash %F", "", "gimp-home --no-splash"},
+               // hidden in the user's folder: the id is gone, the system's entry too
+               {user, gimp, "gimp-home %F", "Hidden=true\n", "gimp-old"},
+               {user, gimp, "", "", "gimp-system"},
+               // a TryExec program that is missing
+               {sys, gimp, "gimp %F", "TryExec=/nonexistent/gimp\n", "gimp-old"}};
+  for (const auto &s : steps) {
+    SCOPED_TRACE(s.path.toStdString());
+    if (s.folder == user && s.exec.isEmpty())
+      ASSERT_TRUE(QFile::remove(user + "/applications/" + gimp));
+    else if (!s.folder.isEmpty())
+      WriteEntry(s.folder, s.id, s.exec, s.keys);
+    EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), s.path);
+  }
   // The setting names other entries; other ProgIDs have none by default.
-  WriteEntry(system.path(), "editor.desktop",
-             "[Desktop Entry]\nType=Application\nExec=/opt/ed/bin/ed --edit %f\n");
+  WriteEntry(sys, "editor.desktop", "/opt/ed/bin/ed --edit %f");
   CKorvelApp::Settings()->setValue("editors/PhotoDeluxe.Image", "missing.desktop;editor.desktop");
   EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "/opt/ed/bin/ed --edit");
   EXPECT_EQ(GetServerPath("Other.Image"), "");
@@ -93,65 +67,33 @@ TEST_F(Editor, ServerPathFromTheDesktopEntries) {
   EXPECT_EQ(GetServerPath("Other.Image"), "gimp-old");
 }
 
-TEST_F(Editor, TemporaryNameCutAtTheFirstDot) {
+TEST(EditorNames, TemporaryNameCutAtTheFirstDot) {
   EXPECT_EQ(EditorFileNameFor("/tmp/Zib1A2B.tmp"), "/tmp/Zib1A2B.jpg");
   EXPECT_EQ(EditorFileNameFor("/home/a.b/tmp/Zib1A2B.tmp"), "/home/a.jpg");
   EXPECT_EQ(EditorFileNameFor("/tmp/Zib1A2B"), "/tmp/Zib1A2B");
 }
 
-TEST_F(Editor, HandOffMessagesAndFilesLeftBehind) {
-  const QString onlyOne = "Please select only one image that you would like to send to PhotoDeluxe";
-  auto projects = [&] {
-    dialogs.projects.push_back({CShareDialogs::IDOK, "PrintHouse"});
-    form->OnCommand(1023);
-  };
-  // No photo.
-  projects();
-  EXPECT_EQ(prompt.messages.last(), LoadKorvelString(1022));
-  // Two selected.
+TEST_F(Editor, HandOffAndTheFilesLeftBehind) {
   Add("/photos/a.jpg", qRgb(10, 200, 90), 48, 32);
-  Add("/photos/b.jpg");
   doc->SetCurrentIndex(0);
-  doc->Selection() = {0, 1};
-  projects();
-  EXPECT_EQ(prompt.messages.last(), onlyOne);
-  // A photo without pixels.
-  doc->Selection().clear();
-  doc->AddImage(nullptr, 0, "/photos/empty.jpg");
-  doc->SetCurrentIndex(2);
-  projects();
-  EXPECT_EQ(prompt.messages.last(), LoadKorvelString(1023));
-  // No editor installed: nothing is written.
-  doc->SetCurrentIndex(0);
-  projects();
-  EXPECT_EQ(prompt.messages.last(), LoadKorvelString(1024));
-  EXPECT_TRUE(Files(temp.path(), "*").isEmpty());
-  EXPECT_TRUE(launcher.programs.isEmpty());
-
-  // The editor: started with the JPEG, from the root folder; both the JPEG
-  // and the empty .tmp stay.
-  WriteEntry(home.path(), "gimp.desktop",
-             "[Desktop Entry]\nType=Application\nExec=/opt/gimp/bin/gimp --new %U\n");
-  projects();
-  EXPECT_EQ(prompt.messages.size(), 4);
-  ASSERT_EQ(launcher.programs, QStringList{"/opt/gimp/bin/gimp"});
+  // Started with the JPEG, from the root folder; the JPEG and the empty .tmp
+  // stay, and a second hand-off adds its own pair.
+  WriteEntry(home.path(), "gimp.desktop", "/opt/gimp/bin/gimp --new %U");
+  Run(1023);
+  Run(1023);
+  EXPECT_TRUE(prompt.messages.isEmpty());
   const QStringList tmps = Files(temp.path(), "Zib????.tmp");
   const QStringList jpgs = Files(temp.path(), "Zib????.jpg");
-  ASSERT_EQ(tmps.size(), 1);
-  ASSERT_EQ(jpgs.size(), 1);
-  EXPECT_EQ(tmps[0].left(7), jpgs[0].left(7));
-  EXPECT_EQ(QFileInfo(temp.path() + "/" + tmps[0]).size(), 0);
-  const QString jpg = temp.path() + "/" + jpgs[0];
-  EXPECT_EQ(launcher.arguments[0], (QStringList{"--new", jpg}));
-  EXPECT_EQ(launcher.folders[0], "/");
-  const QImage sent(jpg, "JPEG");
-  ASSERT_EQ(sent.size(), QSize(48, 32));
-  EXPECT_NEAR(qGreen(sent.pixel(24, 16)), 200, 4);
-  EXPECT_NEAR(qRed(sent.pixel(24, 16)), 10, 4);
-  // A second hand-off adds its own pair.
-  projects();
-  EXPECT_EQ(Files(temp.path(), "Zib????.tmp").size(), 2);
-  EXPECT_EQ(Files(temp.path(), "Zib????.jpg").size(), 2);
+  ASSERT_EQ(tmps.size(), 2);
+  ASSERT_EQ(jpgs.size(), 2);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(tmps[i].left(7), jpgs[i].left(7));
+    EXPECT_EQ(QFileInfo(temp.path() + "/" + tmps[i]).size(), 0);
+    ExpectJpeg(temp.path() + "/" + jpgs[i], {48, 32}, qRgb(10, 200, 90));
+    EXPECT_TRUE(launcher.started.contains(
+        QStringList{"/", "/opt/gimp/bin/gimp", "--new", temp.path() + "/" + jpgs[i]}));
+  }
+  EXPECT_EQ(launcher.started.size(), 2);
 
   // A temporary folder with a dot in its path: the JPEG is written where the
   // path is cut, beside that folder.
@@ -159,21 +101,19 @@ TEST_F(Editor, HandOffMessagesAndFilesLeftBehind) {
   ASSERT_TRUE(QDir().mkpath(dotted));
   {
     ScopedEnv tmp("TMPDIR", dotted.toUtf8());
-    projects();
+    Run(1023);
   }
-  EXPECT_EQ(Files(dotted, "Zib????.tmp").size(), 1);
-  EXPECT_TRUE(Files(dotted, "*.jpg").isEmpty());
-  EXPECT_TRUE(QFile::exists(temp.path() + "/my.jpg"));
-  EXPECT_EQ(launcher.arguments.last(), (QStringList{"--new", temp.path() + "/my.jpg"}));
-
-  // A temporary folder that is not there.
-  {
+  EXPECT_EQ(Files(dotted, "*"), QStringList{Files(dotted, "Zib????.tmp").value(0, "none")});
+  EXPECT_EQ(launcher.started.last(),
+            (QStringList{"/", "/opt/gimp/bin/gimp", "--new", temp.path() + "/my.jpg"}));
+  ExpectJpeg(temp.path() + "/my.jpg", {48, 32}, qRgb(10, 200, 90));
+  {  // a temporary folder that is not there
     ScopedEnv tmp("TMPDIR", (temp.path() + "/gone").toUtf8());
-    projects();
+    Run(1023);
   }
   EXPECT_EQ(prompt.messages.last(),
             "Unable to save temporary file. Please check to see if you have enough disk space");
-  EXPECT_EQ(launcher.programs.size(), 3);
+  EXPECT_EQ(launcher.started.size(), 3);
 }
 
 }  // namespace

@@ -9,128 +9,74 @@ namespace {
 
 class Online : public ShareTest {
  protected:
-  QString ShareFolder() const { return photos.path() + "/share"; }
-  // The temporary folder as the list's fallback sees it.
   QString TempList() const { return temp.path() + "/files.txt"; }
+  // Writes the list of `selection` (or of photo `current`) and reads it back
+  // from the share folder, once there is one, or the temporary folder.
+  QByteArray List(std::vector<uint32_t> selection, int current = 1) {
+    doc->Selection() = selection;
+    doc->SetCurrentIndex(current);
+    const QString share = photos.path() + "/share";
+    return WriteShareList(doc) ? Read(QDir(share).exists() ? share + "/files.txt" : TempList())
+                               : "<refused>";
+  }
 };
 
 TEST_F(Online, ShareListFolderAndContents) {
-  const QString message = "Please select an image or images that you would like to order online";
-  // No current photo: the message, and no list anywhere.
-  EXPECT_FALSE(WriteShareList(doc));
-  EXPECT_EQ(prompt.messages, QStringList{message});
-  EXPECT_FALSE(QFile::exists(TempList()));
-
   Add("/photos/one.jpg");
   Add("C:\\My Zibs\\Zib002.jpg");
   Add("/elsewhere/three.jpeg");
-  doc->SetCurrentIndex(1);
-
-  // Without the share folder the list goes to the temporary folder; with
-  // nothing selected it names the current photo.
-  EXPECT_TRUE(WriteShareList(doc));
-  EXPECT_EQ(Read(TempList()), "Zib002.jpg\n");
-
-  // Three selected: three lines in selection order, the file made anew.
-  doc->Selection() = {2, 0, 1};
-  EXPECT_TRUE(WriteShareList(doc));
+  // Without the share folder the list goes to the temporary folder, naming
+  // the current photo when none is selected, the selected in their order.
+  EXPECT_EQ(List({}), "Zib002.jpg\n");
+  EXPECT_EQ(List({2, 0, 1}), "three.jpeg\none.jpg\nZib002.jpg\n");
+  // With the share folder under the photo folder the list goes there, a
+  // shorter list truncating the one before, and the temporary list stays.
+  ASSERT_TRUE(QDir().mkpath(photos.path() + "/share"));
+  EXPECT_EQ(List({2, 0, 1}), "three.jpeg\none.jpg\nZib002.jpg\n");
+  EXPECT_EQ(List({0}), "one.jpg\n");
+  EXPECT_EQ(List({}, 2), "three.jpeg\n");
   EXPECT_EQ(Read(TempList()), "three.jpeg\none.jpg\nZib002.jpg\n");
-
-  // With the share folder under the photo folder the list goes there, and a
-  // shorter list truncates what was there before.
-  ASSERT_TRUE(QDir().mkpath(ShareFolder()));
-  doc->Selection() = {2, 0, 1};
-  EXPECT_TRUE(WriteShareList(doc));
-  EXPECT_EQ(Read(ShareFolder() + "/files.txt"), "three.jpeg\none.jpg\nZib002.jpg\n");
-  doc->Selection() = {0};
-  EXPECT_TRUE(WriteShareList(doc));
-  EXPECT_EQ(Read(ShareFolder() + "/files.txt"), "one.jpg\n");
-  doc->Selection().clear();
-  doc->SetCurrentIndex(2);
-  EXPECT_TRUE(WriteShareList(doc));
-  EXPECT_EQ(Read(ShareFolder() + "/files.txt"), "three.jpeg\n");
-  // The temporary folder's list was left as it was.
-  EXPECT_EQ(Read(TempList()), "three.jpeg\none.jpg\nZib002.jpg\n");
-  EXPECT_EQ(prompt.messages.size(), 1);
+  EXPECT_TRUE(prompt.messages.isEmpty());
 }
 
 TEST_F(Online, PagesOpenedByTheButtons) {
-  const QString message = "Please select an image or images that you would like to order online";
-  // Go to Korvel Online: help 1017 and the home page, photo or none.
-  form->OnCommand(1020);
-  EXPECT_EQ(Help(), "Visit Korvel Online at www.korvel-online.example.");
-  EXPECT_EQ(launcher.urls, QStringList{"https://www.korvel-online.example/"});
-
-  // Share Photos without a photo: the dialog, then the message, no page.
-  dialogs.share.push_back({CShareDialogs::IDOK, "SHARE"});
-  form->OnCommand(1037);
-  EXPECT_TRUE(Help().startsWith("Share your photos"));
-  EXPECT_EQ(dialogs.asked, QStringList{"Share"});
-  EXPECT_EQ(prompt.messages, QStringList{message});
-  EXPECT_EQ(launcher.urls.size(), 1);
-
+  const QString site = "https://photos.korvel-online.example/";
   Add("/photos/a.jpg");
   doc->SetCurrentIndex(0);
-  // Share cancelled: no list, no page.
-  dialogs.share.push_back({CShareDialogs::IDCANCEL, "SHARE"});
-  form->OnCommand(1037);
-  EXPECT_FALSE(QFile::exists(TempList()));
-  EXPECT_EQ(launcher.urls.size(), 1);
-  // Share: the list, then the share page of the photo site.
-  dialogs.share.push_back({CShareDialogs::IDOK, "SHARE"});
-  form->OnCommand(1037);
+  form->OnCommand(1020);
+  EXPECT_EQ(Help(), "Visit Korvel Online at www.korvel-online.example.");
+  dialogs.share = {{CShareDialogs::IDOK, "SHARE"}};
+  form->OnCommand(1037);  // the list, and the share page
   EXPECT_EQ(Read(TempList()), "a.jpg\n");
-  EXPECT_EQ(launcher.urls.last(), "https://photos.korvel-online.example/share");
-
-  // Order Photos Online from the print chooser: the list and the print page,
-  // without the print help.
+  ASSERT_TRUE(QFile::remove(TempList()));
   const QString help = Help();
-  QFile::remove(TempList());
-  dialogs.print.push_back({CShareDialogs::IDOK, CShareDialogs::kOrderPhotosOnline});
-  form->OnCommand(1032);
+  dialogs.print = {{CShareDialogs::IDOK, CShareDialogs::kOrderPhotosOnline}};
+  form->OnCommand(1032);  // the list, and the print page without the print help
   EXPECT_EQ(Read(TempList()), "a.jpg\n");
-  EXPECT_EQ(launcher.urls.last(), "https://photos.korvel-online.example/print");
   EXPECT_EQ(Help(), help);
-  // The print chooser closed: nothing at all.
-  form->OnCommand(1032);
-  EXPECT_EQ(launcher.urls.size(), 3);
-
-  // Projects, "Online": the photo site's root, no list written.
-  QFile::remove(TempList());
-  dialogs.projects.push_back({CShareDialogs::IDOK, "Online"});
-  form->OnCommand(1023);
+  ASSERT_TRUE(QFile::remove(TempList()));
+  dialogs.projects = {{CShareDialogs::IDOK, "Online"}};
+  form->OnCommand(1023);  // the photo site's root, and no list
   EXPECT_EQ(Help(), "Take your photo to Klaiplen's Grubod to make more changes.");
-  EXPECT_EQ(launcher.urls.last(), "https://photos.korvel-online.example/");
   EXPECT_FALSE(QFile::exists(TempList()));
-  // Projects cancelled: nothing opened or started.
-  dialogs.projects.push_back({CShareDialogs::IDCANCEL, "Online"});
-  form->OnCommand(1023);
-  EXPECT_EQ(launcher.urls.size(), 4);
-  EXPECT_TRUE(launcher.programs.isEmpty());
-  EXPECT_EQ(prompt.messages.size(), 1);
+  EXPECT_EQ(launcher.urls, (QStringList{"https://www.korvel-online.example/", site + "share",
+                                        site + "print", site}));
+  EXPECT_TRUE(launcher.started.isEmpty() && prompt.messages.isEmpty());
 }
 
 TEST_F(Online, HostNamesFromTheSettings) {
-  {
-    const auto settings = CKorvelApp::Settings();
-    settings->setValue("online/site", "http://shop.korvel.example/some/path");
-    settings->setValue("online/photos", "pictures.korvel.example");
-  }
+  CKorvelApp::Settings()->setValue("online/site", "http://shop.korvel.example/some/path");
+  CKorvelApp::Settings()->setValue("online/photos", "pictures.korvel.example");
   EXPECT_EQ(OnlineHomePage().toString(), "http://shop.korvel.example/");
   EXPECT_EQ(PhotoSiteRoot().toString(), "https://pictures.korvel.example/");
   EXPECT_EQ(PhotoSitePage("/share").toString(), "https://pictures.korvel.example/share");
   form->OnCommand(1020);
   EXPECT_EQ(launcher.urls, QStringList{"http://shop.korvel.example/"});
-  {
-    // An empty or unusable setting falls back to the default.
-    const auto settings = CKorvelApp::Settings();
-    settings->setValue("online/site", "");
-    settings->setValue("online/photos", "https://");
-  }
+  // An empty or unusable setting falls back to the default.
+  CKorvelApp::Settings()->setValue("online/site", "");
+  CKorvelApp::Settings()->setValue("online/photos", "https://");
   EXPECT_EQ(OnlineHomePage().toString(), "https://www.korvel-online.example/");
   EXPECT_EQ(PhotoSitePage("/print").toString(), "https://photos.korvel-online.example/print");
-  const auto settings = CKorvelApp::Settings();
-  settings->remove("online");
 }
 
 }  // namespace
