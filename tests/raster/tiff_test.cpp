@@ -56,6 +56,16 @@ Tags Strip(uint32_t width, uint32_t height, uint32_t samples, uint32_t photometr
   // clang-format on
 }
 
+// How written files start their directory: one strip at `offset`, resolution
+// `res` / 1000 in inches, then `more` over these.
+Tags Written(uint32_t width, uint32_t height, uint32_t samples, uint32_t photometric,
+             uint32_t offset, uint32_t res, Rows more = {}) {
+  const Tags tags = Entries(
+      {{254, L, 0}, {273, L, offset}, {282, R, res, 1000}, {283, R, res, 1000}, {296, S, 2}},
+      Strip(width, height, samples, photometric));
+  return Entries(more, tags);
+}
+
 // Header, pixels, directory, then the values that do not fit their entries in
 // tag order. Without pixels, this is how written files start.
 Bytes Build(const Tags &tags, const Bytes &pixels, bool big = false, uint32_t magic = 42) {
@@ -95,12 +105,6 @@ Bytes Stored(const Picture &p, bool lab, uint32_t planar, uint32_t rows) {
   return out;
 }
 
-int OpenMemory(const Bytes &bytes, RasMemName *mem, RasDesc *desc) {
-  RasMakeMemName(mem, const_cast<uint8_t *>(bytes.data()), bytes.size());
-  *desc = RasDesc{0, 0, 0, 0, RasFormatTiff, 0, 0, 0.0f, nullptr};
-  return RasOpen(RasMemNameOf(*mem), 'r', desc);
-}
-
 class TiffTest : public testing::Test {
  protected:
   void TearDown() override { SetOptions(1, false); }  // the defaults
@@ -109,14 +113,18 @@ class TiffTest : public testing::Test {
     ASSERT_EQ(TiffSetOption(TiffOptByteOrder, big ? 19789 : 18761, nullptr), RasOk);
     ASSERT_EQ(TiffSetOption(TiffOptClearIptc, 0, nullptr), RasOk);
   }
+  // Opens `bytes` (kept alive by the caller) for reading into desc_.
+  int Open(const Bytes &bytes) {
+    RasMakeMemName(&mem_, const_cast<uint8_t *>(bytes.data()), bytes.size());
+    desc_ = RasDesc{0, 0, 0, 0, RasFormatTiff, 0, 0, 0.0f, nullptr};
+    return RasOpen(RasMemNameOf(mem_), 'r', &desc_);
+  }
   // Copies the IPTC block of a hand-built file into the buffer.
-  static void CopyIptc(const Field &iptc, bool big = false) {
+  void CopyIptc(const Field &iptc, bool big = false) {
     const Bytes file = Build(Strip(1, 1, 1, 1, {{33723, iptc}}), {9}, big);
-    RasMemName mem;
-    RasDesc in;
-    ASSERT_EQ(OpenMemory(file, &mem, &in), RasOk);
-    ASSERT_EQ(TiffSetOption(TiffOptCopyIptc, 0, &in), RasOk);
-    ASSERT_EQ(RasClose(&in), RasOk);
+    ASSERT_EQ(Open(file), RasOk);
+    ASSERT_EQ(TiffSetOption(TiffOptCopyIptc, 0, &desc_), RasOk);
+    ASSERT_EQ(RasClose(&desc_), RasOk);
   }
   // The format's reports since the log was last cleared.
   std::vector<Logged> Chain() const {
@@ -128,32 +136,24 @@ class TiffTest : public testing::Test {
     return all;
   }
   ErrorLog log_;
+  RasMemName mem_;
+  RasDesc desc_;
 };
 
 TEST_F(TiffTest, HeaderDirectoryAndStripBytesInBothByteOrders) {
+  // RGB in one strip: its offset and count stand in their entries. Grey: no
+  // PlanarConfiguration, BitsPerSample inline; resolution 0 stands for 300.
+  // CMYK: InkSet, an IPTC block of a big-endian file byte for byte; -1 stands
+  // for 300. 200x120 plane by plane: strips of 50, 50 and 20 rows, each its
+  // planes in turn. 2x1 grey with an IPTC block of one word: inline in its entry.
   // clang-format off
-  // RGB in one strip: its offset and count stand in their entries.
-  const Tags rgb = Entries({{254, L, 0}, {256, L, 100}, {257, L, 100}, {258, S, 8, 8, 8},
-      {259, S, 1}, {262, S, 2}, {273, L, 204}, {277, S, 3}, {278, L, 100}, {279, L, 30000},
-      {282, R, 72000, 1000}, {283, R, 72000, 1000}, {284, S, 1}, {296, S, 2}});
-  // Grey: no PlanarConfiguration, BitsPerSample inline; resolution 0 stands for 300.
-  const Tags grey = Entries({{254, L, 0}, {256, L, 100}, {257, L, 100}, {258, S, 8},
-      {259, S, 1}, {262, S, 1}, {273, L, 186}, {277, S, 1}, {278, L, 100}, {279, L, 10000},
-      {282, R, 300000, 1000}, {283, R, 300000, 1000}, {296, S, 2}});
-  // CMYK: InkSet, an IPTC block of a big-endian file byte for byte; -1 stands for 300.
-  Tags cmyk = Entries({{254, L, 0}, {256, L, 10}, {257, L, 10}, {258, S, 8, 8, 8, 8},
-      {259, S, 1}, {262, S, 5}, {273, L, 242}, {277, S, 4}, {278, L, 10}, {279, L, 400},
-      {282, R, 300000, 1000}, {283, R, 300000, 1000}, {284, S, 1}, {296, S, 2}, {332, S, 1}});
-  // 200x120 plane by plane: strips of 50, 50 and 20 rows, each its planes in turn.
-  const Tags planar = Entries({{254, L, 0}, {256, L, 200}, {257, L, 120}, {258, S, 8, 8, 8},
-      {259, S, 1}, {262, S, 2}, {277, S, 3}, {278, L, 50},
+  const Tags rgb = Written(100, 100, 3, 2, 204, 72000, {{284, S, 1}});
+  const Tags grey = Written(100, 100, 1, 1, 186, 300000);
+  Tags cmyk = Written(10, 10, 4, 5, 242, 300000, {{284, S, 1}, {332, S, 1}});
+  const Tags planar = Written(200, 120, 3, 2, 0, 72300, {{278, L, 50}, {284, S, 2},
       {273, L, 276, 30276, 60276, 10276, 40276, 64276, 20276, 50276, 68276},
-      {279, L, 10000, 10000, 4000, 10000, 10000, 4000, 10000, 10000, 4000},
-      {282, R, 72300, 1000}, {283, R, 72300, 1000}, {284, S, 2}, {296, S, 2}});
-  // 2x1 grey with an IPTC block of one word: inline in its entry.
-  Tags word = Entries({{254, L, 0}, {256, L, 2}, {257, L, 1}, {258, S, 8}, {259, S, 1},
-      {262, S, 1}, {273, L, 198}, {277, S, 1}, {278, L, 1}, {279, L, 2}, {282, R, 72000, 1000},
-      {283, R, 72000, 1000}, {296, S, 2}});
+      {279, L, 10000, 10000, 4000, 10000, 10000, 4000, 10000, 10000, 4000}});
+  Tags word = Written(2, 1, 1, 1, 198, 72000);
   // clang-format on
   const Bytes iptc = {0x1C, 2, 0, 0, 2, 0, 4, 0x1C, 2, 5, 1, 'x'};
   cmyk[33723] = {L, {}, iptc, 3}, word[33723] = {L, {}, {0x1C, 2, 0, 7}, 1};
@@ -206,9 +206,8 @@ TEST_F(TiffTest, RoundTripsEveryModelPlanarAndByteOrderInAnyRowOrder) {
           std::iota(order.begin(), order.end(), 0u);
           std::shuffle(order.begin(), order.end(), random);
           Picture back;
-          RasDesc desc;
-          ASSERT_EQ(ReadPicture(path, &back, &desc, order), RasOk);
-          EXPECT_EQ(desc.model, model);
+          ASSERT_EQ(ReadPicture(path, &back, &desc_, order), RasOk);
+          EXPECT_EQ(desc_.model, model);
           EXPECT_TRUE(back == picture);
         }
 }
@@ -244,10 +243,9 @@ TEST_F(TiffTest, ReaderVariants) {
     const auto &[file, model, resolution, expected] = cases[i];
     WriteFile(path, file);
     Picture picture;
-    RasDesc desc;
-    ASSERT_EQ(ReadPicture(path, &picture, &desc), RasOk);
-    EXPECT_EQ(desc.model, model);
-    EXPECT_NEAR(desc.resolution, resolution, 1e-3);
+    ASSERT_EQ(ReadPicture(path, &picture, &desc_), RasOk);
+    EXPECT_EQ(desc_.model, model);
+    EXPECT_NEAR(desc_.resolution, resolution, 1e-3);
     EXPECT_EQ(picture.planes, expected);
   }
 }
@@ -289,10 +287,8 @@ TEST_F(TiffTest, RefusalsReportTheirCodeAndDetail) {
     SCOPED_TRACE(i);
     const auto &[file, chain] = cases[i];
     log_.Clear();
-    RasMemName mem;
-    RasDesc desc;
-    EXPECT_EQ(OpenMemory(file, &mem, &desc), chain.back().code);
-    EXPECT_EQ(desc.state, nullptr);
+    EXPECT_EQ(Open(file), chain.back().code);
+    EXPECT_EQ(desc_.state, nullptr);
     EXPECT_EQ(Chain(), chain);
   }
 }
@@ -306,17 +302,15 @@ TEST_F(TiffTest, StripsShorterThanTheirRowsAreReadErrors) {
   const Bytes cut = Build(Entries({{273, L, 8, 156}, {279, L, 12, 12}}, tags), px);
   for (const auto &[file, detail] : {std::pair{counted, 5}, std::pair{cut, 6}}) {
     SCOPED_TRACE(detail);
-    RasMemName mem;
-    RasDesc desc;
-    ASSERT_EQ(OpenMemory(file, &mem, &desc), RasOk);
+    ASSERT_EQ(Open(file), RasOk);
     RasSl sl{};
-    EXPECT_EQ(RasReadSl(&desc, 3, &sl), RasOk);
-    EXPECT_EQ(RasReadSl(&desc, 4, &sl), -5);
+    EXPECT_EQ(RasReadSl(&desc_, 3, &sl), RasOk);
+    EXPECT_EQ(RasReadSl(&desc_, 4, &sl), -5);
     EXPECT_EQ(log_.Last(), (Logged{"TiffReadSl", -5, detail}));
-    ASSERT_EQ(RasReadSl(&desc, 2, &sl), RasOk);  // the file stays usable
+    ASSERT_EQ(RasReadSl(&desc_, 2, &sl), RasOk);  // the file stays usable
     EXPECT_EQ(Bytes(sl.plane8[0], sl.plane8[0] + 4), Bytes(px.begin() + 8, px.begin() + 12));
     RasFreeSl(&sl);
-    EXPECT_EQ(RasClose(&desc), RasOk);
+    EXPECT_EQ(RasClose(&desc_), RasOk);
   }
 }
 
@@ -325,11 +319,9 @@ TEST_F(TiffTest, ShortWritesReportTheItemAndLeaveNothingOpen) {
   // offsets 200..212, counts 212..224, rationals 224..240, IPTC 240..252.
   CopyIptc({1, {}, Pattern(12, 1, 1).planes[0], 12});
   ASSERT_EQ(TiffGetOption(TiffOptCopyIptc), 3u);
-  RasMemName mem;
-  RasDesc desc;
   RasSl sl;
-  ASSERT_EQ(RasSetDesc(&desc, RasFormatTiff, 200, 120, 3, RasModelRgb, 72.0f), RasOk);
-  ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+  ASSERT_EQ(RasSetDesc(&desc_, RasFormatTiff, 200, 120, 3, RasModelRgb, 72.0f), RasOk);
+  ASSERT_EQ(RasMakeSl(&sl, &desc_), RasOk);
   // With room for the head and some of the first strip, the strip's last row
   // fails (detail 5).
   const std::pair<size_t, int> cases[] = {{4, 15},   {9, 16},   {30, 17},  {192, 18}, {196, 19},
@@ -338,46 +330,45 @@ TEST_F(TiffTest, ShortWritesReportTheItemAndLeaveNothingOpen) {
     SCOPED_TRACE(detail);
     log_.Clear();
     Bytes block(capacity);
-    RasMakeMemName(&mem, block.data(), block.size());
-    int code = RasOpen(RasMemNameOf(mem), 'w', &desc);
+    RasMakeMemName(&mem_, block.data(), block.size());
+    int code = RasOpen(RasMemNameOf(mem_), 'w', &desc_);
     uint32_t rows = 0;
     while (code == RasOk)
-      code = RasWriteSl(&desc, rows++, &sl);
+      code = RasWriteSl(&desc_, rows++, &sl);
     EXPECT_EQ(code, -6);
     EXPECT_EQ(rows, detail == 5 ? 50u : 0u);
     std::vector<Logged> chain{{detail == 5 ? "TiffWriteSl" : "TiffOpen", -6, detail}};
     if (detail == 17) chain.insert(chain.begin(), {"TiffWriteIFDE", -6, 0});
     EXPECT_EQ(Chain(), chain);
-    EXPECT_EQ(desc.state != nullptr, detail == 5);  // a failed open leaves nothing open
-    EXPECT_EQ(desc.state ? RasClose(&desc) : RasOk, RasOk);
+    EXPECT_EQ(desc_.state != nullptr, detail == 5);  // a failed open leaves nothing open
+    EXPECT_EQ(desc_.state ? RasClose(&desc_) : RasOk, RasOk);
   }
   RasFreeSl(&sl);
 }
 
 TEST_F(TiffTest, WriterTakesRowsInOrderOnceAndRefusesWhatItCannotWrite) {
   const std::string path = TempPath("order.tif");
-  RasDesc desc;
-  ASSERT_EQ(RasSetDesc(&desc, RasFormatTiff, 4, 3, 1, RasModelGray, 0.0f), RasOk);
+  ASSERT_EQ(RasSetDesc(&desc_, RasFormatTiff, 4, 3, 1, RasModelGray, 0.0f), RasOk);
   int64_t expected = 12345;
   ASSERT_EQ(RasFileSetOption(RasFileOptExpectedSize, &expected), RasOk);
-  ASSERT_EQ(RasOpen(path.c_str(), 'w', &desc), RasOk);
+  ASSERT_EQ(RasOpen(path.c_str(), 'w', &desc_), RasOk);
   ASSERT_EQ(RasFileGetOption(RasFileOptExpectedSize, &expected), RasOk);
-  EXPECT_EQ(expected, 12345);          // restored after the open
-  EXPECT_EQ(desc.resolution, 300.0f);  // what went into the file
+  EXPECT_EQ(expected, 12345);           // restored after the open
+  EXPECT_EQ(desc_.resolution, 300.0f);  // what went into the file
   (void)RasFileSetOption(RasFileOptReset, nullptr);
   RasSl sl;
-  ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
+  ASSERT_EQ(RasMakeSl(&sl, &desc_), RasOk);
   // Row, code, detail; a refused row must not land.
   const int steps[][3] = {{1, -1, 3}, {0, 0, 0}, {0, -1, 3}, {2, -1, 3},
                           {3, -1, 2}, {1, 0, 0}, {2, 0, 0}};
   for (const auto &[row, code, detail] : steps) {
     std::fill(sl.plane8[0], sl.plane8[0] + 4, code ? 99 : 10 + row);
     log_.Clear();
-    EXPECT_EQ(RasWriteSl(&desc, row, &sl), code) << row;
+    EXPECT_EQ(RasWriteSl(&desc_, row, &sl), code) << row;
     EXPECT_EQ(log_.Last(), (code ? Logged{"TiffWriteSl", code, detail} : Logged{}));
   }
   RasFreeSl(&sl);
-  EXPECT_EQ(RasClose(&desc), RasOk);
+  EXPECT_EQ(RasClose(&desc_), RasOk);
   const Bytes file = ReadFile(path);
   ASSERT_EQ(file.size(), 186u + 12u);
   EXPECT_EQ(Bytes(file.begin() + 186, file.end()),
@@ -389,10 +380,10 @@ TEST_F(TiffTest, WriterTakesRowsInOrderOnceAndRefusesWhatItCannotWrite) {
   const std::string name = TempPath("refused.tif");
   for (const auto &[width, height, channels, model, detail] : refused) {
     SCOPED_TRACE(detail);
-    ASSERT_EQ(RasSetDesc(&desc, RasFormatTiff, width, height, channels, model, 72.0f), RasOk);
-    EXPECT_EQ(RasOpen(name.c_str(), 'w', &desc), -1);
+    ASSERT_EQ(RasSetDesc(&desc_, RasFormatTiff, width, height, channels, model, 72.0f), RasOk);
+    EXPECT_EQ(RasOpen(name.c_str(), 'w', &desc_), -1);
     EXPECT_EQ(log_.Last(), (Logged{"TiffOpen", -1, int(detail)}));
-    EXPECT_EQ(desc.state, nullptr);
+    EXPECT_EQ(desc_.state, nullptr);
     EXPECT_NE(access(name.c_str(), F_OK), 0);
   }
 }
