@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -69,16 +70,16 @@ TEST(RasFile, MemoryReadsStopAtTheCapacityAndFailOnlyWhenExactOrEmpty) {
 
 TEST(RasFile, MemorySeeksStayInsideTheBlock) {
   MemoryFile mem(std::vector<uint8_t>(100), RasFileModeRead);
-  ASSERT_EQ(RasFileSeek(&mem.file, 40, 0), RasOk);
-  EXPECT_EQ(RasFileSeek(&mem.file, 101, 0), RasErrPosition);
-  EXPECT_EQ(RasFileSeek(&mem.file, -41, 1), RasErrPosition);
-  EXPECT_EQ(mem.Tell(), 40);  // refused seeks leave the position
-  EXPECT_EQ(RasFileSeek(&mem.file, -10, 1), RasOk);
-  EXPECT_EQ(mem.Tell(), 30);
-  EXPECT_EQ(RasFileSeek(&mem.file, -1, 2), RasOk);  // a read block ends at its capacity
-  EXPECT_EQ(mem.Tell(), 99);
-  EXPECT_EQ(RasFileSeek(&mem.file, 1, 2), RasErrPosition);
-  EXPECT_EQ(RasFileSeek(&mem.file, 0, 3), RasErrArg);
+  // A read block ends at its capacity; refused seeks leave the position.
+  const int64_t cases[][4] = {{40, 0, RasOk, 40},           {101, 0, RasErrPosition, 40},
+                              {-41, 1, RasErrPosition, 40}, {-10, 1, RasOk, 30},
+                              {-1, 2, RasOk, 99},           {1, 2, RasErrPosition, 99},
+                              {0, 3, RasErrArg, 99}};
+  for (const auto &[offset, whence, code, at] : cases) {
+    SCOPED_TRACE(testing::Message() << offset << " from " << whence);
+    EXPECT_EQ(RasFileSeek(&mem.file, offset, static_cast<int>(whence)), code);
+    EXPECT_EQ(mem.Tell(), at);
+  }
 }
 
 TEST(RasFile, MemoryWritesAreCutAtTheCapacityAndRaiseTheHighWaterMark) {
@@ -101,18 +102,15 @@ TEST(RasFile, TextWritesExpandLineFeedsAndLinesComeBackOneAtATime) {
   ASSERT_EQ(RasFileWriteText(&out.file, "abc\nde\n\nf"), RasOk);
   EXPECT_EQ(std::string(out.bytes.begin(), out.bytes.begin() + out.Tell()), "abc\r\nde\r\n\r\nf");
   MemoryFile in(std::string("abc\r\nde\r\n\r\nfghijkl"), RasFileModeRead);
-  const struct {
-    int64_t size;
-    const char *text;
-    int64_t position;
-  } lines[] = {{32, "abc\n", 5}, {32, "de\n", 9}, {32, "\n", 11}, {5, "fgh", 14}, {32, "ijkl", 18}};
-  for (const auto &line : lines) {
+  const std::tuple<int64_t, const char *, int64_t> lines[] = {
+      {32, "abc\n", 5}, {32, "de\n", 9}, {32, "\n", 11}, {5, "fgh", 14}, {32, "ijkl", 18}};
+  for (const auto &[wanted, text, position] : lines) {
     char buffer[32];
-    int64_t size = line.size;
+    int64_t size = wanted;
     ASSERT_EQ(RasFileReadLine(&in.file, buffer, &size), RasOk);
-    EXPECT_STREQ(buffer, line.text);
-    EXPECT_EQ(size, static_cast<int64_t>(std::strlen(line.text)));
-    EXPECT_EQ(in.Tell(), line.position);
+    EXPECT_STREQ(buffer, text);
+    EXPECT_EQ(size, static_cast<int64_t>(std::strlen(text)));
+    EXPECT_EQ(in.Tell(), position);
   }
   char buffer[8];
   int64_t size = sizeof buffer;

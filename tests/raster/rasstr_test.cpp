@@ -6,13 +6,12 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
+#include <utility>
 
 namespace {
 
-struct Printed {
-  std::string text;
-  int count;
-};
+using Printed = std::pair<std::string, int>;
 
 template <typename... Args>
 Printed Print(const char *format, Args... args) {
@@ -22,126 +21,87 @@ Printed Print(const char *format, Args... args) {
   return {buffer, count};
 }
 
-void ExpectPrinted(const Printed &got, const char *text, int count) {
-  EXPECT_EQ(got.text, text);
-  EXPECT_EQ(got.count, count) << "for " << text;
-}
-
-TEST(RasStrSprintf, IntegersSignsAndWidths) {
-  ExpectPrinted(Print("%05d", -42), "-0042", 1);
-  ExpectPrinted(Print("%5d", -42), "  -42", 1);
-  ExpectPrinted(Print("%5ld", -42L), "-  42", 1);
-  ExpectPrinted(Print("%05ld", -42L), "-0042", 1);
-  ExpectPrinted(Print("%5ld|%5d", 42L, 42), "   42|   42", 2);
-  ExpectPrinted(Print("%2d", 12345), "12345", 1);
-  ExpectPrinted(Print("%d", INT_MIN), "-2147483648", 1);
-  ExpectPrinted(Print("%ld", LONG_MIN), "-9223372036854775808", 1);
-  ExpectPrinted(Print("%012d", INT_MIN), "-02147483648", 1);
-  ExpectPrinted(Print("+%011d", 640), "+00000000640", 1);
-  ExpectPrinted(Print("+.%08ldE%c%02d", 21333333L, '+', 1), "+.21333333E+01", 3);
-}
-
-TEST(RasStrSprintf, HexCharsStringsAndLiterals) {
-  ExpectPrinted(Print("%x %X", 0xabcdef, 0xABCDEF), "abcdef ABCDEF", 2);
-  ExpectPrinted(Print("%08x|%4X", 0x1f, 0xa), "0000001f|   A", 2);
-  ExpectPrinted(Print("%x", -1), "ffffffff", 1);
-  ExpectPrinted(Print("[%c%s]", 'A', "bc"), "[Abc]", 2);
-  ExpectPrinted(Print("%s", static_cast<const char *>(nullptr)), "", 1);
-  ExpectPrinted(Print("%%"), "%", 0);
-  ExpectPrinted(Print("%q"), "q", 0);
-  ExpectPrinted(Print("%-5d", 7), "-5d", 0);  // no '-' flag: copied as text
-  ExpectPrinted(Print("trailing %"), "trailing ", 0);
-}
-
-TEST(RasStrSprintf, AfterWidthOnlyIntegerConversionsAndDroppedL) {
-  // The dropped letters take no argument: the 7 goes to the %d that follows.
-  ExpectPrinted(Print("a%5sb%d", 7), "ab7", 1);
-  ExpectPrinted(Print("%3c%3f%d", 7), "7", 1);
-  ExpectPrinted(Print("%05q|%d", 9), "|9", 1);
-  ExpectPrinted(Print("x%5"), "x", 0);
-  ExpectPrinted(Print("%lq%d", 3), "3", 1);
-  ExpectPrinted(Print("%lx%d", 4), "4", 1);
-  ExpectPrinted(Print("end%l"), "end", 0);
-}
-
-TEST(RasStrSprintf, FixedSixDecimals) {
+TEST(RasStrSprintf, ConversionsAndTheirKeptOddities) {
   constexpr double kInf = std::numeric_limits<double>::infinity();
-  ExpectPrinted(Print("%f", 2.5), "2.500000", 1);
-  ExpectPrinted(Print("%f", 1.9999999), "1.000000", 1);  // carry into the integer part lost
-  ExpectPrinted(Print("%f", 0.0000004), "0.000000", 1);
-  ExpectPrinted(Print("%f", 0.0000006), "0.000001", 1);
-  ExpectPrinted(Print("%f", 123.456789), "123.456789", 1);
-  ExpectPrinted(Print("%f", -2.25), "-2.250000", 1);
-  ExpectPrinted(Print("%f", -1.9999999), "-1.000000", 1);
-  ExpectPrinted(Print("%f", 1e20), "100000000000000000000.000000", 1);
-  ExpectPrinted(Print("%f|%f", kInf, -kInf), "inf|-inf", 2);
+  // %ld pads between sign and digits; widths never truncate; '%-' is text; after a width only d,
+  // l, x and X convert: other letters (and %l not before d) are dropped taking no argument;
+  // %f gives six decimals and drops a carry into the units.
+  const struct {
+    Printed got;
+    const char *text;
+    int count;
+  } cases[] = {{Print("%05d|%5d|%5ld|%05ld|%5ld|%5d|%2d", -42, -42, -42L, -42L, 42L, 42, 12345),
+                "-0042|  -42|-  42|-0042|   42|   42|12345", 7},
+               {Print("%d|%ld|%012d|+%011d", INT_MIN, LONG_MIN, INT_MIN, 640),
+                "-2147483648|-9223372036854775808|-02147483648|+00000000640", 4},
+               {Print("+.%08ldE%c%02d", 21333333L, '+', 1), "+.21333333E+01", 3},
+               {Print("%x %X|%08x|%4X|%x", 0xabcdef, 0xABCDEF, 0x1f, 0xa, -1),
+                "abcdef ABCDEF|0000001f|   A|ffffffff", 5},
+               {Print("[%c%s]%s|", 'A', "bc", static_cast<const char *>(nullptr)), "[Abc]|", 3},
+               {Print("%%|%q|%-5d|trailing %", 7), "%|q|-5d|trailing ", 0},
+               {Print("a%5sb%d|%3c%3f%d|%05q|%d|%lq%d|%lx%d", 7, 8, 9, 3, 4), "ab7|8||9|3|4", 5},
+               {Print("x%5"), "x", 0},
+               {Print("end%l"), "end", 0},
+               {Print("%f|%f|%f|%f|%f", 2.5, 1.9999999, 0.0000004, 0.0000006, 123.456789),
+                "2.500000|1.000000|0.000000|0.000001|123.456789", 5},
+               {Print("%f|%f|%f|%f|%f", -2.25, -1.9999999, 1e20, kInf, -kInf),
+                "-2.250000|-1.000000|100000000000000000000.000000|inf|-inf", 5}};
+  for (const auto &c : cases)
+    EXPECT_EQ(c.got, Printed(c.text, c.count));
 }
 
 TEST(RasStrSscanf, IntegersCountsAndStops) {
   int a = -1, b = -1, c = -1;
   long l = -1;
+  char ch = 0;
   EXPECT_EQ(RasSscanf("  12 -34\t56", "%d %d %d", &a, &b, &c), 3);
-  EXPECT_EQ(a, 12);
-  EXPECT_EQ(b, -34);
-  EXPECT_EQ(c, 56);
+  EXPECT_EQ(std::tuple(a, b, c), std::tuple(12, -34, 56));
   a = b = -1;
   EXPECT_EQ(RasSscanf(" 7  ", "%d%d", &a, &b), 1);  // end of input stops before %d
-  EXPECT_EQ(a, 7);
-  EXPECT_EQ(b, -1);
+  EXPECT_EQ(std::tuple(a, b), std::tuple(7, -1));
   EXPECT_EQ(RasSscanf("", "%d", &a), 0);
   EXPECT_EQ(RasSscanf("-9223372036854775808 99999999999", "%ld%d", &l, &a), 2);
-  EXPECT_EQ(l, LONG_MIN);
-  EXPECT_EQ(a, INT_MAX);  // out of range clamps
-  // Format text between conversions is not matched against the input.
+  EXPECT_EQ(std::tuple(l, a), std::tuple(LONG_MIN, INT_MAX));  // out of range clamps
+  // Format text is not matched; the character ending a number is left for the next conversion.
   EXPECT_EQ(RasSscanf("5 6", "x=%d,y=%d", &a, &b), 2);
   EXPECT_EQ(b, 6);
-  // The character ending a number is left for the next conversion.
-  char ch = 0;
   EXPECT_EQ(RasSscanf("00000000640+00000000480", "%d%c%d", &a, &ch, &b), 3);
-  EXPECT_EQ(a, 640);
-  EXPECT_EQ(ch, '+');
-  EXPECT_EQ(b, 480);
+  EXPECT_EQ(std::tuple(a, ch, b), std::tuple(640, '+', 480));
   // A number without digits is no conversion and ends the reading.
   a = b = -1;
   EXPECT_EQ(RasSscanf("12,34", "%d%d", &a, &b), 1);
   EXPECT_EQ(b, -1);
   EXPECT_EQ(RasSscanf("- 3", "%d", &a), 0);
-  // Unknown conversions take no argument.
-  EXPECT_EQ(RasSscanf("8", "%5%q%lx%d", &a), 1);
+  EXPECT_EQ(RasSscanf("8", "%5%q%lx%d", &a), 1);  // unknown conversions take no argument
   EXPECT_EQ(a, 8);
 }
 
 TEST(RasStrSscanf, FloatsCharsAndStrings) {
-  const struct {
-    const char *input;
-    float value;
-    const char *rest;  // what a following %s reads
-  } cases[] = {
+  // Input, the value read, and what a following %s reads.
+  const std::tuple<const char *, float, const char *> cases[] = {
       {"-12.5 x", -12.5f, "x"},    {"3. x", 3.0f, "x"},   {".25 x", 0.25f, "x"},
       {"0.1000 2.5", 0.1f, "2.5"}, {"1.2.3", 1.2f, ".3"}, {".21333333E+01", 0.21333333f, "E+01"},
       {"1e9", 1.0f, "e9"},
   };
-  for (const auto &c : cases) {
+  for (const auto &[input, value, after] : cases) {
+    SCOPED_TRACE(input);
     float f = -99.0f;
     char rest[16] = "unset";
-    EXPECT_EQ(RasSscanf(c.input, "%f%s", &f, rest), 2) << c.input;
-    EXPECT_FLOAT_EQ(f, c.value) << c.input;
-    EXPECT_STREQ(rest, c.rest) << c.input;
+    EXPECT_EQ(RasSscanf(input, "%f%s", &f, rest), 2);
+    EXPECT_FLOAT_EQ(f, value);
+    EXPECT_STREQ(rest, after);
   }
   float f = -99.0f;
   EXPECT_EQ(RasSscanf("-.", "%f", &f), 0);
   EXPECT_EQ(f, -99.0f);
-  const std::string huge(60, '9');
-  EXPECT_EQ(RasSscanf(huge.c_str(), "%f", &f), 1);
+  EXPECT_EQ(RasSscanf(std::string(60, '9').c_str(), "%f", &f), 1);
   EXPECT_EQ(f, std::numeric_limits<float>::infinity());
 
   char c1 = 0, c2 = 0;
   char word[8];
   std::memset(word, 'Z', sizeof word);
   EXPECT_EQ(RasSscanf("  a\tbword  tail", "%c%c%s", &c1, &c2, word), 3);
-  EXPECT_EQ(c1, 'a');
-  EXPECT_EQ(c2, 'b');
-  EXPECT_STREQ(word, "word");
+  EXPECT_EQ(std::tuple(c1, c2, std::string(word)), std::tuple('a', 'b', std::string("word")));
   EXPECT_EQ(RasSscanf("ab", "%s%s", word, word), 1);
 }
 
@@ -206,10 +166,8 @@ TEST(RasStrStrings, TokenizerKeepsOnePosition) {
 
 TEST(RasStrRandom, MinimalStandardSequence) {
   RasRandomSeed(1);
-  EXPECT_EQ(RasRandom(), 16807);
-  EXPECT_EQ(RasRandom(), 282475249);
   int32_t value = 0;
-  for (int i = 3; i <= 10000; ++i)
+  for (int i = 1; i <= 10000; ++i)
     value = RasRandom();
   EXPECT_EQ(value, 1043618065);
 
@@ -220,7 +178,7 @@ TEST(RasStrRandom, MinimalStandardSequence) {
   EXPECT_EQ(RasRandom(), static_cast<int32_t>(2147483646LL * 16807 % 2147483647));
 
   // Against a 64-bit product, from seeds on both sides of Schrage's split.
-  for (int32_t seed : {2, 127773, 127774, 2147483646, 123456789}) {
+  for (int32_t seed : {1, 2, 127773, 127774, 2147483646, 123456789}) {
     RasRandomSeed(seed);
     int64_t ref = seed;
     for (int i = 0; i < 50; ++i) {
