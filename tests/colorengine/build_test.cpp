@@ -2,6 +2,8 @@
 // grid), classification, the matrix limit, and what a person would see.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -19,28 +21,24 @@ struct PlanarDeleter {
 };
 using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
 
-void Fill(PlanarImage *p, int x0, int y0, int x1, int y1, const int rgb[3], int noise = 0,
+void Fill(PlanarImage *p, int x0, int y0, int x1, int y1, std::array<int, 3> rgb, int noise = 0,
           uint32_t seed = 1) {
   std::mt19937 rng(seed);
   std::uniform_int_distribution<int> jitter(-noise, noise);
   for (int y = y0; y < y1; ++y)
     for (int x = x0; x < x1; ++x)
-      for (int c = 0; c < 3; ++c) {
-        const int v = rgb[c] + (noise ? jitter(rng) : 0);
-        p->planes[c][y * p->rowStride + x] = uint8_t(v < 0 ? 0 : v > 255 ? 255 : v);
-      }
+      for (int c = 0; c < 3; ++c)
+        p->planes[c][y * p->rowStride + x] =
+            uint8_t(std::clamp(rgb[c] + (noise ? jitter(rng) : 0), 0, 255));
 }
 
-// As the editing view applies a transform: row by row from a source into a
-// fresh image.
+// As the editing view applies a transform: row by row into a fresh image.
 Planar Apply(const CcTransform &t, const PlanarImage &src) {
   Planar dst(PlanarCreate(src.width, src.height, 3));
   for (int y = 0; y < src.height; ++y) {
-    CcPixelRow from{}, to{};
-    for (int c = 0; c < 3; ++c) {
-      from.channel[c] = src.planes[c] + y * src.rowStride;
-      to.channel[c] = dst->planes[c] + y * dst->rowStride;
-    }
+    const int at = y * src.rowStride, out = y * dst->rowStride;
+    CcPixelRow from{{src.planes[0] + at, src.planes[1] + at, src.planes[2] + at}},
+        to{{dst->planes[0] + out, dst->planes[1] + out, dst->planes[2] + out}};
     EXPECT_EQ(CcApplySl(&t, uint32_t(src.width), &from, uint32_t(src.pixelStep), &to,
                         uint32_t(dst->pixelStep)),
               0);
@@ -67,46 +65,42 @@ CcParams Params(std::initializer_list<CcPoint> points) {
 struct Judge {
   cc::ColourModel model;
   Judge() {
-    CcParams p = Params({});
     cc::WorkRecord work;
-    cc::FillWorkRecord(p, &work);
+    cc::FillWorkRecord(Params({}), &work);
     CcArray *to = cc::CreateRgbToXyz(work.primaries, work.white);
     CcArray *from = cc::CreateXyzToRgb(work.primaries, work.white);
     EXPECT_EQ(cc::MakeColourModel(work, to, from, &model), 0);
     CcArrayFree(to);
     CcArrayFree(from);
   }
-  void ToRgb(double l, double chroma, double hue, int rgb[3]) const {
+  std::array<int, 3> Rgb(double l, double chroma, double hue) const {
     const double h = hue * M_PI / 180.0, lab[3] = {l, chroma * std::cos(h), chroma * std::sin(h)};
     double linear[3];
     cc::LabToLinear(model, lab, linear);
+    std::array<int, 3> rgb;
     for (int c = 0; c < 3; ++c)
       rgb[c] = int(std::lround(255.0 * std::pow(std::fmax(0.0, linear[c]), 1.0 / 2.2)));
+    return rgb;
   }
   void ToLab(const PlanarImage &p, int x0, int y0, int x1, int y1, double lab[3]) const {
-    double sum[3] = {0, 0, 0};
-    for (int y = y0; y < y1; ++y)
-      for (int x = x0; x < x1; ++x)
-        for (int c = 0; c < 3; ++c)
-          sum[c] += p.planes[c][y * p.rowStride + x];
-    double linear[3];
-    const double n = double(x1 - x0) * (y1 - y0);
-    for (int c = 0; c < 3; ++c)
-      linear[c] = std::pow(sum[c] / n / 255.0, 2.2);
+    double linear[3] = {0, 0, 0};
+    for (int c = 0; c < 3; ++c) {
+      for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x)
+          linear[c] += p.planes[c][y * p.rowStride + x];
+      linear[c] = std::pow(linear[c] / (double(x1 - x0) * (y1 - y0)) / 255.0, 2.2);
+    }
     cc::LinearToLab(model, linear, lab);
   }
 };
 
 TEST(CcBuild, WhitePointsAndTargets) {
   CcParams p = Params({});
-  // Any tool beyond the first three gets the neutral target.
-  CcToolTarget target;
+  CcToolTarget target;  // any tool beyond the first three gets the neutral target
   ASSERT_EQ(CcGetToolTarget(9, &target), 0);
   EXPECT_EQ(std::memcmp(&target, &p.targets[3], sizeof target), 0);
-  // Daylight at 6500 K has x near 0.3128 (at D65's 6504 K, 0.3127); temperatures
-  // outside 4000..25000 K are clamped.
-  const double x = p.space.white[0] / (p.space.white[0] + 1.0 + p.space.white[2]);
-  EXPECT_NEAR(x, 0.3128, 0.0002);
+  // Daylight at 6500 K has x near 0.3128; temperatures below 4000 K are clamped.
+  EXPECT_NEAR(p.space.white[0] / (p.space.white[0] + 1.0 + p.space.white[2]), 0.3128, 0.0002);
   float low[3], clamped[3];
   ASSERT_EQ(CcWhiteFromTemperature(1000.0, low), 0);
   ASSERT_EQ(CcWhiteFromTemperature(4000.0, clamped), 0);
@@ -135,47 +129,57 @@ TEST(CcBuild, NoPointsGiveIdentityCurves) {
   EXPECT_EQ(untouched.context, nullptr);
 }
 
-TEST(CcBuild, ClickedPointsUseTheGridWithTheGivenNodes) {
+TEST(CcBuild, ClicksUseTheGridAndMoveColoursTowardTheirTargets) {
   Judge judge;
-  Planar photo(PlanarCreate(40, 30, 3));
-  int sky[3];
-  judge.ToRgb(55, 35, 300, sky);  // a sky gone purple
-  Fill(photo.get(), 0, 0, 40, 30, sky, 3);
-  CcParams p = Params({{CcKindSky, 20, 15}});
-  Built built(&p, photo.get());
-  ASSERT_EQ(built.code, 0);
-  const CcTransformContext &c = *built.t.context;
-  ASSERT_EQ(c.gridFlag, 1);
-  const uint16_t expected[27] = {0,   10,  20,  29,  39,  49,  59,  69,  78,
-                                 88,  98,  108, 118, 128, 137, 147, 157, 167,
-                                 177, 186, 196, 206, 216, 226, 235, 245, 255};
-  for (int a = 0; a < 3; ++a) {
-    ASSERT_EQ(c.in[a].nodeCount, 27);
-    for (int k = 0; k < 27; ++k)
-      EXPECT_EQ(c.in[a].nodes[k], expected[k]);
+  struct Case {
+    int32_t kind;
+    double lightness, chroma, hue;  // the patch as photographed
+    double from, to;                // the patch's hue must end strictly between these
+  };
+  const Case cases[] = {
+      {CcKindSky, 55, 35, 300, 254, 295},    // purple sky; target about 254 at L 55
+      {CcKindSkin, 60, 30, 15, 20, 45},      // pink skin; target 45
+      {CcKindFoliage, 64, 45, 95, 97, 113},  // yellowed grass; target 113 at L 64
+  };
+  for (const Case &k : cases) {
+    SCOPED_TRACE(k.kind);
+    Planar photo(PlanarCreate(40, 30, 3));
+    Fill(photo.get(), 0, 0, 40, 30, judge.Rgb(k.lightness, k.chroma, k.hue), 3);
+    CcParams p = Params({{k.kind, 20, 15}});
+    Built built(&p, photo.get());
+    ASSERT_EQ(built.code, 0);
+    const CcTransformContext &c = *built.t.context;
+    ASSERT_EQ(c.gridFlag, 1);
+    EXPECT_EQ(c.gridNodes, 19683u);
+    static const int kNodes[27] = {0,   10,  20,  29,  39,  49,  59,  69,  78,
+                                   88,  98,  108, 118, 128, 137, 147, 157, 167,
+                                   177, 186, 196, 206, 216, 226, 235, 245, 255};
+    for (int a = 0; a < 3; ++a) {
+      ASSERT_EQ(c.in[a].nodeCount, 27);
+      for (int n = 0; n < 27; ++n)
+        EXPECT_EQ(c.in[a].nodes[n], kNodes[n]) << n;
+    }
+    Planar out = Apply(built.t, *photo);
+    double lab[3];
+    judge.ToLab(*out, 0, 0, 40, 30, lab);
+    EXPECT_GT(cc::HueOf(lab), k.from);
+    EXPECT_LT(cc::HueOf(lab), k.to);
   }
-  EXPECT_EQ(c.gridNodes, 19683u);
 }
 
 TEST(CcBuild, ClassificationAndItsRecord) {
   Judge judge;
   Planar photo(PlanarCreate(60, 20, 3));
-  int paleGrey[3], midGrey[3], warm[3], cool[3];
-  judge.ToRgb(90, 10, 30, paleGrey);
-  judge.ToRgb(50, 10, 30, midGrey);
-  judge.ToRgb(54, 30, 30, warm);
-  judge.ToRgb(46, 10, 210, cool);
+  const std::array<int, 3> paleGrey = judge.Rgb(90, 10, 30), cool = judge.Rgb(46, 10, 210);
   Fill(photo.get(), 0, 0, 10, 20, paleGrey);
-  Fill(photo.get(), 10, 0, 20, 20, midGrey);
+  Fill(photo.get(), 10, 0, 20, 20, judge.Rgb(50, 10, 30));
   // A chequer of lighter warm and darker cool pixels: the mean is a warmish
   // grey, but its lighter and darker halves disagree about the hue.
-  Fill(photo.get(), 20, 0, 30, 20, warm);
+  Fill(photo.get(), 20, 0, 30, 20, judge.Rgb(54, 30, 30));
   for (int y = 0; y < 20; ++y)
     for (int x = 20 + y % 2; x < 30; x += 2)
       Fill(photo.get(), x, y, x + 1, y + 1, cool);
-  int leaf[3];
-  judge.ToRgb(45, 38, 125, leaf);
-  Fill(photo.get(), 30, 0, 40, 20, leaf);
+  Fill(photo.get(), 30, 0, 40, 20, judge.Rgb(45, 38, 125));
   CcParams p = Params({{-1, 5, 10},
                        {-1, 15, 10},
                        {-1, 25, 10},
@@ -224,9 +228,8 @@ TEST(CcBuild, LimitingBlendsTheWholeMatrixByOneShare) {
         EXPECT_NEAR(kept, share, 1e-9);
       }
     }
-    if (share < 1.0 - 1e-9) {
-      EXPECT_NEAR(edge, 0.0, 1e-12);  // the worst element ends on its bound
-    }
+    // A limited matrix has its worst element on the bound.
+    EXPECT_TRUE(share >= 1.0 - 1e-9 || std::fabs(edge) < 1e-12) << share << " " << edge;
   }
 }
 
@@ -234,13 +237,9 @@ TEST(CcBuild, LimitingBlendsTheWholeMatrixByOneShare) {
 Planar CastPhoto() {
   Planar photo(PlanarCreate(64, 48, 3));
   for (int y = 0; y < 48; ++y)
-    for (int x = 0; x < 64; ++x) {
-      const int base[3] = {40 + x * 3, 60 + y * 3, 200 - x * 2};
-      int cast[3] = {base[0] + 25, base[1] + 5, base[2] - 25};
-      Fill(photo.get(), x, y, x + 1, y + 1, cast);
-    }
-  const int card[3] = {128 + 25, 128 + 5, 128 - 25};
-  Fill(photo.get(), 20, 16, 36, 32, card, 2);
+    for (int x = 0; x < 64; ++x)
+      Fill(photo.get(), x, y, x + 1, y + 1, {40 + x * 3 + 25, 60 + y * 3 + 5, 200 - x * 2 - 25});
+  Fill(photo.get(), 20, 16, 36, 32, {128 + 25, 128 + 5, 128 - 25}, 2);
   return photo;
 }
 
@@ -262,9 +261,7 @@ TEST(CcBuild, OneNeutralClickRemovesMostOfACast) {
 TEST(CcBuild, ClicksAddedOneByOneEqualOneBuild) {
   Judge judge;
   Planar photo = CastPhoto();
-  int skin[3];
-  judge.ToRgb(60, 30, 20, skin);  // skin gone pink
-  Fill(photo.get(), 0, 0, 12, 12, skin, 3, 9);
+  Fill(photo.get(), 0, 0, 12, 12, judge.Rgb(60, 30, 20), 3, 9);  // skin gone pink
   CcParams stepwise = Params({{CcKindSkin, 5, 5}});
   { Built first(&stepwise, photo.get()); }
   stepwise.points[stepwise.pointCount++] = {CcKindNeutral, 28, 24};
@@ -277,35 +274,6 @@ TEST(CcBuild, ClicksAddedOneByOneEqualOneBuild) {
   EXPECT_EQ(stepwise.points[2].kind, once.points[2].kind);
   Planar a = Apply(second.t, *photo), b = Apply(both.t, *photo);
   EXPECT_EQ(std::memcmp(a->planes[0], b->planes[0], 64 * 48 * 3), 0);
-}
-
-TEST(CcBuild, ClicksMoveColoursTowardTheirTargets) {
-  Judge judge;
-  struct Case {
-    int32_t kind;
-    double lightness, chroma, hue;  // the patch as photographed
-    double from, to;                // the patch's hue must end strictly between these
-  };
-  const Case cases[] = {
-      {CcKindSky, 55, 35, 300, 254, 295},    // purple sky; target about 254 at L 55
-      {CcKindSkin, 60, 30, 15, 20, 45},      // pink skin; target 45
-      {CcKindFoliage, 64, 45, 95, 97, 113},  // yellowed grass; target 113 at L 64
-  };
-  for (const Case &c : cases) {
-    Planar photo(PlanarCreate(40, 30, 3));
-    int rgb[3];
-    judge.ToRgb(c.lightness, c.chroma, c.hue, rgb);
-    Fill(photo.get(), 0, 0, 40, 30, rgb, 3);
-    CcParams p = Params({{c.kind, 20, 15}});
-    Built built(&p, photo.get());
-    ASSERT_EQ(built.code, 0);
-    Planar out = Apply(built.t, *photo);
-    double lab[3];
-    judge.ToLab(*out, 0, 0, 40, 30, lab);
-    const double hue = cc::HueOf(lab);
-    EXPECT_GT(hue, c.from) << "kind " << c.kind;
-    EXPECT_LT(hue, c.to) << "kind " << c.kind;
-  }
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <numeric>
 #include <vector>
 
 #include "colorengine/cc.h"
@@ -97,12 +99,15 @@ TEST(CcContext, DefaultOutputCurves) {
   EXPECT_EQ(curves.context->out[0].curve, nullptr);
 }
 
-// The handle a curve-only transform fills, with curve c(x) = f(c, x) at 16-bit scale.
+// A curve-only transform whose curve k maps 8-bit code i to f(k, i) at 16-bit scale.
 template <class Curve>
-CcTransform CurveTransform(Curve f) {
+CcTransform Curves(int32_t channels, int32_t node, int32_t inSize, int32_t outSize, Curve f) {
   CcTransformContext *c = nullptr;
-  EXPECT_EQ(CcCreateContext(&c, 3, 3, 1, 1, 0, 2, 1), 0);
-  for (int32_t k = 0; k < 3; ++k) {
+  const int32_t space = channels == 1 ? 5 : 1;
+  EXPECT_EQ(CcCreateContext(&c, channels, channels, space, space, 0, 2, node), 0);
+  EXPECT_EQ(CcSetSampleSize(c, 0, inSize), 0);
+  EXPECT_EQ(CcSetSampleSize(c, 1, outSize), 0);
+  for (int32_t k = 0; k < channels; ++k) {
     uint16_t points[256];
     for (int i = 0; i < 256; ++i)
       points[i] = f(k, i);
@@ -114,29 +119,25 @@ CcTransform CurveTransform(Curve f) {
 }
 
 TEST(CcApply, CurveRowsOnInterleavedAndPlanarRows) {
-  CcTransform t = CurveTransform([](int k, int i) { return uint16_t((255 - i) * 257 >> k); });
+  CcTransform t = Curves(3, 1, 1, 1, [](int k, int i) { return uint16_t((255 - i) * 257 >> k); });
   // Interleaved source (stride 3) into planar destination (stride 1).
-  const uint8_t src[6] = {0, 10, 20, 255, 128, 1};
-  uint8_t r[2] = {}, g[2] = {}, b[2] = {};
-  CcPixelRow from{{const_cast<uint8_t *>(src), const_cast<uint8_t *>(src) + 1,
-                   const_cast<uint8_t *>(src) + 2, nullptr}};
-  CcPixelRow to{{r, g, b, nullptr}};
+  uint8_t src[6] = {0, 10, 20, 255, 128, 1}, r[2] = {}, g[2] = {}, b[2] = {};
+  uint8_t untouched[3] = {7, 7, 7};
+  CcPixelRow from{{src, src + 1, src + 2}}, to{{r, g, b}};
+  CcPixelRow none{{untouched, untouched + 1, untouched + 2}};
   ASSERT_EQ(CcApplySl(&t, 2, &from, 3, &to, 1), 0);
   EXPECT_EQ(r[0], 255);
   EXPECT_EQ(g[0], 122);  // 245 * 257 >> 1 = 31482 = 122.498 x 257, rounded
   EXPECT_EQ(b[1], 63);   // 254 * 257 >> 2 = 16319 = 63.498 x 257
   EXPECT_EQ(r[1], 0);
-  // Zero pixels: success, nothing written.
-  uint8_t untouched[3] = {7, 7, 7};
-  CcPixelRow none{{untouched, untouched + 1, untouched + 2, nullptr}};
-  EXPECT_EQ(CcApplySl(&t, 0, &from, 3, &none, 1), 0);
+  EXPECT_EQ(CcApplySl(&t, 0, &from, 3, &none, 1), 0);  // zero pixels: nothing written
   EXPECT_EQ(untouched[0], 7);
   // 16-bit output: the same curve at full precision.
   ASSERT_EQ(CcSetTransformSampleSize(&t, 1, 2), 0);
   EXPECT_EQ(t.outSampleSize, 2);
   uint16_t wide[3][2];
   CcPixelRow to16{{reinterpret_cast<uint8_t *>(wide[0]), reinterpret_cast<uint8_t *>(wide[1]),
-                   reinterpret_cast<uint8_t *>(wide[2]), nullptr}};
+                   reinterpret_cast<uint8_t *>(wide[2])}};
   ASSERT_EQ(CcApplySl(&t, 2, &from, 3, &to16, 2), 0);
   EXPECT_EQ(wide[0][0], 65535);
   EXPECT_EQ(wide[1][0], (245 * 257) >> 1);
@@ -148,25 +149,15 @@ TEST(CcApply, SixteenBitCurvesForBothNodeSizes) {
   // x -> 65535 - x: exact with the full table (node size 2) and, being a
   // straight line, exact to a code with the 257-point table (node size 1).
   for (int32_t node = 1; node <= 2; ++node) {
-    CcTransformContext *c = nullptr;
-    ASSERT_EQ(CcCreateContext(&c, 1, 1, 5, 5, 0, 2, node), 0);
-    ASSERT_EQ(CcSetSampleSize(c, 0, 2), 0);
-    ASSERT_EQ(CcSetSampleSize(c, 1, 2), 0);
-    uint16_t points[256];
-    for (int i = 0; i < 256; ++i)
-      points[i] = uint16_t(65535 - i * 257);
-    ASSERT_EQ(CcSetCurve(c, 0, points), 0);
-    CcTransform t{};
-    CcFillTransform(&t, c);
+    CcTransform t = Curves(1, node, 2, 2, [](int, int i) { return uint16_t(65535 - i * 257); });
     std::vector<uint16_t> in(65536), out(65536);
-    for (uint32_t x = 0; x < 65536; ++x)
-      in[x] = uint16_t(x);
+    std::iota(in.begin(), in.end(), uint16_t(0));
     CcPixelRow from{{reinterpret_cast<uint8_t *>(in.data())}},
         to{{reinterpret_cast<uint8_t *>(out.data())}};
     ASSERT_EQ(CcApplySl(&t, 65536, &from, 2, &to, 2), 0);
     int worst = 0;
-    for (uint32_t x = 0; x < 65536; ++x)
-      worst = std::max(worst, std::abs(int(out[x]) - int(65535 - x)));
+    for (int x = 0; x < 65536; ++x)
+      worst = std::max(worst, std::abs(int(out[x]) - (65535 - x)));
     EXPECT_LE(worst, node == 2 ? 0 : 1) << "node size " << node;
     EXPECT_EQ(CcFreeTransform(&t), 0);
   }
@@ -189,13 +180,12 @@ TEST(CcApply, OneInputGridFeedsEveryOutputCurve) {
   ASSERT_EQ(CcSetChannelRange(c, 1, 2, 100, 200), 0);
   CcTransform t{};
   CcFillTransform(&t, c);
-  uint8_t grey[3] = {0, 255, 51}, rgb[9] = {};
-  CcPixelRow from{{grey}}, to{{rgb, rgb + 1, rgb + 2}};
+  uint8_t grey[3] = {0, 255, 51};
+  std::array<uint8_t, 9> rgb{};
+  CcPixelRow from{{grey}}, to{{&rgb[0], &rgb[1], &rgb[2]}};
   ASSERT_EQ(CcApplySl(&t, 3, &from, 1, &to, 3), 0);
-  const uint8_t expected[9] = {
-      255, 255, 200, 0, 0, 100, 204, 204, (204 * 100 + 100 * 255 + 127) / 255};
-  for (int i = 0; i < 9; ++i)
-    EXPECT_EQ(rgb[i], expected[i]) << i;
+  EXPECT_EQ(rgb, (std::array<uint8_t, 9>{255, 255, 200, 0, 0, 100, 204, 204,
+                                         (204 * 100 + 100 * 255 + 127) / 255}));
   EXPECT_EQ(CcFreeTransform(&t), 0);
 }
 
