@@ -5,24 +5,30 @@
 #include <QImage>
 #include <QPainter>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "app/dib.h"
 #include "app/dibpreview.h"
 #include "app/dibraster.h"
+#include "app/document.h"
+#include "app/photofiles.h"
 #include "edit/dibplanar.h"
 #include "tests/raster/testutil.h"
 
 namespace {
 
-// A packed DIB of any depth with an optional colour table, rows zeroed.
+// A packed DIB of any depth with room for a colour table, zeroed after the
+// header but for `bytes` written right behind it.
 HGLOBAL MakeBlock(int32_t width, int32_t height, uint16_t bpp, uint32_t clrUsed = 0,
-                  uint32_t compression = 0, size_t tableBytes = 0) {
+                  uint32_t compression = 0, size_t tableBytes = 0, std::string_view bytes = {}) {
   const size_t rowSize = ((size_t(width) * bpp + 31) / 32) * 4;
   HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT,
                           40 + tableBytes + rowSize * size_t(std::abs(height)));
   BITMAPINFOHEADER header{40, width, height, 1, bpp, compression, 0, 0, 0, clrUsed, 0};
-  std::memcpy(GlobalLock(h), &header, sizeof header);
+  auto *b = static_cast<uint8_t *>(GlobalLock(h));
+  std::memcpy(b, &header, sizeof header);
+  std::memcpy(b + 40, bytes.data(), bytes.size());
   GlobalUnlock(h);
   return h;
 }
@@ -43,16 +49,14 @@ TEST(Dib, GeometryRules) {
     EXPECT_EQ(dib.RowSize(), rowSize) << width;
   }
   // The colour-table rule, odd 16- and 32-bit answers included.
-  for (auto [bpp, clrUsed, entries] : {std::tuple{1, 0u, 2u},
-                                       {4, 0u, 16u},
-                                       {8, 0u, 256u},
-                                       {8, 5u, 5u},
-                                       {16, 0u, 0u},
-                                       {24, 0u, 0u},
-                                       {32, 0u, 1u}}) {
-    CDib dib(MakeBlock(4, 2, uint16_t(bpp), clrUsed, 0, 1024));
-    EXPECT_EQ(dib.PaletteSize(), entries) << bpp;
-    EXPECT_EQ(dib.Bits(), reinterpret_cast<uint8_t *>(dib.Header()) + 40 + entries * 4);
+  const struct {
+    uint16_t bpp;
+    uint32_t clrUsed, entries;
+  } tables[] = {{1, 0, 2}, {4, 0, 16}, {8, 0, 256}, {8, 5, 5}, {16, 0, 0}, {24, 0, 0}, {32, 0, 1}};
+  for (const auto &t : tables) {
+    CDib dib(MakeBlock(4, 2, t.bpp, t.clrUsed, 0, 1024));
+    EXPECT_EQ(dib.PaletteSize(), t.entries) << t.bpp;
+    EXPECT_EQ(dib.Bits(), reinterpret_cast<uint8_t *>(dib.Header()) + 40 + t.entries * 4);
   }
   // Bottom-up rows are stored last row first; top-down ones as they are.
   CDib up(MakeBlock(3, 3, 24)), down(MakeBlock(3, -3, 24));
@@ -176,22 +180,13 @@ TEST(Dib, DrawsStretchedAndKeepsPreviewsOnlyWhileTheBlockIsUnchanged) {
 }
 
 TEST(Dib, DrawsPicturesOfOtherDepths) {
-  // 8 bits with a two-colour table, top-down.
-  HGLOBAL h = MakeBlock(2, -1, 8, 2, 0, 8);
-  auto *b = static_cast<uint8_t *>(GlobalLock(h));
-  std::memcpy(b + 40, "\x00\x00\xFF\x00\xFF\x00\x00\x00", 8);  // red, blue
-  b[48] = 1;
-  GlobalUnlock(h);
-  CDib pal(h);
+  // 8 bits with a two-colour table (red, blue), top-down.
+  CDib pal(MakeBlock(2, -1, 8, 2, 0, 8, {"\x00\x00\xFF\x00\xFF\x00\x00\x00\x01\x00", 10}));
   QImage p = Painted(pal, {2, 1}, {0, 0, 2, 1});
   EXPECT_EQ(p.pixel(0, 0), qRgb(0, 0, 255));
   EXPECT_EQ(p.pixel(1, 0), qRgb(255, 0, 0));
-  // 16 bits, five to a channel.
-  HGLOBAL h16 = MakeBlock(1, 1, 16);
-  const uint16_t green = 0x1F << 5;
-  std::memcpy(static_cast<uint8_t *>(GlobalLock(h16)) + 40, &green, 2);
-  GlobalUnlock(h16);
-  CDib d16(h16);
+  // 16 bits, five to a channel: green is 0x1F << 5.
+  CDib d16(MakeBlock(1, 1, 16, 0, 0, 0, {"\xE0\x03", 2}));
   EXPECT_EQ(Painted(d16, {1, 1}, {0, 0, 1, 1}).pixel(0, 0), qRgb(0, 255, 0));
   // Compressed pictures and blocks shorter than their header claims draw nothing.
   CDib rle(MakeBlock(4, 4, 8, 0, 1, 1024));
@@ -208,32 +203,17 @@ TEST(Dib, DrawsPicturesOfOtherDepths) {
   PlanarFree(planes);
 }
 
-// Reads a file the way opening a photo does.
-CDib Open(const std::string &path, int *code) {
-  RasDesc desc{};
-  *code = RasGetInfo(path.c_str(), &desc);
-  if (*code == RasOk) *code = RasOpen(path.c_str(), 'r', &desc);
-  if (*code != RasOk) return CDib();
-  RasSl sl{};
-  *code = RasMakeSl(&sl, &desc);
-  HGLOBAL h = *code == RasOk ? DibFromScanlines(&desc, &sl, code) : nullptr;
-  RasFreeSl(&sl);
-  RasClose(&desc);
-  return CDib(h);
-}
-
 TEST(Dib, FilesBecomeBottomUpPicturesAndComeBackUnchanged) {
   for (auto [width, height] : {std::pair{1u, 5u}, {2u, 3u}, {3u, 2u}, {4u, 1u}, {5u, 9u}}) {
     const testutil::Picture pic = testutil::Pattern(width, height, 3);
     const std::string in = testutil::TempPath("in.bmp"), out = testutil::TempPath("out.tif");
     ASSERT_EQ(testutil::WritePicture(in, RasFormatBmp, RasModelRgb, pic), RasOk);
-    int code = 0;
-    CDib dib = Open(in, &code);
-    ASSERT_EQ(code, RasOk);
-    const BITMAPINFOHEADER &h = *dib.Header();
+    CKorvelAppDoc doc;
+    ASSERT_TRUE(OpenPhotoFile(&doc, QString::fromStdString(in)));
+    const CDib &dib = doc.ImageAt(0);
     const BITMAPINFOHEADER want{
         40, int32_t(width), int32_t(height), 1, 24, 0, width * height * 3, 0, 0, 0, 0};
-    EXPECT_EQ(std::memcmp(&h, &want, 40), 0);
+    EXPECT_EQ(std::memcmp(dib.Header(), &want, 40), 0);
     EXPECT_GE(GlobalSize(dib.Handle()), 40 + size_t(dib.RowSize()) * height);
     const uint8_t *last = dib.Bits();  // the bottom row is stored first
     EXPECT_EQ(last[0], pic.At(0, height - 1, 2));
@@ -242,14 +222,7 @@ TEST(Dib, FilesBecomeBottomUpPicturesAndComeBackUnchanged) {
       for (uint32_t at = width * 3; at < uint32_t(dib.RowSize()); ++at)
         EXPECT_EQ(dib.RowPointer(int32_t(y))[at], 0) << "padding";
 
-    RasDesc desc{};
-    ASSERT_EQ(RasSetDesc(&desc, RasFormatTiff, width, height, 3, RasModelRgb, 72.0f), RasOk);
-    ASSERT_EQ(RasOpen(out.c_str(), 'w', &desc), RasOk);
-    RasSl sl{};
-    ASSERT_EQ(RasMakeSl(&sl, &desc), RasOk);
-    EXPECT_EQ(DibToScanlines(dib, &desc, &sl), RasOk);
-    RasFreeSl(&sl);
-    ASSERT_EQ(RasClose(&desc), RasOk);
+    ASSERT_TRUE(SavePicture(RasFormatTiff, QString::fromStdString(out), dib));
     testutil::Picture back;
     ASSERT_EQ(testutil::ReadPicture(out, &back), RasOk);
     EXPECT_TRUE(back == pic) << width << "x" << height;

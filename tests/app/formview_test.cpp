@@ -3,12 +3,10 @@
 // and closing with unsaved photos.
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QMimeData>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
-#include <algorithm>
 
 #include "app/buttontextview.h"
 #include "app/document.h"
@@ -24,6 +22,8 @@
 #include "tests/raster/testutil.h"
 
 namespace {
+
+const QSet<int> kThumbnailMode = {1014, 1015, 1037, 1023, 1032, 1017, 1011, 1024, 1012, 1013, 1020};
 
 class Form : public testing::Test {
  protected:
@@ -47,6 +47,29 @@ class Form : public testing::Test {
     return ids;
   }
   QString Help() const { return form->GetButtonTextView()->Text(); }
+  int Zoom() const { return form->ZoomCombo()->currentData().toInt(); }
+  uint32_t ShownWidth() const { return form->GetImageView()->CurrentImage()->Width(); }
+  // Whether the form takes a drag carrying `data`.
+  bool TakesDrag(QMimeData *data) {
+    QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(form, &enter);
+    return enter.isAccepted();
+  }
+  // `command` answers with exactly `text` and leaves the thumbnails as they were.
+  void Refuses(int command, const QString &text) {
+    prompt.messages.clear();
+    form->OnCommand(command);
+    EXPECT_EQ(prompt.messages, QStringList{text}) << command;
+    EXPECT_EQ(doc->EditMode(), 0) << command;
+  }
+  void ExpectThumbnailMode() const {
+    EXPECT_EQ(Visible(), kThumbnailMode);
+    EXPECT_TRUE(form->Control(1014)->isEnabled());
+    EXPECT_TRUE(form->GetThumbView()->isVisible());
+    EXPECT_FALSE(form->GetImageView()->isVisible());
+    EXPECT_EQ(doc->EditMode(), 0);
+    EXPECT_EQ(Help(), LoadKorvelString(1000));
+  }
   void Add(int width, int height, const QString &path = "/photos/p.jpg", uint8_t unsaved = 0) {
     doc->AddImage(MakePhoto(width, height), unsaved, path);
   }
@@ -57,17 +80,11 @@ class Form : public testing::Test {
   CKorvelAppView *form = nullptr;
 };
 
-const QSet<int> kThumbnailMode = {1014, 1015, 1037, 1023, 1032, 1017, 1011, 1024, 1012, 1013, 1020};
-
 TEST_F(Form, StartsInThumbnailModeWithItsControls) {
-  EXPECT_EQ(Visible(), kThumbnailMode);
-  EXPECT_TRUE(form->Control(1014)->isEnabled());
-  EXPECT_TRUE(form->GetThumbView()->isVisible());
-  EXPECT_FALSE(form->GetImageView()->isVisible());
+  ExpectThumbnailMode();
   EXPECT_EQ(form->GetThumbView()->geometry(), QRect(form->WorkAreaOrigin(), QSize(645, 453)));
   EXPECT_EQ(form->WorkAreaOrigin(), QPoint(33, 47));
-  EXPECT_EQ(Help(), LoadKorvelString(1000));
-  EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 100);
+  EXPECT_EQ(Zoom(), 100);
   EXPECT_EQ(app.MainFrame()->windowTitle(), "Korvel");
   EXPECT_EQ(app.MainFrame()->size(), QSize(800, 585));
   // F1 brings the About box from anywhere in the window.
@@ -94,73 +111,55 @@ TEST_F(Form, EditModeAndEachToolShowTheirOwnButtons) {
   EXPECT_FALSE(form->GetThumbView()->isVisible());
   EXPECT_EQ(Help(), LoadKorvelString(1021));
 
-  struct Tool {
-    int command;
-    QSet<int> shown;
-    const char *mode;
-    int help;
-  };
-  const Tool tools[] = {
+  const std::tuple<int, QSet<int>, const char *, int> tools[] = {
       {1011, {1010, 1018, 1003, 1002}, "CROP", 1007},
       {1012, {1005, 1006, 1018, 1003, 1002}, "", 1009},
       {1024, {1030, 1029, 1026, 1025, 1018, 1003, 1002}, "COLORCORRECTION", 1008},
       {1013, {1031, 1018, 1003, 1002}, "REDEYE", 1010},
       {1011, {1010, 1018, 1003, 1002}, "CROP", 1007},  // and nothing of red eye stays
   };
-  for (const Tool &t : tools) {
-    form->OnCommand(t.command);
-    EXPECT_EQ(Visible(), edit + t.shown) << t.command;
-    EXPECT_EQ(form->GetImageView()->Mode(), t.mode) << t.command;
-    EXPECT_EQ(Help(), LoadKorvelString(t.help)) << t.command;
+  for (const auto &[command, shown, mode, help] : tools) {
+    SCOPED_TRACE(command);
+    form->OnCommand(command);
+    EXPECT_EQ(Visible(), edit + shown);
+    EXPECT_EQ(form->GetImageView()->Mode(), mode);
+    EXPECT_EQ(Help(), LoadKorvelString(help));
   }
   form->OnCommand(1013);
   EXPECT_FALSE(form->Control(1031)->isEnabled());  // shown, but the click does the work
   EXPECT_TRUE(prompt.messages.isEmpty());
 
   form->OnCommand(1033);  // back to the thumbnails: nothing changed, no question
-  EXPECT_EQ(Visible(), kThumbnailMode);
-  EXPECT_TRUE(form->Control(1014)->isEnabled());
-  EXPECT_EQ(doc->EditMode(), 0);
-  EXPECT_EQ(Help(), LoadKorvelString(1000));
+  ExpectThumbnailMode();
 }
 
 TEST_F(Form, RefusalsTellWhyAndChangeNothing) {
-  form->OnCommand(1011);
-  EXPECT_EQ(prompt.messages.value(0), "Please select an image that you would like to edit");
+  const QString edit = "Please select an image that you would like to edit";
+  Refuses(1011, edit);
   EXPECT_EQ(Help(), LoadKorvelString(1007));  // the help changes all the same
   EXPECT_EQ(Visible(), kThumbnailMode);
-  form->OnCommand(1022);
-  EXPECT_EQ(prompt.messages.value(1), "Please select an image that you would like to edit");
-  form->OnCommand(1017);
-  EXPECT_EQ(prompt.messages.value(2),
-            "Please select an image that you would like to remove from your work area");
+  Refuses(1022, edit);
+  Refuses(1017, "Please select an image that you would like to remove from your work area");
 
   Add(641, 480);
   Add(640, 481);
   Add(640, 480);
   doc->SetCurrentIndex(0);
   doc->Selection() = {0, 2};
-  form->OnCommand(1012);
-  EXPECT_EQ(prompt.messages.value(3), "Please select only one image that you would like to edit");
-  form->OnCommand(32772);
-  EXPECT_EQ(prompt.messages.value(4),
-            "Please select only one image that you would like to remove from your work area");
-  EXPECT_EQ(doc->EditMode(), 0);
+  Refuses(1012, "Please select only one image that you would like to edit");
+  Refuses(32772, "Please select only one image that you would like to remove from your work area");
 
   doc->Selection().clear();
-  const QString tooLarge = "Color correction is not supported for images larger than 640x480";
   for (int index : {0, 1}) {
     const QString help = Help();
     doc->SetCurrentIndex(index);
-    form->OnCommand(1024);
-    EXPECT_EQ(prompt.messages.last(), tooLarge);
+    Refuses(1024, "Color correction is not supported for images larger than 640x480");
     EXPECT_EQ(Help(), help);  // not even the help changes
-    EXPECT_EQ(doc->EditMode(), 0);
   }
   doc->SetCurrentIndex(2);
-  const int before = int(prompt.messages.size());
+  prompt.messages.clear();
   form->OnCommand(1024);
-  EXPECT_EQ(prompt.messages.size(), before);
+  EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_EQ(form->GetImageView()->Mode(), "COLORCORRECTION");
 }
 
@@ -185,26 +184,24 @@ TEST_F(Form, ZoomStepsAndLargePhotosStartAtThreeQuarters) {
   Add(644, 452);
   doc->SetCurrentIndex(0);
   form->OnCommand(32778);
-  EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 75);
-  EXPECT_EQ(form->GetImageView()->CurrentImage()->Width(), 483u);
+  EXPECT_EQ(Zoom(), 75);
+  EXPECT_EQ(ShownWidth(), 483u);
   EXPECT_EQ(form->GetImageView()->CurrentImage()->Height(), 300u);
-  EXPECT_EQ(Help(), LoadKorvelString(1021));
   form->OnCommand(1003);
   doc->SetCurrentIndex(1);
   form->OnCommand(32778);
-  EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 100);
-  EXPECT_EQ(form->GetImageView()->CurrentImage()->Width(), 644u);
-
-  for (int i = 0; i < 5; ++i)
-    form->OnCommand(1007);
-  EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 800);
-  EXPECT_EQ(Help(), LoadKorvelString(1019));
-  EXPECT_EQ(form->GetImageView()->CurrentImage()->Width(), 644u * 8);
-  for (int i = 0; i < 8; ++i)
-    form->OnCommand(1008);
-  EXPECT_EQ(form->ZoomCombo()->currentData().toInt(), 25);
-  EXPECT_EQ(Help(), LoadKorvelString(1020));
-  EXPECT_EQ(form->GetImageView()->CurrentImage()->Width(), 161u);
+  EXPECT_EQ(Zoom(), 100);
+  EXPECT_EQ(ShownWidth(), 644u);
+  // In, past the largest step, then out past the smallest.
+  const std::tuple<int, int, int, uint32_t, int> steps[] = {{1007, 5, 800, 644u * 8, 1019},
+                                                            {1008, 8, 25, 161u, 1020}};
+  for (auto [command, times, zoom, width, help] : steps) {
+    for (int i = 0; i < times; ++i)
+      form->OnCommand(command);
+    EXPECT_EQ(Zoom(), zoom);
+    EXPECT_EQ(Help(), LoadKorvelString(help));
+    EXPECT_EQ(ShownWidth(), width);
+  }
   EXPECT_FALSE(form->GetImageView()->Changed());  // zooming is not an edit
 }
 
@@ -220,7 +217,7 @@ TEST_F(Form, LeavingTheEditorAsksWhetherToKeepChanges) {
   EXPECT_EQ(prompt.messages, QStringList{question});
   EXPECT_EQ(doc->EditMode(), 1);  // cancelled: still editing
   form->OnCommand(1003);
-  EXPECT_EQ(doc->EditMode(), 0);
+  ExpectThumbnailMode();
   EXPECT_EQ(doc->ImageAt(0).Width(), 20u);  // kept: the work area has the turned photo
   EXPECT_EQ(doc->UnsavedAt(0), 1);
   EXPECT_EQ(doc->PathAt(0), "/a/photo.jpg");
@@ -229,15 +226,12 @@ TEST_F(Form, LeavingTheEditorAsksWhetherToKeepChanges) {
   form->OnCommand(32778);
   form->OnCommand(1012);
   form->OnCommand(1005);
-  CImageView *view = form->GetImageView();
-  EXPECT_EQ(view->CurrentImage()->Width(), 30u);
   form->OnCommand(1018);
-  EXPECT_EQ(view->CurrentImage()->Width(), 20u);
+  EXPECT_EQ(ShownWidth(), 20u);
   form->OnCommand(1018);
-  EXPECT_EQ(view->CurrentImage()->Width(), 30u);
-  form->OnCommand(1002);  // keep
+  form->OnCommand(1002);  // keep what the second undo brought back
   EXPECT_EQ(doc->ImageAt(0).Width(), 30u);
-  EXPECT_FALSE(view->Changed());
+  EXPECT_FALSE(form->GetImageView()->Changed());
 }
 
 TEST_F(Form, ClosingTheWindowAsksAboutEveryUnsavedPhoto) {
@@ -263,21 +257,15 @@ TEST_F(Form, ClosingTheWindowAsksAboutEveryUnsavedPhoto) {
 }
 
 TEST_F(Form, DroppedFilesOpenOneByOneInThumbnailMode) {
-  QTemporaryDir dir;
-  const QString good = dir.filePath("drop.bmp"), bad = dir.filePath("notes.txt");
-  ASSERT_EQ(testutil::WritePicture(good.toStdString(), RasFormatBmp, RasModelRgb,
-                                   testutil::Pattern(6, 4, 3)),
+  const std::string goodPath = testutil::TempPath("drop.bmp"),
+                    badPath = testutil::TempPath("x.txt");
+  ASSERT_EQ(testutil::WritePicture(goodPath, RasFormatBmp, RasModelRgb, testutil::Pattern(6, 4, 3)),
             RasOk);
-  QFile text(bad);
-  ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-  text.write("not a photo");
-  text.close();
+  testutil::WriteFile(badPath, {'n', 'o', 't', ' ', 'a', ' ', 'p', 'h', 'o', 't', 'o'});
+  const QString good = QString::fromStdString(goodPath), bad = QString::fromStdString(badPath);
   QMimeData data;
   data.setUrls({QUrl::fromLocalFile(good), QUrl::fromLocalFile(bad), QUrl::fromLocalFile(good)});
-  // A drop reaches the widget that accepted the drag's entry.
-  QDragEnterEvent accepted(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(form, &accepted);
-  EXPECT_TRUE(accepted.isAccepted());
+  EXPECT_TRUE(TakesDrag(&data));  // a drop reaches the widget that accepted the drag's entry
   QDropEvent drop(QPointF(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
   QCoreApplication::sendEvent(form, &drop);
   ASSERT_EQ(doc->Count(), 2);
@@ -286,9 +274,7 @@ TEST_F(Form, DroppedFilesOpenOneByOneInThumbnailMode) {
 
   doc->SetCurrentIndex(0);  // in the editor, drops are not taken
   form->OnCommand(32778);
-  QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-  QCoreApplication::sendEvent(form, &enter);
-  EXPECT_FALSE(enter.isAccepted());
+  EXPECT_FALSE(TakesDrag(&data));
 }
 
 TEST(FormStartUp, OpensTheCommandLineAsOnePath) {

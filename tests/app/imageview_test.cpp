@@ -6,12 +6,12 @@
 #include <QDir>
 #include <QTemporaryDir>
 #include <QTest>
+#include <array>
 
 #include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
-#include "app/photofiles.h"
 #include "colorengine/cc.h"
 #include "edit/dibplanar.h"
 #include "edit/imageview.h"
@@ -19,6 +19,19 @@
 #include "tests/raster/testutil.h"
 
 namespace {
+
+const QString kKeepChanges = "The image has changed. Do you want to keep these changes?";
+
+// A picture whose every pixel is rgbAt(x, y).
+template <class F>
+testutil::Picture Painted(uint32_t width, uint32_t height, F rgbAt) {
+  testutil::Picture pic = testutil::Pattern(width, height, 3);
+  for (uint32_t y = 0; y < height; ++y)
+    for (uint32_t x = 0; x < width; ++x)
+      for (uint32_t k = 0; k < 3; ++k)
+        pic.At(x, y, k) = rgbAt(x, y)[k];
+  return pic;
+}
 
 class Editor : public testing::Test {
  protected:
@@ -33,22 +46,21 @@ class Editor : public testing::Test {
       doc->ReplaceImage(i, doc->ImageAt(i), 0, QString());
     app.MainFrame()->close();
   }
-  // Opens `pic` as a photo file and takes it into the editor.
-  void Edit(const testutil::Picture &pic) {
+  // Opens `pic` as a photo file, takes it into the editor and chooses `tool`.
+  void Edit(const testutil::Picture &pic, int tool) {
     const QString path = dir.filePath("photo.bmp");
     ASSERT_EQ(testutil::WritePicture(path.toStdString(), RasFormatBmp, RasModelRgb, pic), RasOk);
     ASSERT_TRUE(form->OpenPhoto(path));
     doc->SetCurrentIndex(doc->Count() - 1);
     form->OnCommand(32778);
     view->viewport()->grab();  // a paint places the photo
+    o = view->ImageRect().topLeft();
+    form->OnCommand(tool);
   }
-  // The current picture as planes, top row first.
-  testutil::Picture Current() const {
-    testutil::Picture pic;
-    PlanarImage *p = PlanarFromDib(*view->CurrentImage());
-    pic.width = uint32_t(p->width);
-    pic.height = uint32_t(p->height);
-    pic.channels = 3;
+  // A picture as planes, top row first; the one being edited by default.
+  testutil::Picture Current(const CDib *dib = nullptr) const {
+    PlanarImage *p = PlanarFromDib(dib ? *dib : *view->CurrentImage());
+    testutil::Picture pic{uint32_t(p->width), uint32_t(p->height), 3, {}};
     for (int c = 0; c < 3; ++c)
       pic.planes.emplace_back(p->planes[c], p->planes[c] + size_t(p->width) * size_t(p->height));
     PlanarFree(p);
@@ -59,7 +71,17 @@ class Editor : public testing::Test {
     app.MainFrame()->grab();  // a first paint settles the scroll bars
     app.MainFrame()->grab().save(QString(KORVEL_SCREENSHOT_DIR) + "/" + name);
   }
-  void Click(QPoint at) { QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at); }
+  // Press at the first point, move through the rest, release at the last; photo coordinates.
+  void Drag(std::initializer_list<QPoint> path) {
+    QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + *path.begin());
+    for (auto p = path.begin() + 1; p != path.end(); ++p)
+      QTest::mouseMove(view->viewport(), o + *p);
+    QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + *(path.end() - 1));
+  }
+  void Click(QPoint at) { QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, o + at); }
+  CRectTracker::Rect Band(int l, int t, int r, int b) const {
+    return {o.x() + l, o.y() + t, o.x() + r, o.y() + b};
+  }
 
   QTemporaryDir dir;
   ScriptedPrompt prompt;
@@ -67,22 +89,15 @@ class Editor : public testing::Test {
   CKorvelAppDoc *doc = nullptr;
   CKorvelAppView *form = nullptr;
   CImageView *view = nullptr;
+  QPoint o;  // the photo's top-left corner in the viewport
 };
 
-TEST_F(Editor, DraggedBandCropsKeptSavedAndReopened) {
+TEST_F(Editor, DraggedBandCropsAndTheCropIsKept) {
   const testutil::Picture pic = testutil::Pattern(200, 150, 3);
-  Edit(pic);
-  const QPoint origin = view->ImageRect().topLeft();
-  ASSERT_EQ(origin,
-            QPoint(view->ClientRect().width() / 2 - 100, view->ClientRect().height() / 2 - 75));
-  form->OnCommand(1011);
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, origin + QPoint(30, 20));
-  QTest::mouseMove(view->viewport(), origin + QPoint(250, 300));  // outside: band stays
-  QTest::mouseMove(view->viewport(), origin + QPoint(90, 60));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, origin + QPoint(90, 60));
-  const CRectTracker::Rect band = view->Tracker().m_rect;
-  EXPECT_EQ(band, (CRectTracker::Rect{origin.x() + 30, origin.y() + 20, origin.x() + 90,
-                                      origin.y() + 60}));
+  Edit(pic, 1011);
+  ASSERT_EQ(o, QPoint(view->ClientRect().width() / 2 - 100, view->ClientRect().height() / 2 - 75));
+  Drag({{30, 20}, {250, 300}, {90, 60}});  // outside on the way: the band stays
+  EXPECT_EQ(view->Tracker().m_rect, Band(30, 20, 90, 60));
   EXPECT_EQ(view->Tracker().m_nStyle, 9);
   EXPECT_TRUE(view->Changed());  // a band alone counts as a change
   Shot("edit-crop-band.png");
@@ -91,16 +106,12 @@ TEST_F(Editor, DraggedBandCropsKeptSavedAndReopened) {
   ASSERT_EQ(view->CurrentImage()->Width(), 62u);
   ASSERT_EQ(view->CurrentImage()->Height(), 42u);
   EXPECT_TRUE(view->Tracker().m_rect.IsEmpty());
-  Shot("edit-cropped.png");
   form->OnCommand(1002);  // keep
   form->OnCommand(1033);
   EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_EQ(doc->UnsavedAt(0), 1);
 
-  const QString saved = dir.filePath("cropped.bmp");
-  ASSERT_TRUE(SavePicture(RasFormatBmp, saved, doc->ImageAt(0)));
-  testutil::Picture back;
-  ASSERT_EQ(testutil::ReadPicture(saved.toStdString(), &back), RasOk);
+  const testutil::Picture back = Current(&doc->ImageAt(0));
   ASSERT_EQ(back.width, 62u);
   for (uint32_t y = 0; y < back.height; ++y)
     for (uint32_t x = 0; x < back.width; ++x)
@@ -108,53 +119,40 @@ TEST_F(Editor, DraggedBandCropsKeptSavedAndReopened) {
         ASSERT_EQ(back.At(x, y, k), pic.At(x + 29, y + 19, k)) << x << "," << y;
 }
 
-TEST_F(Editor, PressOnTheTopLeftHandleStartsANewBand) {
-  Edit(testutil::Pattern(300, 200, 3));
-  const QPoint o = view->ImageRect().topLeft();
-  form->OnCommand(1011);
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + QPoint(50, 50));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + QPoint(150, 120));
-  // Dragging the bottom-right handle resizes...
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + QPoint(148, 118));
-  QTest::mouseMove(view->viewport(), o + QPoint(180, 140));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + QPoint(180, 140));
-  EXPECT_EQ(view->Tracker().m_rect,
-            (CRectTracker::Rect{o.x() + 50, o.y() + 50, o.x() + 182, o.y() + 142}));
-  // ...and inside moves, never shrinking below 8 x 8.
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + QPoint(100, 100));
-  QTest::mouseMove(view->viewport(), o + QPoint(110, 90));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + QPoint(110, 90));
-  EXPECT_EQ(view->Tracker().m_rect,
-            (CRectTracker::Rect{o.x() + 60, o.y() + 40, o.x() + 192, o.y() + 132}));
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + QPoint(190, 130));
-  QTest::mouseMove(view->viewport(), o + QPoint(20, 20));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + QPoint(20, 20));
-  EXPECT_EQ(view->Tracker().m_rect,
-            (CRectTracker::Rect{o.x() + 60, o.y() + 40, o.x() + 68, o.y() + 48}));
-  // The top-left handle (hit 0) starts a fresh band instead.
-  QTest::mousePress(view->viewport(), Qt::LeftButton, {}, o + QPoint(60, 40));
-  QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + QPoint(70, 90));
-  EXPECT_EQ(view->Tracker().m_rect,
-            (CRectTracker::Rect{o.x() + 60, o.y() + 40, o.x() + 70, o.y() + 90}));
+TEST_F(Editor, TrackerResizesMovesAndRestartsFromTheTopLeftHandle) {
+  Edit(testutil::Pattern(300, 200, 3), 1011);
+  struct Step {
+    QPoint from, to;
+    std::array<int, 4> band;
+  };
+  const Step steps[] = {
+      {{50, 50}, {150, 120}, {50, 50, 150, 120}},
+      {{148, 118}, {180, 140}, {50, 50, 182, 142}},  // bottom-right handle resizes
+      {{100, 100}, {110, 90}, {60, 40, 192, 132}},   // inside moves
+      {{190, 130}, {20, 20}, {60, 40, 68, 48}},      // never below 8 x 8
+      {{60, 40}, {70, 90}, {60, 40, 70, 90}},        // top-left handle (hit 0): a fresh band
+  };
+  for (const Step &s : steps) {
+    Drag({s.from, s.to});
+    EXPECT_EQ(view->Tracker().m_rect, Band(s.band[0], s.band[1], s.band[2], s.band[3]))
+        << s.band[2];
+  }
   // Equal coordinates give an inverted rectangle, as the four tests order it.
   EXPECT_EQ(CImageView::NormalizedRect({5, 5}, {5, 9}), (CRectTracker::Rect{5, 9, 5, 5}));
   EXPECT_EQ(CImageView::NormalizedRect({9, 2}, {3, 7}), (CRectTracker::Rect{3, 2, 9, 7}));
   EXPECT_EQ(CImageView::NormalizedRect({3, 7}, {9, 2}), (CRectTracker::Rect{3, 2, 9, 7}));
 
-  // Leaving with only a band drawn asks; Cancel stays in the editor.
-  prompt.answers = {KorvelPrompt::IDCANCEL};
+  prompt.answers = {KorvelPrompt::IDCANCEL};  // only a band drawn: still asks
   form->OnCommand(1003);
-  EXPECT_EQ(prompt.messages,
-            QStringList{"The image has changed. Do you want to keep these changes?"});
+  EXPECT_EQ(prompt.messages, QStringList{kKeepChanges});
   EXPECT_EQ(doc->EditMode(), 1);
 }
 
 TEST_F(Editor, TurnsWithUndoAsAToggle) {
   const testutil::Picture pic = testutil::Pattern(9, 5, 3);
-  Edit(pic);
-  form->OnCommand(1012);
+  Edit(pic, 1012);
   form->OnCommand(1006);  // right: the left column becomes the top row
-  testutil::Picture right = Current();
+  const testutil::Picture right = Current();
   ASSERT_EQ(right.width, 5u);
   for (uint32_t y = 0; y < 9; ++y)
     for (uint32_t x = 0; x < 5; ++x)
@@ -171,22 +169,15 @@ TEST_F(Editor, TurnsWithUndoAsAToggle) {
 
 TEST_F(Editor, RedEyeGreysThePupilOnly) {
   // A skin-toned face with a red pupil of radius 3 around (40, 30).
-  testutil::Picture face = testutil::Pattern(80, 60, 3);
-  for (uint32_t y = 0; y < 60; ++y)
-    for (uint32_t x = 0; x < 80; ++x) {
-      const bool pupil = (int(x) - 40) * (int(x) - 40) + (int(y) - 30) * (int(y) - 30) <= 9;
-      const uint8_t rgb[3] = {uint8_t(pupil ? 200 : 224), uint8_t(pupil ? 20 : 172),
-                              uint8_t(pupil ? 30 : 140)};
-      for (uint32_t k = 0; k < 3; ++k)
-        face.At(x, y, k) = rgb[k];
-    }
-  Edit(face);
-  form->OnCommand(1013);
-  const QPoint o = view->ImageRect().topLeft();
+  const testutil::Picture face = Painted(80, 60, [](uint32_t x, uint32_t y) {
+    const bool pupil = (int(x) - 40) * (int(x) - 40) + (int(y) - 30) * (int(y) - 30) <= 9;
+    return pupil ? std::array<uint8_t, 3>{200, 20, 30} : std::array<uint8_t, 3>{224, 172, 140};
+  });
+  Edit(face, 1013);
   const HGLOBAL before = view->CurrentImage()->Handle();
-  Click(o + QPoint(-20, 5));  // outside the photo: refused, nothing changes
+  Click({-20, 5});  // outside the photo: refused, nothing changes
   EXPECT_EQ(view->CurrentImage()->Handle(), before);
-  Click(o + QPoint(40, 30));
+  Click({40, 30});
   const testutil::Picture after = Current();
   const uint8_t grey = (200 + 20 + 30 + 1) / 3;
   for (uint32_t k = 0; k < 3; ++k) {
@@ -199,25 +190,18 @@ TEST_F(Editor, RedEyeGreysThePupilOnly) {
 
 TEST_F(Editor, ColourClicksBuildOneCorrectionFromTheOriginal) {
   // A bluish photo: a grey card on the left, sky on the right.
-  testutil::Picture pic = testutil::Pattern(64, 48, 3);
-  for (uint32_t y = 0; y < 48; ++y)
-    for (uint32_t x = 0; x < 64; ++x) {
-      const uint8_t card[3] = {110, 120, 150}, sky[3] = {140, 120, 210};
-      for (uint32_t k = 0; k < 3; ++k)
-        pic.At(x, y, k) = x < 32 ? card[k] : sky[k];
-    }
-  Edit(pic);
-  form->OnCommand(1024);
-  const QPoint o = view->ImageRect().topLeft();
-  Click(o + QPoint(10, 10));  // no tool chosen yet
+  const testutil::Picture pic = Painted(64, 48, [](uint32_t x, uint32_t) {
+    return x < 32 ? std::array<uint8_t, 3>{110, 120, 150} : std::array<uint8_t, 3>{140, 120, 210};
+  });
+  Edit(pic, 1024);
+  Click({10, 10});  // no tool chosen yet
   EXPECT_EQ(prompt.messages,
             QStringList{"Please Select a Color Correction tool and then click on the image"});
   EXPECT_EQ(view->ColorParams()->pointCount, 0);
-
   form->OnCommand(1026);  // neutrals
-  Click(o + QPoint(10, 10));
+  Click({10, 10});
   form->OnCommand(1030);  // sky
-  Click(o + QPoint(50, 20));
+  Click({50, 20});
   ASSERT_EQ(view->ColorParams()->pointCount, 2);
   EXPECT_EQ(view->ColorTool(), 2);
   const testutil::Picture twoClicks = Current();
@@ -230,29 +214,25 @@ TEST_F(Editor, ColourClicksBuildOneCorrectionFromTheOriginal) {
   params.points[0] = CcPoint{3, 10, 10};
   params.points[1] = CcPoint{2, 50, 20};
   params.pointCount = 2;
-  PlanarImage *source = PlanarCreate(64, 48, 3), *result = PlanarCreate(64, 48, 3);
-  for (int c = 0; c < 3; ++c)
+  PlanarImage *source = PlanarCreate(64, 48, 3);
+  testutil::Picture result = pic;
+  CcPixelRow from{}, to{};  // the planes as one long row
+  for (int c = 0; c < 3; ++c) {
     std::memcpy(source->planes[c], pic.planes[c].data(), 64 * 48);
+    from.channel[c] = source->planes[c];
+    to.channel[c] = result.planes[c].data();
+  }
   CcTransform transform{};
   ASSERT_EQ(CcBuildTransform(&params, source, &transform), 0);
-  for (int y = 0; y < 48; ++y) {
-    CcPixelRow from{}, to{};
-    for (int c = 0; c < 3; ++c) {
-      from.channel[c] = source->planes[c] + y * 64;
-      to.channel[c] = result->planes[c] + y * 64;
-    }
-    ASSERT_EQ(CcApplySl(&transform, 64, &from, 1, &to, 1), 0);
-  }
+  EXPECT_EQ(CcApplySl(&transform, 64 * 48, &from, 1, &to, 1), 0);
   (void)CcFreeTransform(&transform);
-  for (int c = 0; c < 3; ++c)
-    EXPECT_EQ(std::memcmp(result->planes[c], twoClicks.planes[c].data(), 64 * 48), 0) << c;
   PlanarFree(source);
-  PlanarFree(result);
+  EXPECT_TRUE(result == twoClicks);
 
   form->OnCommand(1018);  // undo drops the last click
   EXPECT_EQ(view->ColorParams()->pointCount, 1);
   for (int i = 0; i < 60; ++i)
-    Click(o + QPoint(5 + i % 50, 5));
+    Click({5 + i % 50, 5});
   EXPECT_EQ(view->ColorParams()->pointCount, CcMaxPoints);  // the rest turned away
   EXPECT_GT(prompt.beeps, 0);
 }
