@@ -28,7 +28,7 @@ HGLOBAL MakeBlock(int32_t width, int32_t height, uint16_t bpp, uint32_t clrUsed 
   BITMAPINFOHEADER header{40, width, height, 1, bpp, compression, 0, 0, 0, clrUsed, 0};
   auto *b = static_cast<uint8_t *>(GlobalLock(h));
   std::memcpy(b, &header, sizeof header);
-  std::memcpy(b + 40, bytes.data(), bytes.size());
+  if (!bytes.empty()) std::memcpy(b + 40, bytes.data(), bytes.size());
   GlobalUnlock(h);
   return h;
 }
