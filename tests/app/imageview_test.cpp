@@ -12,6 +12,7 @@
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "app/photofiles.h"
 #include "colorengine/cc.h"
 #include "edit/dibplanar.h"
 #include "edit/imageview.h"
@@ -111,7 +112,11 @@ TEST_F(Editor, DraggedBandCropsAndTheCropIsKept) {
   EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_EQ(doc->UnsavedAt(0), 1);
 
-  const testutil::Picture back = Current(&doc->ImageAt(0));
+  // Saved as BMP and opened again, the photo is the crop.
+  const QString saved = dir.filePath("cropped.bmp");
+  ASSERT_TRUE(SavePicture(RasFormatBmp, saved, doc->ImageAt(0)));
+  ASSERT_TRUE(form->OpenPhoto(saved));
+  const testutil::Picture back = Current(&doc->ImageAt(1));
   ASSERT_EQ(back.width, 62u);
   for (uint32_t y = 0; y < back.height; ++y)
     for (uint32_t x = 0; x < back.width; ++x)
