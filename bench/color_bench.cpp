@@ -1,9 +1,10 @@
-// Times CcApplySl through a 27-node grid (8-bit nodes, 8-bit in and out) over
-// a 24-Mpixel three-plane photo against Little CMS 2 applying the same grid
+// Times CcApplyRows through a 27-node grid (8-bit nodes, 8-bit in and out) over
+// a 24-Mpixel three-plane photo, on one thread and on all, against Little CMS
+// 2 (which runs on one thread unless told otherwise) applying the same grid
 // to the same pixels, planar and interleaved, with its default optimisations
 // and with its fastest flags; then CcBuildTransform for one and ten clicks
 // on a 640x480 photo against the 20 ms an editing click may take:
-//   bench NAME ours_ms=X peer=P peer_ms=Y ratio=X/Y
+//   bench NAME ours_ms=X ours_1t_ms=Z peer=P peer_ms=Y ratio=X/Y ratio_1t=Z/Y
 // Usage: color_bench RUNS
 #include <lcms2.h>
 
@@ -12,7 +13,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "bench/timing.h"
+#include "bench/threads.h"
+#include "colorengine/apply.h"
 #include "colorengine/cc.h"
 #include "edit/pixels/pixels.h"
 
@@ -48,18 +50,15 @@ CcParams Clicks(int count, const PlanarImage &photo) {
   return params;
 }
 
-// Row by row, as the editing view applies a transform.
+// The whole photo in one call, as the editing view applies a transform.
 int ApplyOurs(const CcTransform &t, const PlanarImage &src, uint8_t *const dst[3],
               uint32_t dstStep) {
-  int code = 0;
   const uint32_t width = static_cast<uint32_t>(src.width);
-  for (int32_t y = 0; y < src.height; ++y) {
-    const size_t in = size_t(y) * size_t(src.rowStride), out = size_t(y) * width * dstStep;
-    CcPixelRow from{{src.planes[0] + in, src.planes[1] + in, src.planes[2] + in, nullptr}};
-    CcPixelRow to{{dst[0] + out, dst[1] + out, dst[2] + out, nullptr}};
-    code |= CcApplySl(&t, width, &from, static_cast<uint32_t>(src.pixelStep), &to, dstStep);
-  }
-  return code;
+  CcPixelRow from{{src.planes[0], src.planes[1], src.planes[2], nullptr}};
+  CcPixelRow to{{dst[0], dst[1], dst[2], nullptr}};
+  return CcApplyRows(&t, width, static_cast<uint32_t>(src.height), &from,
+                     static_cast<uint32_t>(src.pixelStep), src.rowStride, &to, dstStep,
+                     static_cast<ptrdiff_t>(width) * dstStep);
 }
 
 // The same grid as an lcms2 device link: one CLUT stage of 27 points per
@@ -129,9 +128,9 @@ int main(int argc, char **argv) {
   for (const bool planar : {true, false}) {
     uint8_t *const planes[3] = {ours.data(), ours.data() + pixels, ours.data() + 2 * pixels};
     uint8_t *const packed[3] = {ours.data(), ours.data() + 1, ours.data() + 2};
-    double mine;
+    ThreadedMs mine;
     if (planar) {
-      mine = MedianMs(runs, [&] { return ApplyOurs(t, *photo, planes, 1) == 0; });
+      mine = MedianMsThreaded(runs, [&] { return ApplyOurs(t, *photo, planes, 1) == 0; });
     } else {
       // Interleaved source rows as well: the same pixels, stride 3 both ways.
       PlanarImage packedPhoto = *photo;
@@ -139,7 +138,7 @@ int main(int argc, char **argv) {
       packedPhoto.rowStride = 3 * width;
       for (int c = 0; c < 3; ++c)
         packedPhoto.planes[c] = interleaved.data() + c;
-      mine = MedianMs(runs, [&] { return ApplyOurs(t, packedPhoto, packed, 3) == 0; });
+      mine = MedianMsThreaded(runs, [&] { return ApplyOurs(t, packedPhoto, packed, 3) == 0; });
     }
     for (const auto &peer : kPeers) {
       const cmsUInt32Number format = planar ? TYPE_RGB_8_PLANAR : TYPE_RGB_8;
@@ -155,10 +154,10 @@ int main(int argc, char **argv) {
       char name[64];
       std::snprintf(name, sizeof name, "color_apply_%s%s", planar ? "planar" : "interleaved",
                     peer.suffix);
-      PrintBench(name, mine, peer.peer, lcms);
-      std::fprintf(stderr, "%s: %.0f Mpixel/s, largest difference from %s %d\n", name,
-                   pixels / mine / 1000.0, peer.peer,
-                   MaxDifference(ours.data(), theirs.data(), bytes));
+      PrintBenchThreaded(name, mine, peer.peer, lcms);
+      std::printf("info %s mpixel_s=%.0f mpixel_s_1t=%.0f largest_difference=%d\n", name,
+                  pixels / mine.all / 1000.0, pixels / mine.one / 1000.0,
+                  MaxDifference(ours.data(), theirs.data(), bytes));
     }
   }
   cmsCloseProfile(link);

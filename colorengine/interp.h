@@ -53,6 +53,12 @@ class Tetrahedra {
       corner1_[i] = rows[i][0], corner2_[i] = rows[i][1];
   }
 
+  // The two middle corners of each row, for kernels that pick a row for
+  // several pixels at once.
+  const uint32_t *Corners1() const { return corner1_; }
+  const uint32_t *Corners2() const { return corner2_; }
+  uint32_t Far() const { return far_; }
+
   void Pick(uint32_t f0, uint32_t f1, uint32_t f2, Simplex<3> *t) const {
     const uint32_t row = (uint32_t{f0 >= f1} << 2) | (uint32_t{f0 >= f2} << 1) | uint32_t{f1 >= f2};
     const uint32_t high = f0 > f1 ? f0 : f1, low = f0 > f1 ? f1 : f0;

@@ -202,6 +202,32 @@ struct AxisTables {
   }
 };
 
+// What the vector interpolators need of a row of the editing view's member
+// (8-bit nodes, samples and curves; three inputs and outputs).
+struct Interp8x3 {
+  const uint8_t *grid;
+  const uint32_t *offsets[3];
+  const uint16_t *fractions[3];
+  const uint32_t *corner1, *corner2;  // per row of the tetrahedron table
+  uint32_t far, shift, rounding;
+  const uint8_t *curve[3];
+  bool identity;
+  const uint8_t *src[3];
+  uint8_t *dst[3];
+  uint32_t srcStride, dstStride;
+};
+
+// The instruction sets the vector interpolators are written for, in order.
+enum class VectorLevel { kScalar, kSse41, kAvx2 };
+// The best the processor runs.
+VectorLevel BestVectorLevel();
+// Limits the interpolators to `level` (at most the best); returns the old one.
+// For comparing every level with the scalar loop.
+VectorLevel SetVectorLevel(VectorLevel level);
+// Runs the first pixels of the row, a whole number of vector widths; returns
+// how many it did (0 when no vector form runs here).
+uint32_t Interp8x3Vector(const Interp8x3 &row, uint32_t count);
+
 // The interpolators: locate the pixel in the grid, pick its simplex, sum the
 // corners' node values by weight, scale back with the context's shift and
 // rounding, and write each output channel through its output curve.
@@ -228,7 +254,29 @@ int32_t InterpPixels(const CcTransformContext *c, uint32_t count, const CcPixelR
   // One running byte offset per side rather than a pointer per channel: the
   // channel pointers then stay put and the loop keeps fewer values alive.
   size_t from = 0, to = 0;
-  for (uint32_t i = 0; i < count; ++i, from += srcStride, to += dstStride) {
+  uint32_t i = 0;
+  // The editing view's member (W = 3 means three output channels, so nodes
+  // lie three bytes apart) goes through a vector form first.
+  if constexpr (sizeof(Node) == 1 && sizeof(In) == 1 && sizeof(Out) == 1 && Inputs == 3 && W == 3) {
+    const Interp8x3 row{grid,
+                        {axis[0].offsets, axis[1].offsets, axis[2].offsets},
+                        {axis[0].fractions, axis[1].fractions, axis[2].fractions},
+                        cube.Corners1(),
+                        cube.Corners2(),
+                        cube.Far(),
+                        shift,
+                        rounding,
+                        {out.curve[0], out.curve[1], out.curve[2]},
+                        Identity,
+                        {s[0], s[1], s[2]},
+                        {d[0], d[1], d[2]},
+                        srcStride,
+                        dstStride};
+    i = Interp8x3Vector(row, count);
+    from = size_t{i} * srcStride;
+    to = size_t{i} * dstStride;
+  }
+  for (; i < count; ++i, from += srcStride, to += dstStride) {
     uint32_t base = 0, f[Inputs];
     for (int a = 0; a < Inputs; ++a) {
       const In x = Load<In>(s[a] + from);

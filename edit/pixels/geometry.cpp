@@ -10,6 +10,7 @@
 #endif
 
 #include "edit/pixels/pixels.h"
+#include "platform/workers.h"
 
 namespace {
 
@@ -171,6 +172,52 @@ void HalfTurnRow(const Walk &s, const Walk &d, int32_t width, int32_t r) {
   CopyScalar(s, d, 0, width, r, r + 1);
 }
 
+// Enlargement's destination rows: each source pixel written k times along a
+// row, each source row k times down the picture.
+struct Replicate {
+  const PlanarImage *src;
+  PlanarImage *dst;
+  int64_t k, oy, sx, phase;
+
+  void Rows(int32_t j0, int32_t j1) const {
+    const ptrdiff_t sStep = src->pixelStep;
+    const ptrdiff_t dStep = dst->pixelStep;
+    const int32_t sw = src->width, dw = dst->width;
+    int64_t previousRow = -1;
+    for (int32_t j = j0; j < j1; ++j) {
+      const int64_t row = std::min<int64_t>((j + oy) / k, src->height - 1);
+      for (int32_t c = 0; c < src->channels; ++c) {
+        uint8_t *to = dst->planes[c] + static_cast<ptrdiff_t>(j) * dst->rowStride;
+        if (row == previousRow) {
+          // Same source row as the destination row above: repeat that row.
+          const uint8_t *above = to - dst->rowStride;
+          if (dStep == 1) {
+            std::memmove(to, above, static_cast<size_t>(dw));
+          } else {
+            for (int32_t x = 0; x < dw; ++x)
+              to[x * dStep] = above[x * dStep];
+          }
+          continue;
+        }
+        const uint8_t *from = src->planes[c] + static_cast<ptrdiff_t>(row) * src->rowStride;
+        if (k == 1 && sStep == 1 && dStep == 1 && sx + dw <= sw) {
+          std::memmove(to, from + sx, static_cast<size_t>(dw));  // 100 %: a plain copy
+          continue;
+        }
+        int64_t column = sx;
+        int64_t run = k - phase;
+        for (int64_t x = 0; x < dw; column = std::min<int64_t>(column + 1, sw - 1), run = k) {
+          const uint8_t value = from[column * sStep];
+          const int64_t end = std::min<int64_t>(x + run, dw);
+          for (; x < end; ++x)
+            to[x * dStep] = value;
+        }
+      }
+      previousRow = row;
+    }
+  }
+};
+
 }  // namespace
 
 int RotateImage(const PlanarImage *src, int mode, PlanarImage *dst, PixProgress progress) {
@@ -206,21 +253,31 @@ int RotateImage(const PlanarImage *src, int mode, PlanarImage *dst, PixProgress 
     d[c] = Walk{dst->planes[c], dst->pixelStep, dst->rowStride};
   }
 
-  if (!turned) {
-    for (int32_t r = 0; r < dh; ++r) {
-      for (int32_t c = 0; c < src->channels; ++c)
-        HalfTurnRow(s[c], d[c], dw, r);
-      if (const int code = Report(progress, r, dh); code != 0) return code;
+  const int32_t channels = src->channels;
+  // Destination rows [r0, r1), band by band; every row is written from the
+  // source alone, so bands may be shared out among threads in any way.
+  const auto rows = [&](int64_t r0, int64_t r1) {
+    for (int32_t b0 = static_cast<int32_t>(r0); b0 < r1; b0 += kBand) {
+      const int32_t b1 = static_cast<int32_t>(std::min<int64_t>(b0 + kBand, r1));
+      for (int32_t c = 0; c < channels; ++c) {
+        if (turned) {
+          QuarterTurnPlane(s[c], d[c], dw, b0, b1);
+        } else {
+          for (int32_t r = b0; r < b1; ++r)
+            HalfTurnRow(s[c], d[c], dw, r);
+        }
+      }
     }
+  };
+  if (!progress) {
+    SplitWork(dh, kTile, rows);
     return 0;
   }
-
-  // A band of rows is finished before any of its rows is reported; the rows
-  // are still reported one by one and in order.
-  for (int32_t r0 = 0; r0 < dh; r0 += kBand) {
-    const int32_t r1 = std::min(r0 + kBand, dh);
-    for (int32_t c = 0; c < src->channels; ++c)
-      QuarterTurnPlane(s[c], d[c], dw, r0, r1);
+  // With a callback the rows are reported one by one and in order, each
+  // after its band is finished, and a stop leaves later bands unwritten.
+  for (int32_t r0 = 0; r0 < dh; r0 += turned ? kBand : 1) {
+    const int32_t r1 = std::min(r0 + (turned ? kBand : 1), dh);
+    rows(r0, r1);
     for (int32_t r = r0; r < r1; ++r) {
       if (const int code = Report(progress, r, dh); code != 0) return code;
     }
@@ -281,39 +338,15 @@ int EnlargeImage(const PlanarImage *src, float fx, float fy, int32_t factor, Pla
   // A destination larger than the enlarged picture is accepted (its excess
   // counts as 0); the part beyond the picture repeats the last source column
   // and row, so no byte is left unwritten and nothing is read past the source.
-  const ptrdiff_t sStep = src->pixelStep;
-  const ptrdiff_t dStep = dst->pixelStep;
-  int64_t previousRow = -1;
+  const Replicate replicate{src, dst, k, oy, sx, phase};
+  if (!progress) {
+    SplitWork(dh, 1, [&](int64_t j0, int64_t j1) {
+      replicate.Rows(static_cast<int32_t>(j0), static_cast<int32_t>(j1));
+    });
+    return 0;
+  }
   for (int32_t j = 0; j < dh; ++j) {
-    const int64_t row = std::min<int64_t>((j + oy) / k, sh - 1);
-    for (int32_t c = 0; c < src->channels; ++c) {
-      uint8_t *to = dst->planes[c] + static_cast<ptrdiff_t>(j) * dst->rowStride;
-      if (row == previousRow) {
-        // Same source row as the destination row above: repeat that row.
-        const uint8_t *above = to - dst->rowStride;
-        if (dStep == 1) {
-          std::memmove(to, above, static_cast<size_t>(dw));
-        } else {
-          for (int32_t x = 0; x < dw; ++x)
-            to[x * dStep] = above[x * dStep];
-        }
-        continue;
-      }
-      const uint8_t *from = src->planes[c] + static_cast<ptrdiff_t>(row) * src->rowStride;
-      if (k == 1 && sStep == 1 && dStep == 1 && sx + dw <= sw) {
-        std::memmove(to, from + sx, static_cast<size_t>(dw));  // 100 %: a plain copy
-        continue;
-      }
-      int64_t column = sx;
-      int64_t run = k - phase;
-      for (int64_t x = 0; x < dw; column = std::min<int64_t>(column + 1, sw - 1), run = k) {
-        const uint8_t value = from[column * sStep];
-        const int64_t end = std::min<int64_t>(x + run, dw);
-        for (; x < end; ++x)
-          to[x * dStep] = value;
-      }
-    }
-    previousRow = row;
+    replicate.Rows(j, j + 1);
     if (const int code = Report(progress, j, dh); code != 0) return code;
   }
   return 0;

@@ -31,6 +31,7 @@
 
 #include "edit/pixels/pixels.h"
 #include "edit/pixels/reduce_kernel.h"
+#include "platform/workers.h"
 #include "raster/ras.h"
 
 namespace {
@@ -113,15 +114,19 @@ class SourceRows {
     return 0;
   }
 
-  const uint8_t *Row(int32_t channel, int32_t row) {
+  // Every row of a direct source is there from the start.
+  bool Direct() const { return direct_; }
+
+  const uint8_t *Row(int32_t channel, int32_t row) const {
     if (direct_) return src_->planes[channel] + static_cast<int64_t>(row) * src_->rowStride;
-    return Slot(channel, row);
+    return ring_.data() + SlotAt(channel, row);
   }
 
  private:
-  uint8_t *Slot(int32_t channel, int32_t row) {
-    return ring_.data() + (static_cast<size_t>(channel) * depth_ + row % depth_) * width_;
+  size_t SlotAt(int32_t channel, int32_t row) const {
+    return (static_cast<size_t>(channel) * depth_ + row % depth_) * width_;
   }
+  uint8_t *Slot(int32_t channel, int32_t row) { return ring_.data() + SlotAt(channel, row); }
 
   RasDesc *file_;
   const PlanarImage *src_;
@@ -290,31 +295,27 @@ class Reducer {
     }
     dst->width = dw_;
     dst->height = dh_;
-    const int32_t taps = kernel_.taps;
-    std::vector<const uint8_t *> rows(static_cast<size_t>(vTaps_));
-    int16_t *mid = line_.data() + padLeft_;
-    const size_t rightStart = static_cast<size_t>(padLeft_) + sw_;
+    // Rows of a source in memory can be read by any thread in any order, so
+    // without a callback to report to in order the rows are shared out; each
+    // thread blends into a line of its own.
+    if (source.Direct() && !progress) {
+      bool failed = false;
+      SplitWork(dh_, 8, [&](int64_t r0, int64_t r1) {
+        try {
+          Scratch scratch(*this);
+          for (int64_t r = r0; r < r1; ++r)
+            Row(source, dst, static_cast<int32_t>(r), scratch);
+        } catch (const std::bad_alloc &) {
+          failed = true;
+        }
+      });
+      return failed ? -3 : 0;
+    }
+    Scratch scratch(*this);
     for (int32_t r = 0; r < dh_; ++r) {
-      const Place place = PlaceOf(static_cast<int64_t>(r) * step_);
-      const int64_t first = place.index - kernel_.lead;
-      const int code =
-          source.Through(static_cast<int32_t>(std::min<int64_t>(first + taps - 1, sh_ - 1)));
+      const int code = source.Through(LastRowFor(r));
       if (code != 0) return code;
-      for (int32_t c = 0; c < channels_; ++c) {
-        for (int32_t t = 0; t < taps; ++t)
-          rows[t] = source.Row(c, static_cast<int32_t>(std::clamp<int64_t>(first + t, 0, sh_ - 1)));
-        if (vTaps_ > taps) rows[taps] = rows[0];  // its weight is 0
-        BlendRows(rows.data(), vertical_.data() + place.phase * vTaps_, vTaps_ / 2, sw_, mid);
-        std::fill_n(line_.data(), padLeft_, mid[0]);
-        std::fill(line_.begin() + static_cast<ptrdiff_t>(rightStart), line_.end(), mid[sw_ - 1]);
-        uint8_t *out = dst->planes[c] + static_cast<int64_t>(r) * dst->rowStride;
-        if (taps <= kShortTaps)
-          FilterShort(line_.data(), starts_.data(), columnWeights_.data(), hTaps_, dw_, out,
-                      dst->pixelStep);
-        else
-          FilterWide(line_.data(), starts_.data(), phaseRows_.data(), taps, dw_, out,
-                     dst->pixelStep);
-      }
+      Row(source, dst, r, scratch);
       if (progress) {
         const int stop = progress(static_cast<float>(r + 1) / static_cast<float>(dh_));
         if (stop != 0) return stop;
@@ -324,6 +325,49 @@ class Reducer {
   }
 
  private:
+  // One thread's working rows: the blended line with its repeated edges and
+  // the source rows under the vertical kernel.
+  struct Scratch {
+    std::vector<int16_t> line;
+    std::vector<const uint8_t *> rows;
+    explicit Scratch(const Reducer &r)
+        : line(static_cast<size_t>(r.padLeft_) + r.sw_ + r.hTaps_ + 2, 0),
+          rows(static_cast<size_t>(r.vTaps_)) {}
+  };
+
+  int64_t FirstRowFor(int32_t r) const {
+    return PlaceOf(static_cast<int64_t>(r) * step_).index - kernel_.lead;
+  }
+  int32_t LastRowFor(int32_t r) const {
+    return static_cast<int32_t>(std::min<int64_t>(FirstRowFor(r) + kernel_.taps - 1, sh_ - 1));
+  }
+
+  // Destination row r of every channel, once its source rows are available.
+  void Row(SourceRows &source, PlanarImage *dst, int32_t r, Scratch &scratch) const {
+    const int32_t taps = kernel_.taps;
+    const int32_t phase = PlaceOf(static_cast<int64_t>(r) * step_).phase;
+    const int64_t first = FirstRowFor(r);
+    int16_t *mid = scratch.line.data() + padLeft_;
+    const size_t rightStart = static_cast<size_t>(padLeft_) + sw_;
+    for (int32_t c = 0; c < channels_; ++c) {
+      for (int32_t t = 0; t < taps; ++t)
+        scratch.rows[t] =
+            source.Row(c, static_cast<int32_t>(std::clamp<int64_t>(first + t, 0, sh_ - 1)));
+      if (vTaps_ > taps) scratch.rows[taps] = scratch.rows[0];  // its weight is 0
+      BlendRows(scratch.rows.data(), vertical_.data() + phase * vTaps_, vTaps_ / 2, sw_, mid);
+      std::fill_n(scratch.line.data(), padLeft_, mid[0]);
+      std::fill(scratch.line.begin() + static_cast<ptrdiff_t>(rightStart), scratch.line.end(),
+                mid[sw_ - 1]);
+      uint8_t *out = dst->planes[c] + static_cast<int64_t>(r) * dst->rowStride;
+      if (taps <= kShortTaps)
+        FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, dw_, out,
+                    dst->pixelStep);
+      else
+        FilterWide(scratch.line.data(), starts_.data(), phaseRows_.data(), taps, dw_, out,
+                   dst->pixelStep);
+    }
+  }
+
   // Per destination column: where its taps start in the blended row and its
   // weights. The blended row repeats the edge samples, so no loop clamps.
   void Prepare() {
@@ -341,7 +385,6 @@ class Reducer {
     }
     hTaps_ = taps <= 4 ? 4 : (taps + 7) / 8 * 8;
     padLeft_ = kernel_.lead;
-    line_.assign(static_cast<size_t>(padLeft_) + sw_ + hTaps_ + 2, 0);
     starts_.resize(static_cast<size_t>(dw_));
     if (taps <= kShortTaps)
       columnWeights_.assign(static_cast<size_t>(dw_) * hTaps_, 0);
@@ -365,7 +408,6 @@ class Reducer {
   int32_t hTaps_ = 0;  // taps rounded up for the horizontal pass's lanes
   int32_t padLeft_ = 0;
   std::vector<int16_t> vertical_;           // 14-bit weight rows, vTaps_ each
-  std::vector<int16_t> line_;               // one blended row with repeated edges
   std::vector<int32_t> starts_;             // per column, into line_
   std::vector<int16_t> columnWeights_;      // short kernels: hTaps_ per column
   std::vector<const int32_t *> phaseRows_;  // wide kernels: 16.16 row per column

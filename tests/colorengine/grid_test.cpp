@@ -8,9 +8,16 @@
 #include <random>
 #include <vector>
 
+#include "colorengine/apply.h"
 #include "colorengine/cc.h"
+#include "colorengine/rows.h"
+#include "platform/workers.h"
 
 namespace {
+
+// Several worker threads even on a one-core machine, so that the split paths
+// run; a KORVEL_THREADS given from outside is kept.
+const bool kThreadsSet = setenv("KORVEL_THREADS", "4", 0) == 0;
 
 // Simplex interpolation in real numbers: walk from the cell's base node along
 // the axes in decreasing order of fraction (lower axis first on ties).
@@ -231,3 +238,53 @@ TEST(CcInterp, IdentityGridReturnsItsInput) {
 }
 
 }  // namespace
+// The vector forms and the rows shared among threads give the scalar loop's
+// bytes, planar and interleaved, with identity and narrowed output curves, on
+// shapes that leave every possible tail and split.
+TEST(CcInterp, VectorFormsAndThreadsGiveTheScalarBytes) {
+  ASSERT_TRUE(kThreadsSet);
+  std::mt19937 rng(77);
+  Reference ref;
+  CcTransformContext *c = RandomGrid({1, 1, 1}, 3, rng, &ref);
+  CcTransform t{};
+  CcFillTransform(&t, c);
+  const struct {
+    uint32_t width, height;
+  } kShapes[] = {{701, 203}, {1, 140000}, {70000, 1}, {17, 9000}, {1, 1}, {13, 3}, {31, 2}};
+  using cc::VectorLevel;
+  for (const bool narrowed : {false, true}) {
+    for (int k = 0; k < 3 && narrowed; ++k)
+      ASSERT_EQ(CcSetChannelRange(c, 1, k, 20 + k, 230), 0);
+    for (const auto &shape : kShapes) {
+      const size_t pixels = size_t(shape.width) * shape.height;
+      std::vector<uint8_t> src(pixels * 3);
+      for (uint8_t &b : src)
+        b = uint8_t(rng());
+      for (const bool planar : {true, false}) {
+        SCOPED_TRACE(testing::Message() << shape.width << "x" << shape.height << " planar "
+                                        << planar << " narrowed " << narrowed);
+        const auto run = [&](VectorLevel level, int threads) {
+          std::vector<uint8_t> dst(src.size());
+          const size_t plane = planar ? pixels : 1;
+          CcPixelRow from{}, to{};
+          for (int k = 0; k < 3; ++k)
+            from.channel[k] = src.data() + plane * k, to.channel[k] = dst.data() + plane * k;
+          const uint32_t step = planar ? 1 : 3;
+          const VectorLevel oldLevel = cc::SetVectorLevel(level);
+          const int oldThreads = SetWorkerLimit(threads);
+          EXPECT_EQ(CcApplyRows(&t, shape.width, shape.height, &from, step, step * shape.width, &to,
+                                step, step * shape.width),
+                    0);
+          cc::SetVectorLevel(oldLevel);
+          SetWorkerLimit(oldThreads);
+          return dst;
+        };
+        const std::vector<uint8_t> want = run(VectorLevel::kScalar, 1);
+        for (const VectorLevel level : {VectorLevel::kSse41, VectorLevel::kAvx2})
+          for (const int threads : {1, 4})
+            EXPECT_EQ(run(level, threads), want) << int(level) << " " << threads;
+      }
+    }
+  }
+  EXPECT_EQ(CcFreeTransform(&t), 0);
+}
