@@ -21,7 +21,10 @@ namespace {
 
 const QString kOpenFilter = QStringLiteral(
     "JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif|"
-    "All Image Files(*.jpg,*.bmp,*.tif)|*.jpg;*.bmp;*.tif||");
+    "PNG Files (*.png)|*.png|WebP Files (*.webp)|*.webp|"
+    "HEIF Files (*.heic,*.heif,*.avif)|*.heic;*.heif;*.avif|"
+    "All Image Files(*.jpg,*.bmp,*.tif,*.png,*.webp,*.heic,*.heif,*.avif)|"
+    "*.jpg;*.bmp;*.tif;*.png;*.webp;*.heic;*.heif;*.avif||");
 const QString kSaveFilter =
     QStringLiteral("JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif||");
 
@@ -105,6 +108,10 @@ uint32_t FormatForExtension(const QString &extension) {
   if (lower == QLatin1String("jpg")) return RasFormatJpeg;
   if (lower == QLatin1String("bmp")) return RasFormatBmp;
   if (lower == QLatin1String("tiff") || lower == QLatin1String("tif")) return RasFormatTiff;
+  if (lower == QLatin1String("png")) return RasFormatPng;
+  if (lower == QLatin1String("webp")) return RasFormatWebp;
+  if (lower == QLatin1String("heic") || lower == QLatin1String("heif")) return RasFormatHeic;
+  if (lower == QLatin1String("avif")) return RasFormatAvif;
   return RasFormatJpeg;
 }
 

@@ -13,7 +13,8 @@
 class CKorvelAppDoc;
 
 // The format code an extension (without the dot, any case) is saved as:
-// "jpg" JPEG, "bmp" BMP, "tif"/"tiff" TIFF, anything else JPEG.
+// "jpg" JPEG, "bmp" BMP, "tif"/"tiff" TIFF, "png" PNG, "webp" WebP, "heic"/"heif"
+// HEIC, "avif" AVIF, anything else JPEG.
 uint32_t FormatForExtension(const QString &extension);
 
 // Reads `path` into a new entry (unsaved flag 0). False, with nothing added

@@ -51,6 +51,13 @@ int DispatchOpen(const char *name, char mode, RasDesc *desc) {
       return JpegOpen(name, mode, desc);
     case RasFormatTiff16:
       return Tiff16Open(name, mode, desc);
+    case RasFormatPng:
+      return PngOpen(name, mode, desc);
+    case RasFormatWebp:
+      return WebpOpen(name, mode, desc);
+    case RasFormatHeic:
+    case RasFormatAvif:
+      return HeifOpen(name, mode, desc);
     default:
       return RasError("RasOpen", RasErrArg, 3);
   }
@@ -78,16 +85,26 @@ int DispatchClose(RasDesc *desc) {
       return JpegClose(desc);
     case RasFormatTiff16:
       return Tiff16Close(desc);
+    case RasFormatPng:
+      return PngClose(desc);
+    case RasFormatWebp:
+      return WebpClose(desc);
+    case RasFormatHeic:
+    case RasFormatAvif:
+      return HeifClose(desc);
     default:
       return RasError("RasClose", RasErrArg, 1);
   }
 }
 
-// The probe's order: strong signatures first; JPEG, Scitex CT and Cineon,
-// whose checks are weakest, last.
+// The probe's order: strong signatures first (PNG, WebP and HEIF files begin
+// with fixed bytes, so they go before Targa, which has none); JPEG, Scitex CT
+// and Cineon, whose checks are weakest, last. The HEIF reader takes AVIF
+// files as well and says which they are.
 constexpr uint32_t kProbeOrder[] = {
-    RasFormatPhotoCd, RasFormatTiff, RasFormatTiff16, RasFormatEps,    RasFormatDcs,
-    RasFormatTarga,   RasFormatBmp,  RasFormatJpeg,   RasFormatScitex, RasFormatCineon,
+    RasFormatPhotoCd, RasFormatTiff,   RasFormatTiff16, RasFormatEps,   RasFormatDcs,
+    RasFormatPng,     RasFormatWebp,   RasFormatHeic,   RasFormatTarga, RasFormatBmp,
+    RasFormatJpeg,    RasFormatScitex, RasFormatCineon,
 };
 
 }  // namespace
@@ -98,10 +115,15 @@ uint32_t RasFormatMaxval(uint32_t format) {
   return 255;
 }
 
+bool RasFormatDepthVaries(uint32_t format) {
+  return format == RasFormatPng || format == RasFormatHeic || format == RasFormatAvif;
+}
+
 const char *RasFormatName(uint32_t format) {
-  static const char *const kNames[] = {"?",       "tiff", "targa",  "scitex", "eps",   "dcs",
-                                       "photocd", "bmp",  "cineon", "jpeg",   "tiff16"};
-  return format <= RasFormatTiff16 ? kNames[format] : "?";
+  static const char *const kNames[] = {"?",      "tiff",    "targa", "scitex", "eps",
+                                       "dcs",    "photocd", "bmp",   "cineon", "jpeg",
+                                       "tiff16", "png",     "webp",  "heic",   "avif"};
+  return format <= RasFormatAvif ? kNames[format] : "?";
 }
 
 void RasStateReset(RasState *state) {
@@ -113,8 +135,7 @@ int RasSetDesc(RasDesc *desc, uint32_t format, uint32_t width, uint32_t height, 
                uint32_t model, float resolution) {
   if (!desc) return RasError("RasSetDesc", RasErrArg, 0);
   if (!ValidChannels(channels)) return RasError("RasSetDesc", RasErrArg, 1);
-  if (format < RasFormatTiff || format > RasFormatTiff16)
-    return RasError("RasSetDesc", RasErrArg, 2);
+  if (format < RasFormatTiff || format > RasFormatAvif) return RasError("RasSetDesc", RasErrArg, 2);
   if (!ValidModel(model)) return RasError("RasSetDesc", RasErrArg, 3);
   desc->width = width;
   desc->height = height;
@@ -140,7 +161,9 @@ int RasOpen(const char *name, char mode, RasDesc *desc) {
     return code;
   }
   desc->flags = 0;
-  desc->maxval = RasFormatMaxval(desc->format);
+  // A file that chooses its own sample width has told the descriptor (read)
+  // or been told by it (write).
+  if (!RasFormatDepthVaries(desc->format)) desc->maxval = RasFormatMaxval(desc->format);
   return RasOk;
 }
 
@@ -168,6 +191,13 @@ int RasReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
       return JpegReadSl(desc, row, sl);
     case RasFormatTiff16:
       return Tiff16ReadSl(desc, row, sl);
+    case RasFormatPng:
+      return PngReadSl(desc, row, sl);
+    case RasFormatWebp:
+      return WebpReadSl(desc, row, sl);
+    case RasFormatHeic:
+    case RasFormatAvif:
+      return HeifReadSl(desc, row, sl);
     default:
       return RasError("RasReadSl", RasErrArg, 1);
   }
@@ -197,6 +227,13 @@ int RasWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
       return JpegWriteSl(desc, row, sl);
     case RasFormatTiff16:
       return Tiff16WriteSl(desc, row, sl);
+    case RasFormatPng:
+      return PngWriteSl(desc, row, sl);
+    case RasFormatWebp:
+      return WebpWriteSl(desc, row, sl);
+    case RasFormatHeic:
+    case RasFormatAvif:
+      return HeifWriteSl(desc, row, sl);
     default:
       return RasError("RasWriteSl", RasErrArg, 1);
   }

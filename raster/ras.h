@@ -18,9 +18,19 @@ enum : uint32_t {
   RasFormatCineon = 8,
   RasFormatJpeg = 9,
   RasFormatTiff16 = 10,
+  // The formats below take their sample width from the file: PNG and HEIF
+  // files of more than 8 bits a sample open with maxval 65535 (PNG) or
+  // 2^bits - 1 (HEIF, e.g. 1023 for 10 bits), and a PNG is written with
+  // 16-bit samples when the caller sets maxval 65535 after RasSetDesc.
+  RasFormatPng = 11,
+  RasFormatWebp = 12,
+  RasFormatHeic = 13,  // HEIF with HEVC pictures
+  RasFormatAvif = 14,  // HEIF with AV1 pictures
 };
 
-// Colour model codes; 0 is never valid.
+// Colour model codes; 0 is never valid. An RGB descriptor of four channels
+// carries alpha in plane 3 (0 transparent, maxval opaque); PNG, WebP and HEIF
+// pictures with alpha, grey ones included, open that way.
 enum : uint32_t {
   RasModelRgb = 1,
   RasModelCmyk = 4,
@@ -79,8 +89,11 @@ int RasClose(RasDesc *desc);
 int RasFreeSl(RasSl *sl);
 [[nodiscard]] int RasGetInfo(const char *name, RasDesc *desc);
 
-// The largest sample value a format's files carry once open.
+// The largest sample value a format's files carry once open (for the formats
+// whose files choose, the 8-bit value RasSetDesc starts from).
 uint32_t RasFormatMaxval(uint32_t format);
+// True for the formats whose files choose their sample width.
+bool RasFormatDepthVaries(uint32_t format);
 // The format's short name for people and scripts ("tiff", "jpeg" ...), "?" for
 // a code that names no format.
 const char *RasFormatName(uint32_t format);

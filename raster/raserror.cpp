@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "raster/ras.h"
 #include "raster/rasfile.h"
@@ -118,7 +119,8 @@ void RasProbeLog::Trying() {
 }
 
 void RasProbeLog::Refused(uint32_t format) {
-  if (count_ < 10) refusals_[count_++] = {format, gFirst.function, gFirst.code, gFirst.detail};
+  if (count_ < static_cast<int>(std::size(refusals_)))
+    refusals_[count_++] = {format, gFirst.function, gFirst.code, gFirst.detail};
 }
 
 void RasProbeLog::Write(const char *name) const {

@@ -38,6 +38,6 @@ class RasProbeLog {
     int code;
     int detail;
   };
-  Refusal refusals_[10];
+  Refusal refusals_[16];  // one for each format the probe tries, with room
   int count_;
 };

@@ -1,6 +1,7 @@
 // Model conversions to 8-bit RGB, one row at a time.
 //
 // Grey is replicated into all three channels.
+// RGB with alpha (four channels) is flattened on white.
 // CMYK planes hold ink amounts (0 = no ink); each primary is what the two
 // inks that do not absorb it leave, multiplied by what black leaves:
 //   R = (255 - C) (255 - K) / 255, likewise G with M and B with Y, rounded.
@@ -23,6 +24,7 @@
 // highlights above the reference white clipped.
 #include "raster/rasrgb.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -83,6 +85,22 @@ int RasSlToRgb(const RasSl *sl, const RasDesc *desc, uint8_t *red, uint8_t *gree
   const bool cineon = desc->format == RasFormatCineon && desc->maxval == 1023;
   const Samples at{sl, desc->maxval, cineon ? kCineon.v : nullptr};
   const uint32_t width = desc->width;
+  // RGB with alpha in plane 3: shown over white, as a viewer shows a
+  // transparent picture on a page (c a + white (1 - a), alpha 0..maxval).
+  if (desc->model == RasModelRgb && desc->channels == 4) {
+    uint8_t *const out[3] = {red, green, blue};
+    for (uint32_t x = 0; x < width; ++x) {
+      const uint32_t alpha = desc->maxval <= 255 ? sl->plane8[3][x] : sl->plane16[3][x];
+      const uint32_t clear = desc->maxval - std::min(alpha, desc->maxval);
+      for (uint32_t k = 0; k < 3; ++k) {
+        const uint64_t c = desc->maxval <= 255 ? sl->plane8[k][x] : sl->plane16[k][x];
+        const uint64_t v = c * std::min(alpha, desc->maxval) + uint64_t{desc->maxval} * clear;
+        out[k][x] = uint8_t((v * 255 + uint64_t{desc->maxval} * desc->maxval / 2) /
+                            (uint64_t{desc->maxval} * desc->maxval));
+      }
+    }
+    return RasOk;
+  }
   if (desc->maxval <= 255 && (desc->model == RasModelRgb || desc->model == RasModelGray)) {
     const bool grey = desc->model == RasModelGray;
     std::memcpy(red, sl->plane8[0], width);

@@ -8,7 +8,8 @@ set -euo pipefail
 
 packages=(build-essential cmake pkg-config libjpeg62-turbo-dev libgtest-dev
           libjpeg-turbo-progs qt6-base-dev fonts-liberation libgphoto2-dev
-          poppler-utils ghostscript xdg-utils dbus)
+          poppler-utils ghostscript xdg-utils dbus libpng-dev libwebp-dev libheif-dev
+          libheif-examples webp netpbm imagemagick)
 for group in "$@"; do
   case "$group" in
     --fuzz) packages+=(clang libclang-rt-14-dev) ;;

@@ -99,7 +99,7 @@ bool ParseOptions(int argc, char **argv, Options *options) {
 // target cannot hold the file's own model.
 int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
   Scanline source, rgb, target;
-  const bool toRgb = out->desc.model != in->desc.model;
+  const bool toRgb = out->desc.model != in->desc.model || out->desc.channels != in->desc.channels;
   const uint32_t inMax = toRgb ? 255 : in->desc.maxval;
   // Scitex CT rows move a padding byte through planes made for them, so its
   // rows always go through a record of its own.
@@ -146,6 +146,10 @@ int RunConvert(int argc, char **argv) {
     channels = 3;
     model = RasModelRgb;
   }
+  // Alpha goes only where the format keeps it; elsewhere it is flattened on white.
+  const bool keepsAlpha = format == RasFormatPng || format == RasFormatWebp ||
+                          format == RasFormatHeic || format == RasFormatAvif;
+  if (model == RasModelRgb && channels == 4 && !keepsAlpha) channels = 3;
   code = RasOpen(options.in, 'r', &in.desc);
   if (code != RasOk) return Fail(options.in, "cannot open", code);
   OutputFile file(options.out);
@@ -156,6 +160,8 @@ int RunConvert(int argc, char **argv) {
   }
   code = RasSetDesc(&out.desc, format, in.desc.width, in.desc.height, channels, model,
                     in.desc.resolution);
+  // Samples wider than 8 bits stay wide in a PNG.
+  if (format == RasFormatPng && in.desc.maxval > 255) out.desc.maxval = 65535;
   JpegQualityScope quality(options.quality);
   if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
   if (code != RasOk) return Fail(options.out, "cannot create", code);

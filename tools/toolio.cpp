@@ -20,6 +20,10 @@ uint32_t FormatForName(const char *path) {
   if (strcasecmp(ext, "sct") == 0) return RasFormatScitex;
   if (strcasecmp(ext, "cin") == 0) return RasFormatCineon;
   if (strcasecmp(ext, "eps") == 0) return RasFormatEps;
+  if (strcasecmp(ext, "png") == 0) return RasFormatPng;
+  if (strcasecmp(ext, "webp") == 0) return RasFormatWebp;
+  if (strcasecmp(ext, "heic") == 0 || strcasecmp(ext, "heif") == 0) return RasFormatHeic;
+  if (strcasecmp(ext, "avif") == 0) return RasFormatAvif;
   return RasFormatJpeg;
 }
 

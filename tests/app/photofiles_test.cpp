@@ -96,9 +96,13 @@ void OpenCurrent(CKorvelAppDoc *doc, const QString &path) {
 
 TEST(PhotoFiles, FormatByExtension) {
   const std::pair<uint32_t, QStringList> cases[] = {
-      {RasFormatJpeg, {"jpg", "JPG", "png", "jpeg", "", "b.bmp", "tga", "bmp "}},
+      {RasFormatJpeg, {"jpg", "JPG", "jpeg", "", "b.bmp", "tga", "bmp ", "png "}},
       {RasFormatBmp, {"bmp", "BmP"}},
-      {RasFormatTiff, {"tif", "TIF", "tiff", "Tiff"}}};
+      {RasFormatTiff, {"tif", "TIF", "tiff", "Tiff"}},
+      {RasFormatPng, {"png", "PNG"}},
+      {RasFormatWebp, {"webp"}},
+      {RasFormatHeic, {"heic", "HEIF"}},
+      {RasFormatAvif, {"avif"}}};
   for (const auto &[format, extensions] : cases)
     for (const QString &extension : extensions)
       EXPECT_EQ(FormatForExtension(extension), format) << extension.toStdString();
@@ -309,7 +313,10 @@ TEST(PhotoFiles, OpenCommand) {
   EXPECT_EQ(prompt.openInitials, QStringList{photos.path() + "/*.jpg"});
   EXPECT_EQ(prompt.openFilters.value(0),
             "JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif|"
-            "All Image Files(*.jpg,*.bmp,*.tif)|*.jpg;*.bmp;*.tif||");
+            "PNG Files (*.png)|*.png|WebP Files (*.webp)|*.webp|"
+            "HEIF Files (*.heic,*.heif,*.avif)|*.heic;*.heif;*.avif|"
+            "All Image Files(*.jpg,*.bmp,*.tif,*.png,*.webp,*.heic,*.heif,*.avif)|"
+            "*.jpg;*.bmp;*.tif;*.png;*.webp;*.heic;*.heif;*.avif||");
   ASSERT_EQ(doc.Count(), 1);
   EXPECT_EQ(doc.PathAt(0), good);
   EXPECT_EQ(doc.UnsavedAt(0), 0);

@@ -10,6 +10,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "raster/ras.h"
@@ -201,6 +202,47 @@ TEST(Manifest, EveryRowOfTheReadFormatsIsMet) {
     ++checked;
   }
   EXPECT_EQ(checked, 13 + 24 + 17 + 12 + 2 + 2 + 2 + 5);
+}
+
+// PNG, WebP and HEIF rows say "accept W x H" with RGB, RGBA, grey with alpha
+// or an expanded palette, and sometimes a sample width; or "the upright
+// picture is W wide x H tall" for a file whose container turns it; or
+// "refuse cleanly". Alpha of any picture opens as a fourth plane beside RGB.
+TEST(Manifest, EveryRowOfTheNewerFormatsIsMet) {
+  static const std::regex size(R"((\d+)x(\d+)|(\d+) wide x (\d+) tall)");
+  static const std::regex bits(R"((\d+)-bit samples)");
+  int checked = 0;
+  for (const Row &row : ReadManifest()) {
+    if (row.folder != "png" && row.folder != "webp" && row.folder != "heif") continue;
+    SCOPED_TRACE(row.file);
+    const std::string path = kTestData + "/" + row.folder + "/" + row.file;
+    const uint32_t format = row.folder == "png"                           ? RasFormatPng
+                            : row.folder == "webp"                        ? RasFormatWebp
+                            : row.file.find(".avif") != std::string::npos ? RasFormatAvif
+                                                                          : RasFormatHeic;
+    ++checked;
+    if (row.expected.rfind("refuse cleanly", 0) == 0) {
+      CheckRefused(row, format, {});
+      continue;
+    }
+    std::smatch m;
+    ASSERT_TRUE(row.expected.rfind("accept", 0) == 0 && std::regex_search(row.expected, m, size))
+        << "cannot read the manifest's expectation: " << row.expected;
+    const bool upright = m[3].matched;
+    const uint32_t width = std::stoul(m[upright ? 3 : 1]), height = std::stoul(m[upright ? 4 : 2]);
+    const bool alpha = row.expected.find("RGBA") != std::string::npos ||
+                       row.expected.find("with alpha") != std::string::npos;
+    std::smatch b;
+    const uint32_t maxval =
+        std::regex_search(row.expected, b, bits) ? (1u << std::stoul(b[1])) - 1 : 255;
+    RasDesc desc{};
+    ASSERT_EQ(RasGetInfo(path.c_str(), &desc), RasOk) << row.expected;
+    EXPECT_EQ(
+        std::tuple(desc.format, desc.width, desc.height, desc.channels, desc.model, desc.maxval),
+        std::tuple(format, width, height, alpha ? 4u : 3u, RasModelRgb, maxval));
+    EXPECT_EQ(ReadAll(path, &desc), RasOk);
+  }
+  EXPECT_EQ(checked, 9 + 5 + 8);
 }
 
 // No reader claims another format's files, and probing a refused file fails

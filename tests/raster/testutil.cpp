@@ -147,6 +147,7 @@ int WritePlanes16(const std::string &name, uint32_t format, uint32_t model, uint
   RasDesc desc{};
   const auto channels = static_cast<uint32_t>(planes.size());
   int code = RasSetDesc(&desc, format, width, height, channels, model, resolution);
+  if (RasFormatDepthVaries(format)) desc.maxval = 65535;  // 16 bits asked for, not implied
   if (code == RasOk) code = RasOpen(name.c_str(), 'w', &desc);
   if (code != RasOk) return code;
   std::vector<uint32_t> rows = order;
@@ -192,6 +193,64 @@ ToolResult RunTool(const std::string &args) {
   const int status = pclose(pipe);
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return result;
+}
+
+Samples ReadNetpbm(const std::string &path) {
+  const Bytes bytes = ReadFile(path);
+  const std::string text(bytes.begin(), bytes.begin() + std::min<size_t>(bytes.size(), 200));
+  static const std::regex pnm(R"(^P([56])\s+(\d+)\s+(\d+)\s+(\d+)\s)");
+  static const std::regex pam(
+      R"(^P7\nWIDTH (\d+)\nHEIGHT (\d+)\nDEPTH (\d)\nMAXVAL (\d+)\n(?:TUPLTYPE \w+\n)?ENDHDR\n)");
+  std::smatch m;
+  Samples s;
+  if (std::regex_search(text, m, pnm)) {
+    s = {uint32_t(std::stoul(m[2])),
+         uint32_t(std::stoul(m[3])),
+         m[1] == "5" ? 1u : 3u,
+         uint32_t(std::stoul(m[4])),
+         {}};
+  } else if (std::regex_search(text, m, pam)) {
+    s = {uint32_t(std::stoul(m[1])),
+         uint32_t(std::stoul(m[2])),
+         uint32_t(std::stoul(m[3])),
+         uint32_t(std::stoul(m[4])),
+         {}};
+  } else {
+    return s;
+  }
+  const size_t count = size_t{s.width} * s.height * s.channels, wide = s.maxval > 255 ? 2 : 1;
+  const size_t at = size_t(m.length(0));
+  if (bytes.size() < at + count * wide) return Samples{};
+  for (size_t i = 0; i < count; ++i)
+    s.values.push_back(wide == 2 ? uint16_t(bytes[at + 2 * i] << 8 | bytes[at + 2 * i + 1])
+                                 : bytes[at + i]);
+  return s;
+}
+
+Samples ReadSamples(const std::string &path, int *code) {
+  RasDesc desc{};
+  Samples s;
+  *code = RasGetInfo(path.c_str(), &desc);
+  if (*code == RasOk) *code = RasOpen(path.c_str(), 'r', &desc);
+  if (*code != RasOk) return s;
+  s = {desc.width, desc.height, desc.channels, desc.maxval, {}};
+  s.values.resize(size_t{s.width} * s.height * s.channels);
+  RasSl sl{};
+  for (uint32_t y = 0; y < desc.height && *code == RasOk; ++y) {
+    *code = RasReadSl(&desc, y, &sl);
+    for (uint32_t x = 0; x < desc.width && *code == RasOk; ++x)
+      for (uint32_t k = 0; k < desc.channels; ++k)
+        s.values[(size_t{y} * s.width + x) * s.channels + k] =
+            desc.maxval > 255 ? sl.plane16[k][x] : sl.plane8[k][x];
+  }
+  RasFreeSl(&sl);
+  const int closed = RasClose(&desc);
+  if (*code == RasOk) *code = closed;
+  return s;
+}
+
+bool Shell(const std::string &command) {
+  return std::system(("( " + command + " ) >/dev/null 2>&1").c_str()) == 0;
 }
 
 std::ostream &operator<<(std::ostream &out, const Logged &logged) {

@@ -81,6 +81,20 @@ struct ToolResult {
 };
 ToolResult RunTool(const std::string &args);
 
+// A picture as interleaved samples of any width: what another program's
+// decoder wrote as netpbm (P5, P6, or P7 with 1 to 4 channels), or what the
+// library reads from a file.
+struct Samples {
+  uint32_t width = 0, height = 0, channels = 0, maxval = 0;
+  std::vector<uint16_t> values;  // [(y * width + x) * channels + k]
+  bool operator==(const Samples &other) const = default;
+};
+Samples ReadNetpbm(const std::string &path);
+// Probes and reads every row of `path`; the first failing code in `*code`.
+Samples ReadSamples(const std::string &path, int *code);
+// Runs a shell command (quietly); true when it exited with 0.
+bool Shell(const std::string &command);
+
 // What RasError last reported, read back from the log it writes.
 struct Logged {
   std::string function;

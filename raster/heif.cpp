@@ -1,0 +1,266 @@
+// HEIF files, format codes 13 (HEIC) and 14 (AVIF), through libheif. Like
+// WebP, the codec takes a whole file: the open holds the bytes and reads the
+// primary picture's header, and the first row asked decodes the picture with
+// its rotation and mirroring applied (the picture as meant to be seen).
+// Pictures of more than 8 bits a sample keep them (maxval 2^bits - 1);
+// pictures with alpha open as RGB with alpha in plane 3. Writing gathers the
+// rows and encodes 8-bit RGB (or RGB and alpha) after the last one.
+#include "raster/heif.h"
+
+#include <libheif/heif.h>
+
+#include <cstring>
+
+#include "raster/formats.h"
+#include "raster/jpeg.h"
+#include "raster/rasformat.h"
+#include "raster/whole.h"
+
+namespace {
+
+struct HeifPriv {
+  uint8_t *bytes;  // the file, which the context reads without a copy
+  size_t size;
+  heif_context *context;
+  heif_image_handle *handle;
+  heif_image *image;  // the decoded picture
+  bool wide;
+  bool failed;
+  RasWholePicture picture;  // the rows written so far (writing)
+};
+
+heif_compression_format HeifCompressionOf(uint32_t format) {
+  return format == RasFormatAvif ? heif_compression_AV1 : heif_compression_HEVC;
+}
+
+void HeifFreePriv(RasState *state) {
+  auto *priv = static_cast<HeifPriv *>(state->priv);
+  if (!priv) return;
+  if (priv->image) heif_image_release(priv->image);
+  if (priv->handle) heif_image_handle_release(priv->handle);
+  if (priv->context) heif_context_free(priv->context);
+  RasFree(priv->bytes);
+  RasWholeFree(&priv->picture);
+  state->priv = RasFree(priv);
+}
+
+HeifPriv *HeifNewPriv(RasState *state) {
+  auto *priv = static_cast<HeifPriv *>(RasAlloc(sizeof(HeifPriv)));
+  if (priv) std::memset(priv, 0, sizeof *priv);
+  state->priv = priv;
+  return priv;
+}
+
+// An "ftyp" box naming a HEIF brand, checked on the first bytes before the
+// whole file is read.
+bool HeifCheck(RasFile *file) {
+  uint8_t head[32];
+  int64_t count = sizeof head;
+  if (RasFileRead(file, head, &count, 0) != RasOk || count < 12) return false;
+  const heif_filetype_result kind = heif_check_filetype(head, static_cast<int>(count));
+  return kind == heif_filetype_yes_supported;
+}
+
+uint32_t HeifFormatOf(const HeifPriv *priv) {
+  const int size = static_cast<int>(priv->size < 4096 ? priv->size : 4096);
+  const heif_brand2 brand = heif_read_main_brand(priv->bytes, size);
+  if (brand == heif_fourcc_to_brand("avif") || brand == heif_fourcc_to_brand("avis") ||
+      heif_has_compatible_brand(priv->bytes, size, "avif"))
+    return RasFormatAvif;
+  return RasFormatHeic;
+}
+
+// Reads the file and its primary picture's header; a result code.
+int HeifLoad(HeifPriv *priv, RasFile *file) {
+  int code = RasWholeReadFile(file, &priv->bytes, &priv->size);
+  if (code != RasOk) return code;
+  if (priv->size > static_cast<size_t>(INT32_MAX)) return RasErrUnsupported;
+  priv->context = heif_context_alloc();
+  if (!priv->context) return RasErrMemory;
+  heif_error error =
+      heif_context_read_from_memory_without_copy(priv->context, priv->bytes, priv->size, nullptr);
+  if (error.code == heif_error_Ok)
+    error = heif_context_get_primary_image_handle(priv->context, &priv->handle);
+  if (error.code == heif_error_Memory_allocation_error) return RasErrMemory;
+  return error.code == heif_error_Ok ? RasOk : RasErrFormat;
+}
+
+int HeifOpenRead(const char *name, RasDesc *desc, RasState *state) {
+  if (RasFileOpen(&state->file, name, RasFileModeRead) != RasOk)
+    return RasError("HeifOpen", RasErrOpen, 1);
+  int code = HeifCheck(&state->file) ? RasOk : RasErrFormat;
+  HeifPriv *priv = code == RasOk ? HeifNewPriv(state) : nullptr;
+  if (code == RasOk && !priv) code = RasErrMemory;
+  if (code == RasOk) code = HeifLoad(priv, &state->file);
+  const int bits = code == RasOk ? heif_image_handle_get_luma_bits_per_pixel(priv->handle) : 0;
+  if (code == RasOk && (bits < 1 || bits > 16)) code = RasErrUnsupported;
+  if (code != RasOk) {
+    HeifFreePriv(state);
+    RasFormatDropFile(state, false);
+    return RasError("HeifOpen", code, 2);
+  }
+  priv->wide = bits > 8;
+  desc->width = static_cast<uint32_t>(heif_image_handle_get_width(priv->handle));
+  desc->height = static_cast<uint32_t>(heif_image_handle_get_height(priv->handle));
+  desc->channels = heif_image_handle_has_alpha_channel(priv->handle) ? 4 : 3;
+  desc->model = RasModelRgb;
+  desc->maxval = priv->wide ? (1u << bits) - 1 : 255;
+  desc->resolution = -1.0f;
+  desc->format = HeifFormatOf(priv);
+  return RasOk;
+}
+
+// Decodes the primary picture into interleaved RGB (and alpha) samples.
+int HeifDecode(HeifPriv *priv, const RasDesc *desc) {
+  const bool alpha = desc->channels == 4;
+  const heif_chroma chroma =
+      priv->wide ? (alpha ? heif_chroma_interleaved_RRGGBBAA_LE : heif_chroma_interleaved_RRGGBB_LE)
+                 : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
+  const heif_error error =
+      heif_decode_image(priv->handle, &priv->image, heif_colorspace_RGB, chroma, nullptr);
+  if (error.code == heif_error_Memory_allocation_error) return RasErrMemory;
+  if (error.code != heif_error_Ok) return RasErrFormat;
+  // The picture must be the size the header promised, or rows would be
+  // taken from beyond it.
+  if (heif_image_get_width(priv->image, heif_channel_interleaved) !=
+          static_cast<int>(desc->width) ||
+      heif_image_get_height(priv->image, heif_channel_interleaved) !=
+          static_cast<int>(desc->height))
+    return RasErrFormat;
+  // The file is no longer needed once decoded.
+  heif_image_handle_release(priv->handle);
+  heif_context_free(priv->context);
+  priv->handle = nullptr;
+  priv->context = nullptr;
+  priv->bytes = static_cast<uint8_t *>(RasFree(priv->bytes));
+  return RasOk;
+}
+
+heif_error HeifWriteOut(heif_context *, const void *data, size_t size, void *file) {
+  const int code = RasFormatWrite(static_cast<RasFile *>(file), data, static_cast<int64_t>(size));
+  if (code == RasOk) return {heif_error_Ok, heif_suberror_Unspecified, "ok"};
+  return {heif_error_Encoding_error, heif_suberror_Cannot_write_output_data, "write failed"};
+}
+
+// The gathered rows as a libheif picture; null when it cannot be made.
+heif_image *HeifPictureOf(const RasWholePicture &p) {
+  heif_image *image = nullptr;
+  const bool alpha = p.channels == 4;
+  const int w = static_cast<int>(p.width), h = static_cast<int>(p.height);
+  if (heif_image_create(w, h, heif_colorspace_RGB,
+                        alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB, &image)
+          .code != heif_error_Ok)
+    return nullptr;
+  int stride = 0;
+  if (heif_image_add_plane(image, heif_channel_interleaved, w, h, 8).code == heif_error_Ok) {
+    uint8_t *plane = heif_image_get_plane(image, heif_channel_interleaved, &stride);
+    const size_t rowBytes = size_t{p.width} * p.channels;
+    for (uint32_t y = 0; y < p.height; ++y)
+      std::memcpy(plane + size_t(stride) * y, p.pixels + rowBytes * y, rowBytes);
+    return image;
+  }
+  heif_image_release(image);
+  return nullptr;
+}
+
+// Encodes the gathered picture and writes the file; a result code.
+int HeifFinish(HeifPriv *priv, uint32_t format, RasFile *file) {
+  heif_image *image = HeifPictureOf(priv->picture);
+  RasWholeFree(&priv->picture);
+  heif_context *context = heif_context_alloc();
+  heif_encoder *encoder = nullptr;
+  int quality = 75;
+  (void)JpegGetOption(JpegOptQuality, &quality);
+  int code = image && context ? RasOk : RasErrMemory;
+  if (code == RasOk &&
+      heif_context_get_encoder_for_format(context, HeifCompressionOf(format), &encoder).code !=
+          heif_error_Ok)
+    code = RasErrUnsupported;
+  if (code == RasOk) {
+    (void)heif_encoder_set_lossy_quality(encoder, quality);
+    if (heif_context_encode_image(context, image, encoder, nullptr, nullptr).code != heif_error_Ok)
+      code = RasErrFormat;
+  }
+  heif_writer writer{1, HeifWriteOut};
+  if (code == RasOk && heif_context_write(context, &writer, file).code != heif_error_Ok)
+    code = RasErrWrite;
+  if (encoder) heif_encoder_release(encoder);
+  if (context) heif_context_free(context);
+  if (image) heif_image_release(image);
+  return code;
+}
+
+}  // namespace
+
+bool HeifCanWrite(unsigned format) {
+  return (format == RasFormatHeic || format == RasFormatAvif) &&
+         heif_have_encoder_for_format(HeifCompressionOf(format));
+}
+
+int HeifOpen(const char *name, char mode, RasDesc *desc) {
+  const int code = RasFormatBegin("HeifOpen", name, mode, desc, 16);
+  if (code != RasOk) return code;
+  RasState *state = desc->state;
+  if (mode == 'r') return HeifOpenRead(name, desc, state);
+  if (!HeifCanWrite(desc->format)) return RasError("HeifOpen", RasErrUnsupported, 12);
+  HeifPriv *priv = HeifNewPriv(state);
+  if (!priv) return RasError("HeifOpen", RasErrMemory, 14);
+  // Bounded so a row of samples fits the int strides libheif works with.
+  const int begun = RasWholeBegin("HeifOpen", desc, 1u << 16, &priv->picture);
+  if (begun != RasOk) {
+    HeifFreePriv(state);
+    return begun;
+  }
+  if (RasFormatOpenWrite(&state->file, name, 0) != RasOk) {
+    HeifFreePriv(state);
+    return RasError("HeifOpen", RasErrOpen, 13);
+  }
+  return RasOk;
+}
+
+// Details: 0 no open reader, 1 row out of range, 2 no planes, 3 planes too
+// small, 4 the picture could not be decoded, 5 asked after that.
+int HeifReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
+  if (!desc || !sl) return RasError("HeifReadSl", RasErrArg, 0);
+  RasState *state = RasFormatState(desc, 'r');
+  if (!state) return RasError("HeifReadSl", RasErrArg, 0);
+  auto *priv = static_cast<HeifPriv *>(state->priv);
+  if (row >= desc->height) return RasError("HeifReadSl", RasErrArg, 1);
+  if (RasFormatMakePlanes(sl, desc) != RasOk) return RasError("HeifReadSl", RasErrMemory, 2);
+  if (!RasFormatPlanesFit(sl, desc->width, desc->channels, priv->wide))
+    return RasError("HeifReadSl", RasErrArg, 3);
+  if (priv->failed) return RasError("HeifReadSl", RasErrFormat, 5);
+  if (!priv->image || priv->handle) {
+    const int code = HeifDecode(priv, desc);
+    if (code != RasOk) {
+      priv->failed = true;
+      return RasError("HeifReadSl", code, 4);
+    }
+  }
+  int stride = 0;
+  const uint8_t *pixels =
+      heif_image_get_plane_readonly(priv->image, heif_channel_interleaved, &stride);
+  RasWholeSplitRow(pixels, static_cast<size_t>(stride), desc->channels, priv->wide, row,
+                   desc->width, sl);
+  return RasOk;
+}
+
+// Details: 0 no open writer, 1 row out of order, 2 planes too small, 3 the
+// encoder failed or the file could not be written.
+int HeifWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
+  if (!desc || !sl) return RasError("HeifWriteSl", RasErrArg, 0);
+  RasState *state = RasFormatState(desc, 'w');
+  if (!state) return RasError("HeifWriteSl", RasErrArg, 0);
+  auto *priv = static_cast<HeifPriv *>(state->priv);
+  bool complete = false;
+  const int code = RasWholeKeepRow("HeifWriteSl", &priv->picture, row, sl, &complete);
+  if (code != RasOk || !complete) return code;
+  const int written = HeifFinish(priv, desc->format, &state->file);
+  return written == RasOk ? RasOk : RasError("HeifWriteSl", written, 3);
+}
+
+int HeifClose(RasDesc *desc) {
+  if (!desc || !desc->state) return RasOk;
+  HeifFreePriv(desc->state);
+  return RasFormatCloseFile(desc->state) == RasOk ? RasOk : RasError("HeifClose", RasErrWrite, 0);
+}

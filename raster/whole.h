@@ -1,0 +1,37 @@
+// What the WebP and HEIF modules share: their codecs take a whole file in
+// memory and a whole picture at once, so reading holds the file and the
+// decoded picture, and writing gathers every row before encoding.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "raster/ras.h"
+#include "raster/rasfile.h"
+
+// The file's bytes from its start, in one RasAlloc block the caller frees.
+[[nodiscard]] int RasWholeReadFile(RasFile *file, uint8_t **bytes, size_t *size);
+
+// A picture of 8-bit interleaved samples, 3 (RGB) or 4 (RGB and alpha) a
+// pixel, gathered row by row for an encoder.
+struct RasWholePicture {
+  uint8_t *pixels;
+  uint32_t width, height, channels;
+  bool grey;     // rows come as one plane, kept as RGB
+  int32_t last;  // last row kept, -1 before the first
+};
+
+// Checks a write-open's descriptor (grey is kept as RGB, since neither
+// format stores grey alone) and allocates the picture; a RasError code.
+[[nodiscard]] int RasWholeBegin(const char *routine, const RasDesc *desc, uint32_t limit,
+                                RasWholePicture *picture);
+// Keeps row `row`: rows strictly in order, the last one again tolerated.
+// `*complete` says the picture now has all its rows. A RasError code.
+[[nodiscard]] int RasWholeKeepRow(const char *routine, RasWholePicture *picture, uint32_t row,
+                                  const RasSl *sl, bool *complete);
+void RasWholeFree(RasWholePicture *picture);
+
+// Spreads row `row` of a decoded picture (`stride` bytes a row, `channels`
+// samples a pixel, 8 or host-order 16 bits by `wide`) into the planes.
+void RasWholeSplitRow(const uint8_t *pixels, size_t stride, uint32_t channels, bool wide,
+                      uint32_t row, uint32_t width, RasSl *sl);

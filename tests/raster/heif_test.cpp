@@ -1,0 +1,80 @@
+// HEIC and AVIF files: what heif-enc makes decodes close to the picture it
+// was given, and what the library writes reads back close to what it wrote.
+// Both codecs are lossy and convert RGB to YCbCr with halved chroma, so
+// "close" is a mean difference below 3 levels and no sample off by more
+// than 40 on a smooth picture.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "raster/heif.h"
+#include "raster/ras.h"
+#include "tests/raster/testutil.h"
+
+namespace {
+
+using namespace testutil;  // NOLINT(build/namespaces)
+
+Picture Smooth(uint32_t width, uint32_t height, uint32_t channels) {
+  Picture p = Pattern(width, height, channels);
+  for (uint32_t y = 0; y < height; ++y)
+    for (uint32_t x = 0; x < width; ++x)
+      for (uint32_t k = 0; k < channels; ++k)
+        p.At(x, y, k) = uint8_t(k == 3 ? 255 - y : 20 + x + y + 40 * k);
+  return p;
+}
+
+void ExpectClose(const Picture &back, const Picture &want) {
+  ASSERT_EQ(back.planes.size(), want.planes.size());
+  double sum = 0;
+  for (size_t k = 0; k < want.planes.size(); ++k)
+    for (size_t i = 0; i < want.planes[k].size(); ++i)
+      sum += std::abs(int(back.planes[k][i]) - int(want.planes[k][i]));
+  EXPECT_LT(sum / (want.planes.size() * want.planes[0].size()), 3.0);
+  EXPECT_LE(MaxDifference(back, want), 40);
+}
+
+TEST(Heif, FilesHeifEncMakesDecodeCloseToTheirSource) {
+  if (!Shell("command -v heif-enc")) GTEST_SKIP() << "libheif-examples missing";
+  const Picture picture = Smooth(64, 48, 4);
+  const std::string source = TempPath("heif_source.png");
+  ASSERT_EQ(WritePicture(source, RasFormatPng, RasModelRgb, picture), RasOk);
+  for (const auto &[options, name, format] :
+       {std::tuple("-q 90", "enc.heic", RasFormatHeic), {"-A -q 90", "enc.avif", RasFormatAvif}}) {
+    SCOPED_TRACE(name);
+    const std::string file = TempPath(name);
+    ASSERT_TRUE(Shell(std::string("heif-enc ") + options + " -o " + file + " " + source));
+    Picture back;
+    RasDesc desc{};
+    ASSERT_EQ(ReadPicture(file, &back, &desc, {47, 3, 0}), RasOk);
+    EXPECT_EQ(std::tuple(desc.format, desc.width, desc.height, desc.channels, desc.maxval),
+              std::tuple(format, 64u, 48u, 4u, 255u));
+    ASSERT_EQ(ReadPicture(file, &back), RasOk);
+    ExpectClose(back, picture);
+  }
+}
+
+TEST(Heif, WhatIsWrittenReadsBackCloseAndBadWritesAreRefused) {
+  for (const uint32_t format : {RasFormatHeic, RasFormatAvif}) {
+    SCOPED_TRACE(RasFormatName(format));
+    if (!HeifCanWrite(format)) continue;  // this libheif has no encoder for it
+    for (const uint32_t channels : {3u, 4u}) {
+      const Picture picture = Smooth(40, 30, channels);
+      const std::string file = TempPath("written.heif");
+      ASSERT_EQ(WritePicture(file, format, RasModelRgb, picture), RasOk);
+      Picture back;
+      RasDesc desc{};
+      ASSERT_EQ(ReadPicture(file, &back, &desc), RasOk);
+      EXPECT_EQ(desc.format, format);
+      ExpectClose(back, picture);
+    }
+    ErrorLog log;
+    RasDesc desc{};
+    ASSERT_EQ(RasSetDesc(&desc, format, 8, 8, 4, RasModelCmyk, -1.0f), RasOk);
+    EXPECT_EQ(RasOpen(TempPath("cmyk.heic").c_str(), 'w', &desc), RasErrArg);
+    EXPECT_EQ(log.Last(), (Logged{"HeifOpen", RasErrArg, 5}));
+  }
+}
+
+}  // namespace
