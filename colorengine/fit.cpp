@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "colorengine/invert.h"
+#include "colorengine/whitebalance.h"
 #include "colorengine/work.h"
 
 namespace cc {
@@ -37,38 +38,22 @@ void ToneToLinear(const WorkRecord &work, const double stored[3], bool withCurve
     linear[c] = std::pow(Clamp01(ToneChannel(work, c, stored[c], withCurves)), work.gamma);
 }
 
-// White balance from the neutral clicks: each channel gets a power curve
-// t^e that takes the clicked greys' channel values to the grey of the same
-// lightness. A power keeps black and white where they are (no clipped
-// highlights, as a plain gain would give), and one exponent per channel,
-// fitted by least squares in log-log terms, is exact for one click and a fair
-// compromise for several. Exponents are held to 0.25..4 so that a click on a
-// strongly coloured "grey" cannot invert the tones.
+// The neutral clicks' present and wanted values through the tone path, from
+// which the white balance is estimated.
 void EstimateCurves(const ColourModel &model, const PointColour *colours, WorkRecord *work) {
-  double num[3] = {0, 0, 0}, den[3] = {0, 0, 0};
-  bool any = false;
+  NeutralSample samples[CcMaxPoints];
+  int count = 0;
   for (int32_t i = 0; i < work->pointCount; ++i) {
     if (!colours[i].usable || work->points[i].kind != CcKindNeutral) continue;
     double grey[3];
     TargetStored(model, work->targets[CcKindNeutral], colours[i].lightness, grey);
     for (int c = 0; c < 3; ++c) {
-      const double p = ToneChannel(*work, c, colours[i].rgb[c], false);
-      const double g = ToneChannel(*work, c, grey[c], false);
-      // Values at the very ends say nothing about the curve's bend.
-      if (p < 0.004 || p > 0.996 || g < 0.004 || g > 0.996) continue;
-      num[c] += std::log(g) * std::log(p);
-      den[c] += std::log(p) * std::log(p);
-      any = true;
+      samples[count].present[c] = ToneChannel(*work, c, colours[i].rgb[c], false);
+      samples[count].wanted[c] = ToneChannel(*work, c, grey[c], false);
     }
+    ++count;
   }
-  if (!any) return;
-  for (int c = 0; c < 3; ++c) {
-    double e = den[c] > 1e-9 ? num[c] / den[c] : 1.0;
-    e = e < 0.25 ? 0.25 : e > 4.0 ? 4.0 : e;
-    for (int i = 0; i < kCurvePoints; ++i)
-      work->curves[c][i] = static_cast<float>(std::pow(double(i) / (kCurvePoints - 1), e));
-  }
-  work->haveCurves = true;
+  EstimateWhiteBalance(samples, count, work);
 }
 
 // Per-kind lightness bins. The 120-byte work area of a kind holds the sums of
