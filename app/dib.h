@@ -26,6 +26,9 @@ struct BITMAPINFOHEADER {
 };
 static_assert(sizeof(BITMAPINFOHEADER) == 40);
 
+// The resolution, in pixels per inch, of a photo whose file did not give one.
+inline constexpr float kUnknownResolution = -1.0f;
+
 class CDib {
  public:
   CDib() = default;

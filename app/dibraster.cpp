@@ -17,6 +17,11 @@ size_t DibBlockBytes(uint32_t width, uint32_t height) {
   return sizeof(BITMAPINFOHEADER) + size_t{width} * height * 3 + pad * std::max(width, height);
 }
 
+float DibResolution(const BITMAPINFOHEADER *header) {
+  if (!header || header->biXPelsPerMeter <= 0) return kUnknownResolution;
+  return static_cast<float>(header->biXPelsPerMeter * 0.0254);
+}
+
 BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height) {
   BITMAPINFOHEADER h{};
   h.biSize = sizeof(BITMAPINFOHEADER);

@@ -14,6 +14,10 @@
 // taller than wide needs it once per row, so the larger side counts.
 size_t DibBlockBytes(uint32_t width, uint32_t height);
 
+// The pixels per inch a picture's header gives (a camera driver may fill in
+// its pixels per metre); kUnknownResolution when it gives none.
+float DibResolution(const BITMAPINFOHEADER *header);
+
 // A 40-byte header for a 24-bit bottom-up picture of the program's own kind.
 BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height);
 

@@ -7,10 +7,12 @@
 
 CKorvelAppDoc::CKorvelAppDoc(QObject *parent) : QObject(parent) {}
 
-void CKorvelAppDoc::AddImage(HGLOBAL handle, uint8_t unsaved, const QString &path) {
+void CKorvelAppDoc::AddImage(HGLOBAL handle, uint8_t unsaved, const QString &path,
+                             float resolution) {
   images_.emplace_back(handle);
   unsaved_.push_back(unsaved);
   paths_.append(path);
+  resolutions_.push_back(resolution > 0.0f ? resolution : kUnknownResolution);
 }
 
 void CKorvelAppDoc::ReplaceImage(int index, const CDib &image, uint8_t unsaved,
@@ -35,6 +37,10 @@ QString CKorvelAppDoc::PathAt(int index) const {
   return Valid(index) ? paths_[index] : QString();
 }
 
+float CKorvelAppDoc::ResolutionAt(int index) const {
+  return Valid(index) ? resolutions_[static_cast<size_t>(index)] : kUnknownResolution;
+}
+
 QString CKorvelAppDoc::FileNameAt(int index) const {
   const QString path = PathAt(index);
   const int cut = std::max(path.lastIndexOf('/'), path.lastIndexOf('\\'));
@@ -46,6 +52,7 @@ void CKorvelAppDoc::Remove(int index) {
   images_.erase(images_.begin() + index);
   unsaved_.erase(unsaved_.begin() + index);
   paths_.removeAt(index);
+  resolutions_.erase(resolutions_.begin() + index);
   current_ = -1;
 }
 
@@ -60,7 +67,9 @@ QString CKorvelAppDoc::UniquePhotoName(const QString &folder) {
   const QDir dir(folder);
   for (int number = 1;; ++number) {
     const QString name = QString("Zib%1.jpg").arg(number, 3, 10, QChar('0'));
-    if (!dir.exists(name)) return folder + '/' + name;
+    // QDir::exists follows links, and a dangling one would be taken as free.
+    const QFileInfo file(dir, name);
+    if (!file.exists() && !file.isSymLink()) return folder + '/' + name;
   }
 }
 

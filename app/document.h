@@ -1,5 +1,5 @@
-// The photo work area: the photos brought in during this run, as three
-// parallel arrays (picture, unsaved flag, path), with the entry the user last
+// The photo work area: the photos brought in during this run, as parallel
+// arrays (picture, unsaved flag, path, resolution), with the entry the user last
 // clicked, the thumbnail selection and whether the editor is showing. Every
 // view of the main window is attached to it and finds the others through it.
 #pragma once
@@ -20,15 +20,20 @@ class CKorvelAppDoc : public QObject {
  public:
   explicit CKorvelAppDoc(QObject *parent = nullptr);
 
-  // Appends an entry holding `handle`.
-  void AddImage(HGLOBAL handle, uint8_t unsaved, const QString &path);
-  // The entry takes `image` and `unsaved`; its path only when `path` is not empty.
+  // Appends an entry holding `handle`; `resolution` is the pixels per inch of
+  // the file it came from, so that saving it again keeps its printed size.
+  void AddImage(HGLOBAL handle, uint8_t unsaved, const QString &path,
+                float resolution = kUnknownResolution);
+  // The entry takes `image` and `unsaved`; its path only when `path` is not
+  // empty. Its resolution stays: an edit changes the pixels, not their size.
   void ReplaceImage(int index, const CDib &image, uint8_t unsaved, const QString &path);
   // Entry accessors; with an empty work area the empty image, flag 1 and "".
   const CDib &ImageAt(int index) const;
   int Count() const { return static_cast<int>(images_.size()); }
   uint8_t UnsavedAt(int index) const;
   QString PathAt(int index) const;
+  // Pixels per inch; kUnknownResolution when the file did not say.
+  float ResolutionAt(int index) const;
   // The path without its folder (split at the last '/' or '\').
   QString FileNameAt(int index) const;
   // Removes the entry (the file stays) and forgets the current index.
@@ -37,7 +42,8 @@ class CKorvelAppDoc : public QObject {
   // `path` when it exists, else the temporary folder without its trailing
   // separator.
   static QString FolderOf(const QString &path);
-  // The first free "Zib" + number (at least three digits) + ".jpg" in `folder`.
+  // The first "Zib" + number (at least three digits) + ".jpg" in `folder` that
+  // nothing has, a symbolic link included, whether or not it leads anywhere.
   static QString UniquePhotoName(const QString &folder);
   // Where camera photos go: $KORVEL_PHOTO_DIR, else "My Zibs" in the home folder.
   static QString DefaultPhotoFolder();
@@ -68,6 +74,7 @@ class CKorvelAppDoc : public QObject {
   std::vector<CDib> images_;
   std::vector<uint8_t> unsaved_;
   QList<QString> paths_;
+  std::vector<float> resolutions_;
   std::vector<uint32_t> selection_;
   CDib empty_;
   int current_ = -1;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "app/cameradialog.h"
+#include "app/dibraster.h"
 #include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
@@ -83,9 +84,16 @@ void CMainFrame::SetView(CKorvelAppView *view) {
 
 void CMainFrame::OnPictureReceived(HGLOBAL picture) {
   const QString folder = CKorvelAppDoc::FolderOf(CKorvelAppDoc::DefaultPhotoFolder());
-  const QString path = CKorvelAppDoc::UniquePhotoName(folder);
-  doc_->AddImage(picture, 1, path);
-  SavePicture(RasFormatJpeg, path, doc_->ImageAt(doc_->Count() - 1));
+  const float resolution = DibResolution(static_cast<BITMAPINFOHEADER *>(GlobalLock(picture)));
+  GlobalUnlock(picture);
+  doc_->AddImage(picture, 1, CKorvelAppDoc::UniquePhotoName(folder), resolution);
+  const int last = doc_->Count() - 1;
+  // The download never goes through a file or link already at its name: when
+  // another program takes the name first, the next free one is used.
+  const QString saved = SaveNewPicture(
+      RasFormatJpeg, [&folder] { return CKorvelAppDoc::UniquePhotoName(folder); },
+      doc_->ImageAt(last), resolution);
+  if (!saved.isEmpty()) doc_->ReplaceImage(last, doc_->ImageAt(last), 1, saved);
   if (view_) view_->update();
   if (view_ && view_->GetThumbView()) view_->GetThumbView()->viewport()->update();
 }

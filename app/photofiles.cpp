@@ -6,14 +6,19 @@
 #include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
+#include <QStringList>
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <optional>
+#include <string>
 
 #include "app/dibraster.h"
 #include "app/document.h"
 #include "app/filedialog.h"
 #include "app/prompt.h"
 #include "app/waitcursor.h"
+#include "platform/safefile.h"
 #include "raster/jpeg.h"
 #include "raster/ras.h"
 
@@ -66,6 +71,10 @@ class JpegQualityHold {
   int saved_ = 75;
 };
 
+std::string Local(const QString &path) {
+  return QFile::encodeName(path).toStdString();
+}
+
 int LastSeparator(const QString &path) {
   return static_cast<int>(std::max(path.lastIndexOf('/'), path.lastIndexOf('\\')));
 }
@@ -78,28 +87,106 @@ QString ExtensionOf(const QString &path) {
   return dot < 0 ? QString() : name.mid(dot + 1);
 }
 
-// Writes the picture and returns the sentence to show, or null when it was
-// written. The raster file is closed on every path, the failed row write
-// included: the half-written file is left on disk as it is, neither completed
-// nor removed, but its handle is let go, since nothing would ever close it
-// later and a long session would pile up open files.
-const char *WriteRows(uint32_t format, const QString &path, const CDib &picture) {
+const char kUnableToSave[] = "Unable to save image. Please try again";
+
+// BMP has no way to say "unknown" but 0 pixels per metre, which readers take
+// as unspecified; the writer rounds to whole pixels per metre and puts its
+// own 300 dpi in place of anything not above 0, so the resolution handed to
+// it is one that rounds to 0.
+constexpr float kBmpUnspecified = 0.01f;
+// TIFF requires a resolution in every file; 72 dpi is what readers assume.
+constexpr float kTiffUnspecified = 72.0f;
+
+// What the writer of `format` is given for a photo whose resolution is
+// `resolution`: the photo's own when it has one; else JPEG says "unknown"
+// (density unit 0) when given nothing above 0.
+float ResolutionToWrite(uint32_t format, float resolution) {
+  if (resolution > 0.0f) return resolution;
+  if (format == RasFormatBmp) return kBmpUnspecified;
+  if (format == RasFormatTiff) return kTiffUnspecified;
+  return kUnknownResolution;
+}
+
+// The sentence to show, or null when the picture was written; `error` is the
+// system's reason when it is known.
+struct SaveFailure {
+  const char *sentence = nullptr;
+  int error = 0;
+};
+
+// The reason a failed raster write leaves in errno, when it is one that a
+// write alone sets. The library reports no errno of its own, and standard
+// I/O leaves stray values behind on success (ENOTTY from its buffering
+// check), which must not be passed off as the reason.
+int WriteError() {
+  switch (errno) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+    case EIO:
+    case EROFS:
+      return errno;
+    default:
+      return 0;
+  }
+}
+
+// Writes the picture into the file `out` prepared. The raster file is closed
+// on every path, the failed row write included.
+SaveFailure WriteRows(uint32_t format, const ReplacingFile &out, const CDib &picture,
+                      float resolution) {
   RasterFile file;
-  if (RasSetDesc(&file.desc, format, picture.Width(), picture.Height(), 3, RasModelRgb, 1.0f) !=
-      RasOk)
-    return "Could not save image";
-  if (RasOpen(QFile::encodeName(path).constData(), 'w', &file.desc) != RasOk)
-    return "Could not open file to write";
+  if (RasSetDesc(&file.desc, format, picture.Width(), picture.Height(), 3, RasModelRgb,
+                 ResolutionToWrite(format, resolution)) != RasOk)
+    return {"Could not save image"};
+  if (out.error() != 0) return {"Could not open file to write", out.error()};
+  if (RasOpen(out.path().c_str(), 'w', &file.desc) != RasOk)
+    return {"Could not open file to write"};
   file.open = true;
-  if (RasMakeSl(&file.sl, &file.desc) != RasOk) return "Could not make  header";
+  if (RasMakeSl(&file.sl, &file.desc) != RasOk) return {"Could not make  header"};
   file.frame = true;
-  if (DibToScanlines(picture, &file.desc, &file.sl) != RasOk)
-    return "Unable to save image. Please try again";
+  errno = 0;
+  if (DibToScanlines(picture, &file.desc, &file.sl) != RasOk) return {kUnableToSave, WriteError()};
   // The last buffered rows reach the disk only now; a failure here loses
   // them just as a failed row write does.
-  if (file.Close() != RasOk) return "Unable to save image. Please try again";
-  return nullptr;
+  if (file.Close() != RasOk) return {kUnableToSave, WriteError()};
+  return {};
 }
+
+// What became of the file at the target after a failed write.
+enum class Outcome { kUnchanged, kNotCreated, kWrittenInPlace };
+
+Outcome OutcomeOf(const ReplacingFile &out) {
+  if (out.direct()) return Outcome::kWrittenInPlace;
+  return out.replacing() ? Outcome::kUnchanged : Outcome::kNotCreated;
+}
+
+// The message for a failure. A failed write keeps its sentence, followed by
+// the system's reason and what became of the file, since the sentence alone
+// leaves the user wondering whether the photo they had is still there.
+QString FailureText(const SaveFailure &failure, const QString &path, Outcome outcome) {
+  QString text = QString::fromLatin1(failure.sentence);
+  if (std::strcmp(failure.sentence, kUnableToSave) != 0) return text;
+  QStringList reason;
+  if (failure.error != 0) reason << QString::fromLocal8Bit(std::strerror(failure.error)) + '.';
+  if (outcome == Outcome::kUnchanged)
+    reason << QStringLiteral("\"%1\" was left as it was.").arg(path);
+  else if (outcome == Outcome::kNotCreated)
+    reason << QStringLiteral("Nothing was saved as \"%1\".").arg(path);
+  return reason.isEmpty() ? text : text + QStringLiteral("\n\n") + reason.join(' ');
+}
+
+// The wait cursor and the best JPEG quality for the length of one write.
+class SaveScope {
+ public:
+  explicit SaveScope(uint32_t format) {
+    if (format == RasFormatJpeg) quality_.emplace(100);
+  }
+
+ private:
+  CWaitCursor wait_;
+  std::optional<JpegQualityHold> quality_;
+};
 
 }  // namespace
 
@@ -128,7 +215,7 @@ bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   int code = RasOk;
   HGLOBAL handle = DibFromScanlines(&file.desc, &file.sl, &code);
   if (!handle) return false;
-  doc->AddImage(handle, 0, path);
+  doc->AddImage(handle, 0, path, file.desc.resolution);
   return true;
 }
 
@@ -166,26 +253,55 @@ bool SavePhotoCommand(CKorvelAppDoc *doc) {
   if (extension.isEmpty()) extension = DFileDialog::ExtensionForIndex(answer.filterIndex);
   // Anywhere in the path, folders included: "x.jpg.old/photo" keeps its name.
   if (!path.contains('.' + extension)) path += '.' + extension;
-  (void)SavePicture(FormatForExtension(extension), path, image);
-  // The entry counts as saved even when the write failed: the user has been
-  // told, and the close question will not ask about it again.
+  // After a failed write the entry stays as it was: marked saved, its edit
+  // would be lost at close without a question.
+  if (!SavePicture(FormatForExtension(extension), path, image, doc->ResolutionAt(index)))
+    return false;
   doc->ReplaceImage(index, image, 0, path);
   return true;
 }
 
-bool SavePicture(uint32_t format, const QString &path, const CDib &picture) {
-  const char *failure = nullptr;
+bool SavePicture(uint32_t format, const QString &path, const CDib &picture, float resolution) {
+  SaveFailure failure;
+  Outcome outcome;
   {
-    CWaitCursor wait;
-    std::optional<JpegQualityHold> quality;
-    if (format == RasFormatJpeg) quality.emplace(100);
-    failure = WriteRows(format, path, picture);
+    SaveScope scope(format);
+    ReplacingFile out(Local(path));
+    failure = WriteRows(format, out, picture, resolution);
+    if (!failure.sentence) {
+      if (const int error = out.Commit()) failure = {kUnableToSave, error};
+    }
+    outcome = OutcomeOf(out);
   }
   // The quality is back and the wait cursor gone before the user is asked to
   // read the message.
-  if (!failure) return true;
-  AfxMessageBox(QString::fromLatin1(failure));
+  if (!failure.sentence) return true;
+  AfxMessageBox(FailureText(failure, path, outcome));
   return false;
+}
+
+QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName,
+                       const CDib &picture, float resolution) {
+  QString name = nextName();
+  SaveFailure failure;
+  {
+    SaveScope scope(format);
+    ReplacingFile out(Local(name), ReplacingFile::kNew);
+    failure = WriteRows(format, out, picture, resolution);
+    while (!failure.sentence) {
+      const int error = out.CommitNew(Local(name));
+      if (error == 0) break;
+      const QString next = error == EEXIST ? nextName() : QString();
+      if (next.isEmpty() || next == name) {
+        failure = {kUnableToSave, error};
+        break;
+      }
+      name = next;
+    }
+  }
+  if (!failure.sentence) return name;
+  AfxMessageBox(FailureText(failure, name, Outcome::kNotCreated));
+  return QString();
 }
 
 bool SaveBeforeClose(CKorvelAppDoc *doc) {
@@ -201,7 +317,8 @@ bool SaveBeforeClose(CKorvelAppDoc *doc) {
       // every unknown extension is written as JPEG.
       const qsizetype dot = name.indexOf('.');
       const QString extension = dot < 0 ? QStringLiteral("jpg") : name.mid(dot + 1);
-      (void)SavePicture(FormatForExtension(extension), doc->PathAt(i), doc->ImageAt(i));
+      (void)SavePicture(FormatForExtension(extension), doc->PathAt(i), doc->ImageAt(i),
+                        doc->ResolutionAt(i));
     } else if (answer.choice == QLatin1String("NOTOALL")) {
       break;
     }

@@ -7,6 +7,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <functional>
 
 #include "app/dib.h"
 
@@ -26,13 +27,25 @@ bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path);
 bool OpenPhotoCommand(CKorvelAppDoc *doc);
 
 // The save command for the current entry (refusals, dialog, extension rules,
-// save, entry marked saved). True when the entry was replaced, which it is
-// even when the write itself failed.
+// save, entry marked saved). True when the entry was replaced; after a failed
+// write it is left as it was, still unsaved if it was, so that the close
+// question still offers to save it.
 bool SavePhotoCommand(CKorvelAppDoc *doc);
 
 // Writes `picture` to `path` as `format` (JPEG at quality 100, the library's
-// setting put back afterwards); every failure is shown. True on success.
-bool SavePicture(uint32_t format, const QString &path, const CDib &picture);
+// setting put back afterwards) at `resolution` pixels per inch. The file is
+// replaced only once the whole new one is on the disk: after any failure the
+// file that was there is untouched. Every failure is shown. True on success.
+bool SavePicture(uint32_t format, const QString &path, const CDib &picture,
+                 float resolution = kUnknownResolution);
+
+// Writes `picture` as a new file under the first name `nextName` offers that
+// nothing stands at, not even a symbolic link, asking for another name when
+// one turns out to be taken; it gives up on an empty name or the same name
+// twice. Returns the name written, or an empty string after a failure, which
+// has been shown.
+QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName,
+                       const CDib &picture, float resolution = kUnknownResolution);
 
 // Asks about every unsaved entry and saves those answered "Yes" to their own
 // paths, leaving the flags alone; false when the user cancelled the close.

@@ -78,8 +78,12 @@ void SendToPhotoDeluxe(const CKorvelAppDoc *doc) {
     return;
   }
   // Without a temporary name the save gets an empty path and says so itself.
-  const QString name = EditorFileNameFor(MakeTempFileName(temp, "Zib"));
-  SavePicture(FormatForExtension("jpg"), name, photo);
+  // The JPEG never goes through a file already at its name: another
+  // temporary name is made until one is free.
+  const QString name = SaveNewPicture(
+      FormatForExtension("jpg"),
+      [&temp] { return EditorFileNameFor(MakeTempFileName(temp, "Zib")); }, photo,
+      doc->ResolutionAt(doc->CurrentIndex()));
   if (name.isEmpty()) return;
   CShellLauncher::Current().StartProgram(server.program, server.ArgumentsWith(name),
                                          QDir::rootPath());

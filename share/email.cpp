@@ -22,6 +22,7 @@
 #include <QTextStream>
 #include <QUrl>
 #include <functional>
+#include <utility>
 
 #include "app/dib.h"
 #include "app/document.h"
@@ -357,11 +358,19 @@ void SendPhotoByEmail(const CKorvelAppDoc *doc) {
     AfxMessageBox("Unable to e-mail the image. Please try again");
     return;
   }
-  const QString attachment = AttachmentNameFor(tmp);
-  // A failed save has been told to the user by the save itself; the mail
-  // program then reports the missing attachment in its own words.
-  SavePicture(FormatForExtension("jpg"), attachment, photo);
+  // The attachment never goes through a file already at its name: another
+  // temporary name is made until one is free. After a failed save, told to
+  // the user by the save itself, nothing is handed over, since the hand-off
+  // deletes the file it was given.
+  bool firstName = true;
+  const auto nextName = [&] {
+    if (std::exchange(firstName, false)) return AttachmentNameFor(tmp);
+    return AttachmentNameFor(MakeTempFileName(CKorvelAppDoc::TempPath(), "zib"));
+  };
+  const QString attachment = SaveNewPicture(FormatForExtension("jpg"), nextName, photo,
+                                            doc->ResolutionAt(doc->CurrentIndex()));
   wait.Restore();
+  if (attachment.isEmpty()) return;
   CMailHandOff::Instance().Start(route, attachment);
 }
 

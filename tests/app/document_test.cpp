@@ -75,21 +75,31 @@ TEST(Document, UniqueNamesFillGapsAndGrowPastThreeDigits) {
 
 TEST(Document, CameraPicturesAreSavedAtOnceAsUnsavedJpegs) {
   ScriptedPrompt prompt;
-  QTemporaryDir dir;
+  QTemporaryDir dir, outside;
   qputenv("KORVEL_PHOTO_DIR", dir.path().toUtf8());
+  // A link left at the first name, leading out of the folder, is never followed.
+  ASSERT_TRUE(QFile::link(outside.path() + "/escaped.jpg", dir.path() + "/Zib001.jpg"));
   CKorvelApp app;
   ASSERT_TRUE(app.InitInstance({"korvelapp"}));
   app.MainFrame()->OnPictureReceived(MakePhoto(64, 48));
-  app.MainFrame()->OnPictureReceived(MakePhoto(32, 24));
+  // A driver that gives the pixels per metre: 11811 is 300 dpi.
+  HGLOBAL dpi300 = MakePhoto(32, 24);
+  static_cast<BITMAPINFOHEADER *>(GlobalLock(dpi300))->biXPelsPerMeter = 11811;
+  GlobalUnlock(dpi300);
+  app.MainFrame()->OnPictureReceived(dpi300);
   CKorvelAppDoc *doc = app.Document();
   ASSERT_EQ(doc->Count(), 2);
-  EXPECT_EQ(doc->PathAt(0), dir.path() + "/Zib001.jpg");
-  EXPECT_EQ(doc->PathAt(1), dir.path() + "/Zib002.jpg");
+  EXPECT_EQ(doc->PathAt(0), dir.path() + "/Zib002.jpg");
+  EXPECT_EQ(doc->PathAt(1), dir.path() + "/Zib003.jpg");
+  EXPECT_TRUE(QDir(outside.path()).isEmpty());
   EXPECT_EQ(doc->UnsavedAt(1), 1);
   RasDesc desc{};
   ASSERT_EQ(RasGetInfo(doc->PathAt(1).toUtf8().constData(), &desc), RasOk);
   EXPECT_EQ(desc.format, uint32_t{RasFormatJpeg});
   EXPECT_EQ(desc.width, 32u);
+  EXPECT_EQ(desc.resolution, 300.0f);
+  ASSERT_EQ(RasGetInfo(doc->PathAt(0).toUtf8().constData(), &desc), RasOk);
+  EXPECT_EQ(desc.resolution, -1.0f);  // none given, none claimed
 
   // Without the photo folder, pictures go to the temporary folder.
   QTemporaryDir temp;

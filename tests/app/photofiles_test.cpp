@@ -2,16 +2,19 @@
 // command's name rules and refusals, failed saves, round trips, the open
 // command and the question asked at close.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QTemporaryDir>
+#include <csignal>
 #include <string>
 #include <vector>
 
 #include "app/document.h"
+#include "app/filedialog.h"
 #include "app/photofiles.h"
 #include "raster/jpeg.h"
 #include "tests/app/scriptedprompt.h"
@@ -77,12 +80,13 @@ QString WritePattern(const QString &path, uint32_t format = RasFormatBmp, uint32
   return path;
 }
 
-// What the raster library writes for `picture` as JPEG at quality 100 with the
-// resolution photos get: a photo saved as JPEG must be exactly this file.
-testutil::Bytes JpegAtBest(const QString &path, const Picture &picture) {
+// What the raster library writes for `picture` as JPEG at quality 100 and
+// `resolution`: a photo saved as JPEG must be exactly this file.
+testutil::Bytes JpegAtBest(const QString &path, const Picture &picture, float resolution) {
   const int quality = JpegQuality();
   EXPECT_EQ(JpegSetOption(JpegOptQuality, 100), RasOk);
-  EXPECT_EQ(testutil::WritePicture(Local(path), RasFormatJpeg, RasModelRgb, picture, 1.0f), RasOk);
+  EXPECT_EQ(testutil::WritePicture(Local(path), RasFormatJpeg, RasModelRgb, picture, resolution),
+            RasOk);
   (void)JpegSetOption(JpegOptQuality, quality);
   return Contents(path);
 }
@@ -117,7 +121,8 @@ TEST(PhotoFiles, SaveCommandNamesAndFormats) {
   OpenCurrent(&doc, WritePattern(d + "/source.bmp"));
   const Picture original = PictureOf(doc.ImageAt(0));
   ASSERT_EQ(original, testutil::Pattern(37, 23, 3));
-  const testutil::Bytes reference = JpegAtBest(d + "/reference.jpg", original);
+  // The source's 72 dpi goes along with the photo.
+  const testutil::Bytes reference = JpegAtBest(d + "/reference.jpg", original, 72.0f);
   struct Case {
     QString chosen;
     int filterIndex;
@@ -130,7 +135,7 @@ TEST(PhotoFiles, SaveCommandNamesAndFormats) {
       {d + "/photo", 3, d + "/photo.tif", RasFormatTiff},
       {d + "/photo", 1, d + "/photo.jpg", RasFormatJpeg},
       {d + "/upper.TIF", 1, d + "/upper.TIF", RasFormatTiff},
-      {d + "/photo.PNG", 2, d + "/photo.PNG", RasFormatJpeg},  // unknown: JPEG, name kept
+      {d + "/photo.XYZ", 2, d + "/photo.XYZ", RasFormatJpeg},  // unknown: JPEG, name kept
       // ".jpg" anywhere in the path keeps it from being appended; ".tif" does not count.
       {d + "/x.jpg.old/photo", 1, d + "/x.jpg.old/photo", RasFormatJpeg},
       {d + "/y.tif.old/photo", 2, d + "/y.tif.old/photo.bmp", RasFormatBmp},
@@ -154,7 +159,7 @@ TEST(PhotoFiles, SaveCommandNamesAndFormats) {
   }
   EXPECT_TRUE(prompt.messages.isEmpty()) << prompt.messages.join('|').toStdString();
   EXPECT_FALSE(QFileInfo::exists(d + "/x.jpg.old/photo.jpg"));
-  EXPECT_FALSE(QFileInfo::exists(d + "/photo.PNG.jpg"));
+  EXPECT_FALSE(QFileInfo::exists(d + "/photo.XYZ.jpg"));
   EXPECT_EQ(prompt.saveFilters.value(0),
             "JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif||");
 }
@@ -198,12 +203,12 @@ TEST(PhotoFiles, SaveCommandRefusalsAndFailures) {
   EXPECT_EQ(doc.PathAt(1), source);
   EXPECT_EQ(QDir(d).entryList(QDir::Files), QStringList{"source.bmp"});
 
-  // A failed write is reported, yet the entry counts as saved under the new name.
+  // A failed write is reported and leaves the entry unsaved under its old name.
   prompt.saveFiles.push_back(File{true, d + "/missing/photo", 3});
-  EXPECT_TRUE(SavePhotoCommand(&doc));
+  EXPECT_FALSE(SavePhotoCommand(&doc));
   EXPECT_EQ(prompt.messages, QStringList{"Could not open file to write"});
-  EXPECT_EQ(doc.UnsavedAt(1), 0);
-  EXPECT_EQ(doc.PathAt(1), d + "/missing/photo.tif");
+  EXPECT_EQ(doc.UnsavedAt(1), 1);
+  EXPECT_EQ(doc.PathAt(1), source);
 }
 
 TEST(PhotoFiles, SavePictureWritesJpegAtBestAndReportsFailures) {
@@ -216,7 +221,8 @@ TEST(PhotoFiles, SavePictureWritesJpegAtBestAndReportsFailures) {
   const CDib picture = doc.ImageAt(0);
   ScriptedPrompt prompt;
   const int before = JpegQuality();
-  const testutil::Bytes best = JpegAtBest(d + "/best.jpg", testutil::Pattern(300, 200, 3));
+  const testutil::Bytes best =
+      JpegAtBest(d + "/best.jpg", testutil::Pattern(300, 200, 3), kUnknownResolution);
   ASSERT_EQ(JpegSetOption(JpegOptQuality, 30), RasOk);
   EXPECT_TRUE(SavePicture(RasFormatJpeg, d + "/saved.jpg", picture));
   EXPECT_EQ(Contents(d + "/saved.jpg"), best);
@@ -226,7 +232,7 @@ TEST(PhotoFiles, SavePictureWritesJpegAtBestAndReportsFailures) {
   struct Case {
     uint32_t format;
     QString path;
-    const char *message;
+    QString message;
   };
   // (The tests may run as root, for whom a read-only folder is no obstacle.)
   std::vector<Case> cases = {
@@ -235,7 +241,8 @@ TEST(PhotoFiles, SavePictureWritesJpegAtBestAndReportsFailures) {
       {0, d + "/none.jpg", "Could not save image"}};
   if (QFileInfo::exists(kDevFull))
     for (const uint32_t format : {RasFormatBmp, RasFormatTiff, RasFormatJpeg})
-      cases.push_back({format, kDevFull, "Unable to save image. Please try again"});
+      cases.push_back(
+          {format, kDevFull, "Unable to save image. Please try again\n\nNo space left on device."});
   for (const Case &c : cases) {
     SCOPED_TRACE(c.path.toStdString() + " " + std::to_string(c.format));
     prompt.messages.clear();
@@ -246,6 +253,156 @@ TEST(PhotoFiles, SavePictureWritesJpegAtBestAndReportsFailures) {
     EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
   }
   (void)JpegSetOption(JpegOptQuality, before);
+}
+
+// A file size limit stands in for a full disk: past it every write fails
+// with EFBIG (its signal ignored), whoever runs the test, root included.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &saved_);
+    rlimit limit = saved_;
+    limit.rlim_cur = bytes;
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &saved_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit saved_{};
+  void (*handler_)(int);
+};
+
+TEST(PhotoFiles, AFailedSaveLeavesTheFileThatWasThere) {
+  QTemporaryDir dir;
+  const QString d = dir.path();
+  CKorvelAppDoc doc;
+  OpenCurrent(&doc, WritePattern(d + "/large.bmp", RasFormatBmp, 300, 200));
+  const QStringList names = {"small.bmp", "small.jpg", "small.tif"};
+  std::vector<testutil::Bytes> before;
+  for (const QString &name : names)
+    before.push_back(Contents(WritePattern(d + '/' + name, FormatForExtension(name.mid(6)))));
+  ScriptedPrompt prompt;
+  QStringList expected;
+  {
+    FileSizeLimit disk(16 * 1024);
+    for (const QString &name : names) {
+      const QString path = d + '/' + name;
+      // The save command over the file, then the close question's Yes, which
+      // writes over the entry's own path.
+      prompt.saveFiles.push_back(File{true, path, 1});
+      EXPECT_FALSE(SavePhotoCommand(&doc));
+      EXPECT_EQ(doc.UnsavedAt(0), name == names[0] ? 0 : 1);
+      doc.ReplaceImage(0, doc.ImageAt(0), 1, path);
+      prompt.savePhoto.push_back(Answer{KorvelPrompt::IDOK, "YES"});
+      EXPECT_TRUE(SaveBeforeClose(&doc));
+      const QString message = "Unable to save image. Please try again\n\nFile too large. \"" +
+                              path + "\" was left as it was.";
+      expected << message << message;
+    }
+  }
+  EXPECT_EQ(prompt.messages, expected);
+  for (size_t i = 0; i < before.size(); ++i)
+    EXPECT_EQ(Contents(d + '/' + names[int(i)]), before[i]) << i;
+  EXPECT_EQ(QDir(d).entryList(QDir::Files), QStringList{"large.bmp"} + names);
+}
+
+TEST(PhotoFiles, NewPicturesTakeOnlyNamesNothingHas) {
+  QTemporaryDir dir, outside;
+  const QString d = dir.path();
+  CKorvelAppDoc doc;
+  OpenCurrent(&doc, WritePattern(d + "/source.bmp"));
+  testutil::WriteFile(Local(d + "/taken.jpg"), {'m', 'i', 'n', 'e'});
+  ASSERT_TRUE(QFile::link(outside.path() + "/escaped.jpg", d + "/dangling.jpg"));
+  ScriptedPrompt prompt;
+  QStringList offered = {d + "/taken.jpg", d + "/dangling.jpg", d + "/free.jpg"};
+  const auto next = [&offered] { return offered.isEmpty() ? QString() : offered.takeFirst(); };
+  EXPECT_EQ(SaveNewPicture(RasFormatJpeg, next, doc.ImageAt(0)), d + "/free.jpg");
+  EXPECT_EQ(Reopen(d + "/free.jpg").width, 37u);
+  // Offered a taken name twice, or no name: nothing is written, and it says so.
+  offered = {d + "/taken.jpg", d + "/taken.jpg"};
+  EXPECT_EQ(SaveNewPicture(RasFormatJpeg, next, doc.ImageAt(0)), QString());
+  EXPECT_EQ(SaveNewPicture(RasFormatJpeg, next, doc.ImageAt(0)), QString());
+  EXPECT_EQ(prompt.messages,
+            (QStringList{"Unable to save image. Please try again\n\nFile exists. Nothing was "
+                         "saved as \"" +
+                             d + "/taken.jpg\".",
+                         "Could not open file to write"}));
+  EXPECT_EQ(Contents(d + "/taken.jpg"), (testutil::Bytes{'m', 'i', 'n', 'e'}));
+  EXPECT_TRUE(QDir(outside.path()).isEmpty());
+  EXPECT_EQ(QDir(d).entryList(QDir::Files | QDir::System),
+            (QStringList{"dangling.jpg", "free.jpg", "source.bmp", "taken.jpg"}));
+}
+
+// The resolution fields of a saved file as they stand in it: JFIF's unit and
+// densities; BMP's pixels per metre across and down; TIFF's XResolution and
+// YResolution rationals and ResolutionUnit (little-endian, as written).
+testutil::Bytes ResolutionFields(const QString &path, uint32_t format) {
+  const testutil::Bytes b = Contents(path);
+  if (b.size() < 54) return {};
+  if (format == RasFormatJpeg) {
+    EXPECT_EQ(testutil::Bytes(b.begin() + 2, b.begin() + 11),
+              (testutil::Bytes{0xFF, 0xE0, 0, 16, 'J', 'F', 'I', 'F', 0}));
+    return {b.begin() + 13, b.begin() + 18};
+  }
+  if (format == RasFormatBmp) return {b.begin() + 38, b.begin() + 46};
+  testutil::Bytes fields;
+  const uint32_t directory = testutil::GetField(b, 4, 4);
+  for (uint32_t i = 0; i < testutil::GetField(b, directory, 2); ++i) {
+    const size_t entry = directory + 2 + 12 * size_t{i};
+    const uint32_t tag = testutil::GetField(b, entry, 2);
+    const size_t at = tag == 296 ? entry + 8 : testutil::GetField(b, entry + 8, 4);
+    if (tag == 282 || tag == 283 || tag == 296)
+      fields.insert(fields.end(), b.begin() + at, b.begin() + at + (tag == 296 ? 2 : 8));
+  }
+  return fields;
+}
+
+TEST(PhotoFiles, SavedFilesKeepTheSourceResolutionOrSayNone) {
+  QTemporaryDir dir;
+  const QString d = dir.path();
+  const testutil::Bytes dpi300[] = {
+      {1, 0x01, 0x2C, 0x01, 0x2C},
+      {0x23, 0x2E, 0, 0, 0x23, 0x2E, 0, 0},                                       // 11811 per metre
+      {0xE0, 0x93, 4, 0, 0xE8, 3, 0, 0, 0xE0, 0x93, 4, 0, 0xE8, 3, 0, 0, 2, 0}};  // 300000/1000
+  const testutil::Bytes none[] = {
+      {0, 0, 1, 0, 1},  // unit 0 (none) with the 1:1 aspect JFIF requires
+      {0, 0, 0, 0, 0, 0, 0, 0},
+      {0x40, 0x19, 1, 0, 0xE8, 3, 0, 0, 0x40, 0x19, 1, 0, 0xE8, 3, 0, 0, 2, 0}};  // 72000/1000
+  const struct {
+    const char *name;
+    float resolution;
+    const testutil::Bytes *expected;
+  } sources[] = {{"a.jpg", 300.0f, dpi300},
+                 {"b.tif", 300.0f, dpi300},
+                 {"c.jpg", -1.0f, none},
+                 {"d.bmp", 0.0f, none}};
+  const uint32_t formats[] = {RasFormatJpeg, RasFormatBmp, RasFormatTiff};
+  ScriptedPrompt prompt;
+  for (const auto &source : sources) {
+    const QString path = d + '/' + source.name;
+    ASSERT_EQ(testutil::WritePicture(Local(path), FormatForExtension(path.right(3)), RasModelRgb,
+                                     testutil::Pattern(9, 7, 3), source.resolution),
+              RasOk);
+    if (source.resolution == 0.0f) {  // no BMP writer leaves these 0, other programs do
+      testutil::Bytes bytes = Contents(path);
+      std::fill(bytes.begin() + 38, bytes.begin() + 46, 0);
+      testutil::WriteFile(Local(path), bytes);
+    }
+    CKorvelAppDoc doc;
+    OpenCurrent(&doc, path);
+    doc.ReplaceImage(0, doc.ImageAt(0), 1, QString());  // a kept edit keeps it too
+    for (int k = 0; k < 3; ++k) {
+      const QString saved = d + '/' + source.name[0] + QStringLiteral("out");
+      prompt.saveFiles.push_back(File{true, saved, k + 1});
+      ASSERT_TRUE(SavePhotoCommand(&doc));
+      const QString written = saved + '.' + DFileDialog::ExtensionForIndex(k + 1);
+      EXPECT_EQ(ResolutionFields(written, formats[k]), source.expected[k]) << written.toStdString();
+    }
+  }
+  EXPECT_TRUE(prompt.messages.isEmpty());
 }
 
 TEST(PhotoFiles, RoundTripsKeepEveryPixel) {
@@ -389,7 +546,7 @@ TEST(PhotoFiles, SaveBeforeClose) {
   EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_EQ(QDir(d).entryList(QDir::Files).size(), 10);  // no name was extended
   const Picture picture = testutil::Pattern(20, 30, 3);
-  const testutil::Bytes reference = JpegAtBest(d + "/reference.jpg", picture);
+  const testutil::Bytes reference = JpegAtBest(d + "/reference.jpg", picture, 72.0f);
   for (int i = 0; i < doc.Count(); ++i) {
     const QString path = d + '/' + entries[i].name;
     SCOPED_TRACE(path.toStdString());
