@@ -17,6 +17,7 @@
 //   BmpWriteSl  -1/7 row at or beyond the height; -1/8 a scanline record too
 //               narrow or missing a plane; -1/9 the file was opened for
 //               reading.
+//   BmpClose    -6/1 the last buffered rows could not be written.
 // Those argument refusals leave the file open; every failure that concerns
 // the file itself closes it and frees the private block.
 #include <cstring>
@@ -24,6 +25,7 @@
 #include "raster/formats.h"
 #include "raster/ras.h"
 #include "raster/rasfile.h"
+#include "raster/rasformat.h"
 #include "raster/rasstate.h"
 #include "raster/rowpack.h"
 
@@ -477,9 +479,11 @@ int BmpWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
   if (bmp->pack && !PlanesFit(sl, bmp->width, channels))
     return RasError("BmpWriteSl", RasErrArg, 8);
 
-  // Always bottom-up: the header carries a positive height.
-  if (SeekTo(&state->file, bmp, RowPosition(*bmp, bmp->height - row - 1)) != RasOk)
-    return Fail(state, "BmpWriteSl", RasErrSeek, 3);
+  // Always bottom-up: the header carries a positive height. Moving back
+  // writes out the rows buffered so far, so this is where a full disk shows
+  // (-6).
+  const int sought = SeekTo(&state->file, bmp, RowPosition(*bmp, bmp->height - row - 1));
+  if (sought != RasOk) return Fail(state, "BmpWriteSl", sought, 3);
   if (!bmp->pack) return Fail(state, "BmpWriteSl", RasErrArg, 6);
   if (bmp->width > 0) bmp->pack(*bmp, sl->plane8);
   if (Write(&state->file, bmp->row, bmp->stride) != RasOk) {
@@ -492,7 +496,8 @@ int BmpWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
 int BmpClose(RasDesc *desc) {
   if (!desc || !desc->state) return RasOk;
   RasState *state = desc->state;
-  if (state->file.kind != RasFileKindClosed) (void)RasFileClose(&state->file);
+  // Closing writes out the last buffered rows of a file being written.
+  const int closed = RasFormatCloseFile(state);
   FreePriv(state);
-  return RasOk;
+  return closed != RasOk ? RasError("BmpClose", closed, 1) : RasOk;
 }

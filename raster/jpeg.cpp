@@ -1,7 +1,9 @@
 // JPEG (JFIF) files, format code 9: the glue between the raster scanline
 // interface and the IJG codec. The codec reads and writes through the
 // library's file layer by the source and destination managers below, and its
-// fatal errors come back as -8 through a jump buffer in the private block.
+// fatal errors come back as -8 through a jump buffer in the private block;
+// those the managers raise for the file itself say what happened instead:
+// -5 for data that ended too soon, -6 for a failed write.
 //
 // Every function that calls setjmp holds only trivially destructible locals
 // (pointers and integers), and the codec objects are destroyed only by
@@ -22,6 +24,7 @@
 #include "raster/formats.h"
 #include "raster/ras.h"
 #include "raster/rasfile.h"
+#include "raster/rasformat.h"
 #include "raster/rasstate.h"
 #include "raster/rasstr.h"
 #include "raster/rowpack.h"
@@ -53,6 +56,9 @@ struct JpegPriv {
   bool armed;
   // A fatal codec error left the object unusable for further rows.
   bool failed;
+  // What a source or destination manager found wrong with the file before
+  // raising a fatal error (-5 or -6), 0 when the codec itself gave up.
+  int fault;
 };
 
 struct JpegSource {
@@ -83,10 +89,47 @@ struct JpegDest {
 
 void JpegOutputMessage(j_common_ptr) {}
 
+// Notes what went wrong with the file and raises the fatal error; never returns.
+void JpegFileFault(j_common_ptr codec, int fault, int message) {
+  static_cast<JpegPriv *>(codec->client_data)->fault = fault;
+  ERREXIT(codec, message);
+}
+
+// True when the compressed data, ending now, covered less than half of the
+// picture's rows, the rest to be made up as grey. A photo cut short by a
+// broken download still shows what arrived; but once most of it would be
+// grey there is little photo left to show, and a few hundred forged bytes
+// declaring a huge picture would have every caller decode gigabytes of grey.
+// A file of several scans covers every row once its first scan is complete.
+bool JpegMostlyFiller(const jpeg_decompress_struct *codec) {
+  if (codec->input_scan_number == 0) return false;  // still in the header
+  if (codec->input_scan_number > 1) return false;
+  return uint64_t{codec->input_iMCU_row} * 2 < codec->total_iMCU_rows;
+}
+
+// Warnings are not shown, but one of them says that the compressed data
+// ended: the entropy decoder met the end of the image (the file's own, or the
+// one made up for a truncated file) while blocks were still missing.
+void JpegEmitMessage(j_common_ptr codec, int level) {
+  if (level != -1) return;
+  ++codec->err->num_warnings;
+  if (!codec->is_decompressor || codec->err->msg_code != JWRN_HIT_MARKER) return;
+  auto *dinfo = reinterpret_cast<j_decompress_ptr>(codec);
+  if (dinfo->unread_marker == JPEG_EOI && JpegMostlyFiller(dinfo)) {
+    JpegFileFault(codec, RasErrRead, JERR_INPUT_EOF);
+  }
+}
+
+// The code a fatal codec error is reported with.
+int JpegFailure(const JpegPriv *priv) {
+  return priv->fault != RasOk ? priv->fault : RasErrFormat;
+}
+
 void JpegInstallErrors(JpegPriv *priv, jpeg_common_struct *codec) {
   codec->err = jpeg_std_error(&priv->err);
   priv->err.error_exit = JpegErrorExit;
   priv->err.output_message = JpegOutputMessage;
+  priv->err.emit_message = JpegEmitMessage;
   codec->client_data = priv;
 }
 
@@ -164,7 +207,7 @@ void JpegWriteOut(j_compress_ptr codec, JpegDest *dest, size_t size) {
   int64_t count = static_cast<int64_t>(size);
   if (RasFileWrite(dest->file, dest->buffer, &count) != RasOk ||
       count != static_cast<int64_t>(size)) {
-    ERREXIT(codec, JERR_FILE_WRITE);
+    JpegFileFault(reinterpret_cast<j_common_ptr>(codec), RasErrWrite, JERR_FILE_WRITE);
   }
 }
 
@@ -291,16 +334,22 @@ bool JpegRowFits(const RasSl *sl, uint32_t width, int channels) {
 // ---------------------------------------------------------------------------
 // Reading
 
-// Creates the decompression object, reads the header and starts decoding.
-// Returns the model code of the output, 0 when it maps to none. Codec errors
-// leave through the jump buffer armed by the caller.
-uint32_t JpegStartDecoder(JpegPriv *priv, RasFile *file) {
+// Creates the decompression object and reads the header. Codec errors leave
+// through the jump buffer armed by the caller.
+void JpegReadHeader(JpegPriv *priv, RasFile *file) {
   j_decompress_ptr codec = &priv->dinfo;
   JpegInstallErrors(priv, reinterpret_cast<j_common_ptr>(codec));
   jpeg_create_decompress(codec);
   codec->mem->max_memory_to_use = kJpegMaxCodecMemory;
   JpegAttachSource(codec, file);
   (void)jpeg_read_header(codec, TRUE);
+}
+
+// Starts decoding a file whose header is read. Returns the model code of the
+// output, 0 when it maps to none. Codec errors leave through the jump buffer
+// armed by the caller.
+uint32_t JpegStartDecoder(JpegPriv *priv) {
+  j_decompress_ptr codec = &priv->dinfo;
   codec->dct_method = static_cast<J_DCT_METHOD>(gJpegSettings[JpegOptDctMethod]);
   codec->do_fancy_upsampling = gJpegSettings[JpegOptNoFancy] != 0 ? FALSE : TRUE;
   codec->do_block_smoothing = FALSE;
@@ -331,10 +380,21 @@ int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
   priv->armed = true;
   if (setjmp(priv->jump) != 0) {
     priv->armed = false;
+    const int failure = JpegFailure(priv);
     JpegDiscard(state);
-    return RasError("JpegOpen", RasErrFormat, 1);
+    return RasError("JpegOpen", failure, 1);
   }
-  uint32_t model = JpegStartDecoder(priv, &state->file);
+  JpegReadHeader(priv, &state->file);
+  // A file of several scans is decoded whole when decoding starts, into
+  // buffers for the whole picture: its size is checked before that.
+  desc->width = priv->dinfo.image_width;
+  desc->height = priv->dinfo.image_height;
+  if (uint64_t{desc->width} * desc->height > RasMaxPixels()) {
+    priv->armed = false;
+    JpegDiscard(state);
+    return RasFormatCheckPixels("JpegOpen", desc->width, desc->height, 17);
+  }
+  uint32_t model = JpegStartDecoder(priv);
   priv->armed = false;
   if (model == 0) {
     JpegDiscard(state);
@@ -359,7 +419,7 @@ int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl) {
   if (setjmp(priv->jump) != 0) {
     priv->armed = false;
     priv->failed = true;
-    return RasError("JpegReadSl", RasErrFormat, 8);
+    return RasError("JpegReadSl", JpegFailure(priv), 8);
   }
   while (priv->last < static_cast<int32_t>(row)) {
     if (jpeg_read_scanlines(codec, priv->row, 1) != 1) {
@@ -381,7 +441,8 @@ int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl) {
 
 // Detail numbers beyond the documented ones: 6 the scanline record could not
 // be allocated, 7 the record is too small for the image, 8 the codec failed
-// while decoding, 9 a row was asked after such a failure.
+// while decoding (-5 when the data ended before half the rows), 9 a row was
+// asked after such a failure.
 int JpegReadForward(RasDesc *desc, uint32_t row, RasSl *sl) {
   auto *priv = static_cast<JpegPriv *>(desc->state->priv);
   if (row >= priv->dinfo.output_height) {
@@ -397,7 +458,7 @@ int JpegReadForward(RasDesc *desc, uint32_t row, RasSl *sl) {
     return RasError("JpegReadSl", RasErrArg, 7);
   }
   if (priv->failed) {
-    return RasError("JpegReadSl", RasErrFormat, 9);
+    return RasError("JpegReadSl", JpegFailure(priv), 9);
   }
   return JpegDecodeTo(priv, row, sl);
 }
@@ -491,8 +552,9 @@ int JpegOpenWrite(const char *name, RasDesc *desc, RasState *state) {
   priv->armed = true;
   if (setjmp(priv->jump) != 0) {
     priv->armed = false;
+    const int failure = JpegFailure(priv);
     JpegDiscard(state);
-    return RasError("JpegOpen", RasErrFormat, 1);
+    return RasError("JpegOpen", failure, 1);
   }
   JpegStartEncoder(priv, &state->file, desc);
   priv->armed = false;
@@ -507,7 +569,7 @@ int JpegEncodeRow(JpegPriv *priv, uint32_t row, const RasSl *sl) {
   if (setjmp(priv->jump) != 0) {
     priv->armed = false;
     priv->failed = true;
-    return RasError("JpegWriteSl", RasErrFormat, 6);
+    return RasError("JpegWriteSl", JpegFailure(priv), 6);
   }
   priv->merge(priv->row[0], sl->plane8, codec->image_width);
   (void)jpeg_write_scanlines(codec, priv->row, 1);
@@ -572,6 +634,8 @@ int JpegSetOption(int index, int value) {
 // ---------------------------------------------------------------------------
 // Entry points
 
+// Detail numbers of the open beyond the documented ones: 17 the picture has
+// more pixels than RasMaxPixels (-9).
 int JpegOpen(const char *name, char mode, RasDesc *desc) {
   if (name == nullptr || desc == nullptr || desc->state == nullptr) {
     return RasError("JpegOpen", RasErrArg, 0);
@@ -638,7 +702,7 @@ int JpegWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
     return RasError("JpegWriteSl", RasErrArg, 5);
   }
   if (priv->failed) {
-    return RasError("JpegWriteSl", RasErrFormat, 7);
+    return RasError("JpegWriteSl", JpegFailure(priv), 7);
   }
   return JpegEncodeRow(priv, row, sl);
 }
@@ -648,12 +712,11 @@ int JpegClose(RasDesc *desc) {
     return RasOk;
   }
   RasState *state = desc->state;
-  if (state->file.kind != RasFileKindClosed) {
-    RasFileClose(&state->file);
-  }
+  // Closing writes out the last buffered bytes of a file being written.
+  const int closed = RasFormatCloseFile(state);
   if (state->priv != nullptr) {
     JpegDestroyPriv(static_cast<JpegPriv *>(state->priv), state->mode);
     state->priv = nullptr;
   }
-  return RasOk;
+  return closed != RasOk ? RasError("JpegClose", closed, 1) : RasOk;
 }

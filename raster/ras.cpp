@@ -6,6 +6,7 @@
 
 #include "raster/formats.h"
 #include "raster/raserror.h"
+#include "raster/rasformat.h"
 #include "raster/rasstate.h"
 
 namespace {
@@ -155,7 +156,14 @@ int RasOpen(const char *name, char mode, RasDesc *desc) {
   desc->state = NewState();
   if (!desc->state) return RasError("RasOpen", RasErrMemory, 2);
   RasErrorFileScope scope(name);
-  const int code = DispatchOpen(name, mode, desc);
+  if (mode == 'r') RasFormatClearPixelRefusal();
+  int code = DispatchOpen(name, mode, desc);
+  // Every reader's declared size is checked here, before the caller makes
+  // rows for it or reads any.
+  if (code == RasOk && mode == 'r') {
+    code = RasFormatCheckPixels("RasOpen", desc->width, desc->height, 4);
+    if (code != RasOk) (void)DispatchClose(desc);
+  }
   if (code != RasOk) {
     DropState(desc);
     return code;
@@ -293,21 +301,25 @@ int RasGetInfo(const char *name, RasDesc *desc) {
   RasProbeLog log;
   const int reporting = RasSetErrorReporting(0);
   int code = RasErrArg;
+  RasFormatClearPixelRefusal();
   for (uint32_t format : kProbeOrder) {
     RasStateReset(desc->state);
     desc->format = format;
     log.Trying();
     code = DispatchOpen(name, 'r', desc);
-    if (code == RasOk) {
-      (void)DispatchClose(desc);
-      break;
-    }
+    if (code == RasOk) (void)DispatchClose(desc);
+    // A reader that knew the file but found it too large ends the probe too:
+    // no weaker reader may claim the file after it.
+    if (code == RasOk || RasPixelLimitRefused()) break;
     log.Refused(format);
   }
   if (code == RasOk && desc->format == RasFormatTiff16) desc->maxval = 65535;
   if (code == RasOk && desc->format == RasFormatCineon) desc->maxval = 1023;
   RasSetErrorReporting(reporting);
-  if (code != RasOk && reporting) log.Write(name);
+  if (code == RasOk || RasPixelLimitRefused())
+    code = RasFormatCheckPixels("RasGetInfo", desc->width, desc->height, 2);
+  else if (reporting)
+    log.Write(name);
   DropState(desc);
   return code;
 }

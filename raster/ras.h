@@ -98,6 +98,15 @@ bool RasFormatDepthVaries(uint32_t format);
 // a code that names no format.
 const char *RasFormatName(uint32_t format);
 
+// Readers refuse a picture of more pixels (width x height) than this with -9,
+// before anything is allocated for its rows: 500 million, well above any
+// camera's, unless KORVEL_MAX_PIXELS (read once, at the first use) holds a
+// positive whole number.
+uint64_t RasMaxPixels();
+// True when the last RasOpen for reading or RasGetInfo was refused by that
+// limit; the descriptor then holds the width and height the file declared.
+bool RasPixelLimitRefused();
+
 // Every failing path of the library returns through RasError as its last act.
 // It returns `code` unchanged. When the environment variable KORVEL_RAS_LOG
 // names a file (or "-" for standard error) and reporting is on, it appends one

@@ -156,6 +156,10 @@ int RasFileWrite(RasFile *file, const void *buffer, int64_t *count) {
 int RasFileSeek(RasFile *file, int64_t offset, int whence) {
   if (!IsOpen(file) || whence < 0 || whence > 2) return RasError("RasFileSeek", RasErrArg, 0);
   if (file->kind == RasFileKindDisk) {
+    // Moving a stream first writes out what it holds: when that fails (a
+    // full disk) the write failed, not the seek, and the code says so.
+    if ((file->mode & RasFileModeWrite) && std::fflush(file->stream) != 0)
+      return RasError("RasFileSeek", RasErrWrite, 3);
     static const int kWhence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     if (fseeko(file->stream, offset, kWhence[whence]) != 0)
       return RasError("RasFileSeek", RasErrSeek, 1);

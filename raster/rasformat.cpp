@@ -1,6 +1,51 @@
 // Shared pieces of the format modules.
 #include "raster/rasformat.h"
 
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+constexpr uint64_t kDefaultMaxPixels = 500'000'000;
+bool gPixelRefusal = false;
+
+// Only a plain positive number replaces the default: a typo must not turn
+// the limit off or make every photo too large.
+uint64_t ReadMaxPixels() {
+  const char *text = std::getenv("KORVEL_MAX_PIXELS");
+  if (!text || *text < '0' || *text > '9') return kDefaultMaxPixels;
+  char *end = nullptr;
+  errno = 0;
+  const unsigned long long value = std::strtoull(text, &end, 10);
+  if (errno != 0 || *end != 0 || value == 0) return kDefaultMaxPixels;
+  return value;
+}
+
+}  // namespace
+
+uint64_t RasMaxPixels() {
+  static const uint64_t limit = ReadMaxPixels();
+  return limit;
+}
+
+bool RasPixelLimitRefused() {
+  return gPixelRefusal;
+}
+
+// The refusal is -9, the code for a file of a kind this library does not
+// take, as the readers already answer for dimensions beyond their own caps:
+// the file may be sound, and nothing ran out (-3 would invite a retry with
+// more memory, -8 would call the file broken).
+int RasFormatCheckPixels(const char *routine, uint32_t width, uint32_t height, int detail) {
+  if (uint64_t{width} * height <= RasMaxPixels()) return RasOk;
+  gPixelRefusal = true;
+  return RasError(routine, RasErrUnsupported, detail);
+}
+
+void RasFormatClearPixelRefusal() {
+  gPixelRefusal = false;
+}
+
 int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *desc,
                    int modeDetail) {
   if (!name || !desc || !desc->state) return RasError(routine, RasErrArg, 0);

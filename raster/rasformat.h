@@ -16,6 +16,15 @@
 [[nodiscard]] int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *desc,
                                  int modeDetail);
 
+// 0 when a declared picture of `width` x `height` is within RasMaxPixels,
+// else -9 reported for `routine` with `detail` and remembered for
+// RasPixelLimitRefused. The generic open checks every reader; a reader that
+// allocates for the whole picture at open checks before it does.
+[[nodiscard]] int RasFormatCheckPixels(const char *routine, uint32_t width, uint32_t height,
+                                       int detail);
+// Forgets an earlier refusal; the generic open and the probe call it first.
+void RasFormatClearPixelRefusal();
+
 // The state of a descriptor open in `mode` with its private block, or null.
 RasState *RasFormatState(const RasDesc *desc, char mode);
 

@@ -32,6 +32,7 @@
 //   TargaWriteSl  0, 1 null descriptor or record; 2 not open for writing;
 //                 9 row at or beyond the height; 10 record too narrow or
 //                 missing a plane.
+//   TargaClose    1 the last buffered rows could not be written (-6).
 #include <cstring>
 
 #include "raster/formats.h"
@@ -394,8 +395,10 @@ int TargaWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
     case RasModelGray:
       if (!RasFormatPlanesFit(sl, t->width, 1, false))
         return RasError("TargaWriteSl", RasErrArg, 10);
-      if (RasFileSeek(&state->file, RowPosition(*t, row, t->width), 0) != RasOk)
-        return Fail(state, "TargaWriteSl", RasErrSeek, 3);
+      // Moving writes out the rows buffered so far: a full disk shows here
+      // as the seek's -6.
+      if (const int code = RasFileSeek(&state->file, RowPosition(*t, row, t->width), 0))
+        return Fail(state, "TargaWriteSl", code, 3);
       if (RasFormatWrite(&state->file, sl->plane8[0], t->width) != RasOk)
         return Fail(state, "TargaWriteSl", RasErrWrite, 4);
       return RasOk;
@@ -407,8 +410,8 @@ int TargaWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
       if (!EnsureRow(t, bytes)) return Fail(state, "TargaWriteSl", RasErrMemory, 5);
       const uint8_t *const bgr[3] = {sl->plane8[2], sl->plane8[1], sl->plane8[0]};
       RasJoinRowFor(3, false)(t->row, bgr, t->width);
-      if (RasFileSeek(&state->file, RowPosition(*t, row, bytes), 0) != RasOk)
-        return Fail(state, "TargaWriteSl", RasErrSeek, 6);
+      if (const int code = RasFileSeek(&state->file, RowPosition(*t, row, bytes), 0))
+        return Fail(state, "TargaWriteSl", code, 6);
       if (RasFormatWrite(&state->file, t->row, bytes) != RasOk)
         return Fail(state, "TargaWriteSl", RasErrWrite, 7);
       return RasOk;
@@ -420,7 +423,8 @@ int TargaWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
 
 int TargaClose(RasDesc *desc) {
   if (!desc || !desc->state) return RasOk;
-  (void)RasFormatCloseFile(desc->state);
+  // Closing writes out the last buffered rows of a file being written.
+  const int code = RasFormatCloseFile(desc->state);
   FreePriv(desc->state);
-  return RasOk;
+  return code == RasOk ? RasOk : RasError("TargaClose", code, 1);
 }

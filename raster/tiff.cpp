@@ -20,7 +20,11 @@
 //     offset and reads as it stands.
 //   - No usable XResolution (absent, zero numerator or denominator) reads as
 //     -1.0, unknown.
-//   - A single BitsPerSample value stands for every sample.
+//   - A single BitsPerSample value stands for every sample. Values beyond
+//     SamplesPerPixel (8,8,8,1 for three samples, as some writers leave them)
+//     are ignored: they describe no sample of the file.
+//   - A tiled file is refused at open (TiffCheckTRH detail 4), strip fields
+//     or not: its pixels lie in tiles, which rows cannot be read from.
 //   - The IPTC block is kept as the bytes of the file, in 32-bit words, and
 //     written back byte for byte whatever either file's byte order, because
 //     IPTC data is a byte stream even where a writer typed it LONG. A block of
@@ -110,6 +114,10 @@ enum : uint16_t {
   kTagYResolution = 283,
   kTagPlanarConfiguration = 284,
   kTagResolutionUnit = 296,
+  kTagTileWidth = 322,
+  kTagTileLength = 323,
+  kTagTileOffsets = 324,
+  kTagTileByteCounts = 325,
   kTagInkSet = 332,
   kTagIptc = 33723,
 };
@@ -175,6 +183,7 @@ struct TiffPriv {
   uint32_t *offsets;  // StripOffsets, plane by plane for planar configuration 2
   uint32_t byteCountCount;
   uint32_t *byteCounts;
+  bool tiled;  // any tile field was present
   bool hasXResolution;
   uint32_t xResolution[2];  // numerator, denominator
   uint32_t yResolution[2];
@@ -437,6 +446,12 @@ int TiffProcessIFDE(RasFile *file, TiffPriv *p, const TiffEntry &e) {
       return ReadScalar(file, p, e, &p->resolutionUnit);
     case kTagInkSet:
       return ReadScalar(file, p, e, &p->inkSet);
+    case kTagTileWidth:
+    case kTagTileLength:
+    case kTagTileOffsets:
+    case kTagTileByteCounts:
+      p->tiled = true;
+      return RasOk;
     case kTagIptc:
       // Copied once the whole directory is known, by the open itself.
       p->iptcEntry = e;
@@ -479,12 +494,13 @@ int TiffReadIFDE(RasFile *file, TiffPriv *p, int64_t offset, TiffEntry **entries
 // Accepts uncompressed strips of `bits`-bit samples in the models the
 // library knows; gives the model code.
 int TiffCheckTRH(const TiffPriv &p, uint32_t bits, uint32_t *model) {
+  if (p.tiled) return RasError("TiffCheckTRH", RasErrUnsupported, 4);
   if (p.compression != 1 || p.width == 0 || p.height == 0 || p.rowsPerStrip == 0 ||
       p.offsetCount == 0 || p.byteCountCount == 0)
     return RasError("TiffCheckTRH", RasErrUnsupported, 0);
   if (p.planar != 1 && p.planar != 2) return RasError("TiffCheckTRH", RasErrUnsupported, 1);
   bool samplesOk = p.samples == 1 || p.samples == 3 || p.samples == 4;
-  samplesOk = samplesOk && (p.bitsCount == 1 || p.bitsCount == p.samples);
+  samplesOk = samplesOk && (p.bitsCount == 1 || p.bitsCount >= p.samples);
   for (uint32_t k = 0; samplesOk && k < p.samples; ++k)
     samplesOk = p.bits[k] == bits;
   if (!samplesOk) return RasError("TiffCheckTRH", RasErrUnsupported, 2);

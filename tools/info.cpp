@@ -3,6 +3,7 @@
 
 #include "raster/ras.h"
 #include "tools/commands.h"
+#include "tools/toolio.h"
 
 int RunInfo(int argc, char **argv) {
   if (argc < 1) {
@@ -14,7 +15,7 @@ int RunInfo(int argc, char **argv) {
     RasDesc desc{};
     const int code = RasGetInfo(argv[i], &desc);
     if (code != RasOk) {
-      std::printf("%s: error %d %s\n", argv[i], code, RasErrorText(code));
+      std::printf("%s: error %d %s\n", argv[i], code, ToolErrorText(code));
       std::fflush(stdout);  // before any log lines the library wrote to standard error
       status = 1;
       continue;

@@ -1,9 +1,12 @@
 #include "tools/toolio.h"
 
+#include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,11 +39,67 @@ JpegQualityScope::~JpegQualityScope() {
   (void)JpegSetOption(JpegOptQuality, saved_);
 }
 
+namespace {
+
+// The temporary file being written, for the signal handler, which may run
+// at any moment and so may only read a fixed buffer and call
+// async-signal-safe functions.
+char gTempPath[PATH_MAX];
+volatile sig_atomic_t gTempSet = 0;
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+extern "C" void RemoveTempAndEnd(int signal) {
+  if (gTempSet) unlink(gTempPath);
+  // The handler was reset on entry: raised again once it returns, the signal
+  // ends the process as it would have, and whoever waits sees that.
+  raise(signal);
+}
+
+// A conversion stopped by Ctrl+C, a closed terminal or a kill leaves no
+// half-written OUT.XXXXXX behind. A signal the caller chose to ignore stays
+// ignored.
+void CatchEndingSignals() {
+  struct sigaction action {};
+  action.sa_handler = RemoveTempAndEnd;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESETHAND;
+  for (int signal : kEndingSignals) {
+    struct sigaction old {};
+    if (sigaction(signal, nullptr, &old) == 0 && old.sa_handler != SIG_IGN)
+      sigaction(signal, &action, nullptr);
+  }
+}
+
+// Blocks the ending signals for as long as it lives, so the temporary file
+// and the handler's copy of its name come and go together.
+class EndingSignalsHeld {
+ public:
+  EndingSignalsHeld() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : kEndingSignals)
+      sigaddset(&set, signal);
+    sigprocmask(SIG_BLOCK, &set, &saved_);
+  }
+  ~EndingSignalsHeld() { sigprocmask(SIG_SETMASK, &saved_, nullptr); }
+
+ private:
+  sigset_t saved_;
+};
+
+}  // namespace
+
 OutputFile::OutputFile(const char *path) : path_(path), temp_(std::string(path) + ".XXXXXX") {
+  EndingSignalsHeld held;
   const int fd = mkstemp(temp_.data());
   if (fd < 0) {
     temp_.clear();
     return;
+  }
+  if (temp_.size() < sizeof gTempPath) {
+    std::memcpy(gTempPath, temp_.c_str(), temp_.size() + 1);
+    gTempSet = 1;
+    CatchEndingSignals();
   }
   // mkstemp makes the file private; a finished photo gets the usual rights.
   const mode_t mask = umask(0);
@@ -50,17 +109,36 @@ OutputFile::OutputFile(const char *path) : path_(path), temp_(std::string(path) 
 }
 
 OutputFile::~OutputFile() {
+  EndingSignalsHeld held;
+  gTempSet = 0;
   if (!temp_.empty()) unlink(temp_.c_str());
 }
 
 bool OutputFile::Commit() {
+  // The bytes reach the disk before the name points at them, or a crash soon
+  // after could leave an empty file where the old one was.
+  const int fd = open(temp_.c_str(), O_RDONLY);
+  const bool synced = fd >= 0 && fsync(fd) == 0;
+  if (fd >= 0) close(fd);
+  if (!synced) return false;
+  EndingSignalsHeld held;
   if (std::rename(temp_.c_str(), path_) != 0) return false;
+  gTempSet = 0;
   temp_.clear();
   return true;
 }
 
+const char *ToolErrorText(int code) {
+  // The one refusal whose general meaning would leave a user guessing.
+  if (code != RasErrUnsupported || !RasPixelLimitRefused()) return RasErrorText(code);
+  static char text[100];
+  std::snprintf(text, sizeof text, "more than %llu pixels (KORVEL_MAX_PIXELS sets the limit)",
+                static_cast<unsigned long long>(RasMaxPixels()));
+  return text;
+}
+
 int Fail(const char *name, const char *what, int code) {
-  std::fprintf(stderr, "korvel-raster: %s: %s: %s (code %d)\n", name, what, RasErrorText(code),
+  std::fprintf(stderr, "korvel-raster: %s: %s: %s (code %d)\n", name, what, ToolErrorText(code),
                code);
   return 1;
 }

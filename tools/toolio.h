@@ -51,5 +51,8 @@ class OutputFile {
   std::string temp_;
 };
 
+// What a result code means, for the tool's messages: the library's words,
+// or the pixel limit when that refused the file.
+const char *ToolErrorText(int code);
 // Prints "korvel-raster: NAME: WHAT: meaning (code N)" and returns 1.
 int Fail(const char *name, const char *what, int code);

@@ -66,6 +66,15 @@ int Put(RasDesc *desc, const Picture &image, uint32_t y) {
   return RasWriteSl(desc, y, &sl);
 }
 
+// Offset of the first header segment with marker `code` (0xC0 the frame, 0xDA
+// the scan), or the file's size.
+size_t Segment(const Bytes &file, uint8_t code) {
+  for (size_t i = 2; i + 4 <= file.size() && file[i] == 0xFF;
+       i += 2 + GetField(file, i + 2, 2, true))
+    if (file[i + 1] == code) return i;
+  return file.size();
+}
+
 std::vector<int> Options() {
   std::vector<int> values(5);
   for (int i = 0; i < 5; ++i)
@@ -208,12 +217,22 @@ TEST_F(JpegTest, RestartMarkersFollowTheSetting) {
 }
 
 TEST_F(JpegTest, DamagedFilesFailCleanly) {
-  ASSERT_EQ(Write(TempPath("whole.jpg"), RasModelRgb, Smooth(64, 48, 3)), 0);
-  const Bytes whole = ReadFile(TempPath("whole.jpg"));
-  // Half the data reads to the end, the rest made up by the codec.
-  WriteFile(TempPath("cut.jpg"), Bytes(whole.begin(), whole.begin() + whole.size() / 2));
+  // A photo missing the last third of its data reads to the end, the rest
+  // made up as any decoder makes it up; one missing three quarters would be
+  // mostly made up, and fails at the first row past its data.
+  const Bytes photo = ReadFile(std::string(KORVEL_TESTDATA_DIR) + "/jpeg/pillow__hopper.jpg");
+  const size_t data = Segment(photo, 0xDA), length = photo.size() - data;
+  ASSERT_LT(data, photo.size());
+  WriteFile(TempPath("cut.jpg"), Bytes(photo.begin(), photo.begin() + data + length * 2 / 3));
+  WriteFile(TempPath("stub.jpg"), Bytes(photo.begin(), photo.begin() + data + length / 4));
   Picture back;
   EXPECT_EQ(ReadPicture(TempPath("cut.jpg"), &back), 0);
+  EXPECT_EQ(back, Decode(TempPath("cut.jpg")));
+  EXPECT_EQ(ReadPicture(TempPath("stub.jpg"), &back), -5);
+  EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -5, 8}));
+
+  ASSERT_EQ(Write(TempPath("whole.jpg"), RasModelRgb, Smooth(64, 48, 3)), 0);
+  const Bytes whole = ReadFile(TempPath("whole.jpg"));
 
   // A second frame where the end of image belongs fails the last row.
   Bytes twice(whole.begin(), whole.end() - 2);
@@ -227,6 +246,45 @@ TEST_F(JpegTest, DamagedFilesFailCleanly) {
   EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -8, 8}));
   EXPECT_EQ(RasReadSl(&desc, 47, &sl), -8);  // decoded again from the top
   EXPECT_EQ(RasReadSl(&desc, 3, &sl), 0);    // going back reopens
+  EXPECT_EQ(RasClose(&desc), 0);
+  RasFreeSl(&sl);
+}
+
+TEST_F(JpegTest, HugeDeclaredPicturesAreRefusedBeforeAnyDecoding) {
+  ASSERT_EQ(Write(TempPath("small.jpg"), RasModelRgb, Smooth(16, 16, 3)), 0);
+  const Bytes small = ReadFile(TempPath("small.jpg"));
+  const size_t frame = Segment(small, 0xC0);
+  ASSERT_LT(frame, small.size());
+  // The same few hundred bytes declaring a picture of `side` x `side`.
+  const auto declare = [&](const char *name, uint32_t side) {
+    Bytes forged = small;
+    PutField(forged, frame + 5, side, 2, true);
+    PutField(forged, frame + 7, side, 2, true);
+    WriteFile(TempPath(name), forged);
+    return TempPath(name);
+  };
+  // Beyond the pixel limit: the probe and the open refuse, declaring the size.
+  const std::string huge = declare("huge.jpg", 65500);
+  RasDesc desc{};
+  EXPECT_EQ(RasGetInfo(huge.c_str(), &desc), -9);
+  EXPECT_EQ(log_.Last(), (Logged{"RasGetInfo", -9, 2}));
+  EXPECT_TRUE(RasPixelLimitRefused());
+  EXPECT_EQ(std::tuple(desc.width, desc.height, desc.state), std::tuple(65500u, 65500u, nullptr));
+  desc.format = RasFormatJpeg;
+  EXPECT_EQ(RasOpen(huge.c_str(), 'r', &desc), -9);
+  EXPECT_EQ(log_.Last(), (Logged{"JpegOpen", -9, 17}));
+  EXPECT_EQ(desc.state, nullptr);
+  // Within the limit but with data for a few blocks only: open, then the
+  // first row fails instead of 400 million pixels of filler.
+  const std::string filler = declare("filler.jpg", 20000);
+  ASSERT_EQ(RasGetInfo(filler.c_str(), &desc), 0);
+  EXPECT_FALSE(RasPixelLimitRefused());
+  ASSERT_EQ(RasOpen(filler.c_str(), 'r', &desc), 0);
+  RasSl sl{};
+  EXPECT_EQ(RasReadSl(&desc, 0, &sl), -5);
+  EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -5, 8}));
+  EXPECT_EQ(RasReadSl(&desc, 1, &sl), -5);
+  EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -5, 9}));
   EXPECT_EQ(RasClose(&desc), 0);
   RasFreeSl(&sl);
 }
@@ -249,8 +307,8 @@ TEST_F(JpegTest, MemoryBlocksServeAsSourceAndDestination) {
   EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -1, 4}));  // 20 is past the end
   EXPECT_EQ(fromMemory, fromDisk);
 
-  // A block too small: the row that overflows it is a fatal codec error,
-  // and the same row offered again is refused.
+  // A block too small: the row that overflows it is a failed write, and the
+  // same row offered again is refused.
   Bytes block(file.size() / 3);
   RasMakeMemName(&dest, block.data(), block.size());
   RasDesc desc;
@@ -260,9 +318,9 @@ TEST_F(JpegTest, MemoryBlocksServeAsSourceAndDestination) {
   while (y < 20 && Put(&desc, image, y) == 0)
     ++y;
   ASSERT_LT(y, 19u);  // before the end of image
-  EXPECT_EQ(log_.Last(), (Logged{"JpegWriteSl", -8, 6}));
-  EXPECT_EQ(Put(&desc, image, y), -8);
-  EXPECT_EQ(log_.Last(), (Logged{"JpegWriteSl", -8, 7}));
+  EXPECT_EQ(log_.Last(), (Logged{"JpegWriteSl", -6, 6}));
+  EXPECT_EQ(Put(&desc, image, y), -6);
+  EXPECT_EQ(log_.Last(), (Logged{"JpegWriteSl", -6, 7}));
   EXPECT_EQ(RasClose(&desc), 0);
 }
 

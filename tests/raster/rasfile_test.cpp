@@ -1,5 +1,6 @@
 // The file layer over memory blocks and disk files.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -157,6 +158,34 @@ TEST(RasFile, DiskFilesReadWriteSeekAndRemove) {
   ASSERT_EQ(RasFileCloseRemove(&file), RasOk);
   EXPECT_EQ(RasFileOpen(&file, path.c_str(), RasFileModeRead), RasErrOpen);
   EXPECT_EQ(RasFileRemove("\0m"), RasOk);  // a memory block is never removed
+}
+
+// A full disk, as /dev/full is one, fails every writer with -6, whether a row
+// or the close finds it out. They write through a link to it, so a writer
+// that removes what it could not finish removes only the link.
+TEST(RasFile, EveryWriterReportsAFullDiskAsAFailedWrite) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "this system has no /dev/full";
+  const std::string link = testutil::TempPath("full.out");
+  const std::pair<uint32_t, uint32_t> writers[] = {
+      {RasFormatTiff, RasModelRgb}, {RasFormatTarga, RasModelRgb}, {RasFormatScitex, RasModelRgb},
+      {RasFormatEps, RasModelRgb},  {RasFormatDcs, RasModelCmyk},  {RasFormatBmp, RasModelRgb},
+      {RasFormatJpeg, RasModelRgb}};
+  for (const auto &[format, model] : writers) {
+    SCOPED_TRACE(RasFormatName(format));
+    (void)unlink(link.c_str());
+    ASSERT_EQ(symlink("/dev/full", link.c_str()), 0);
+    const uint32_t channels = model == RasModelCmyk ? 4 : 3;
+    EXPECT_EQ(testutil::WritePicture(link, format, model, testutil::Pattern(64, 64, channels)),
+              RasErrWrite);
+  }
+  for (const auto &[format, maxval] :
+       {std::pair{RasFormatTiff16, 65535u}, {RasFormatCineon, 1023u}}) {
+    SCOPED_TRACE(RasFormatName(format));
+    EXPECT_EQ(testutil::WritePlanes16(link, format, RasModelRgb, 64, 64,
+                                      testutil::Pattern16(64, 64, 3, maxval)),
+              RasErrWrite);
+  }
+  (void)unlink(link.c_str());
 }
 
 }  // namespace

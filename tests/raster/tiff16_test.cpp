@@ -77,6 +77,16 @@ TEST(Tiff16, ReadersOfEachWidthRefuseTheOther) {
     EXPECT_EQ(RasOpen(path.c_str(), 'r', &desc), RasErrUnsupported);
     EXPECT_EQ(desc.state, nullptr);
   }
+  // A fourth BitsPerSample value (entry 3 of the directory) stands for no
+  // sample and is ignored.
+  Bytes extra = ReadFile(wide);
+  ASSERT_EQ(GetField(extra, 10 + 12 * 3, 2), 258u);
+  PutField(extra, 10 + 12 * 3 + 4, 4, 4);
+  WriteFile(narrow, extra);
+  Planes16 back;
+  RasDesc read{};
+  EXPECT_EQ(ReadPlanes16(narrow, &read, &back), RasOk);
+  EXPECT_EQ(back, Pattern16(3, 2, 3, 65535));
   // A record of 8-bit planes cannot take 16-bit rows.
   RasDesc desc{};
   ASSERT_EQ(RasGetInfo(wide.c_str(), &desc), RasOk);

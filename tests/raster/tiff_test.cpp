@@ -216,7 +216,7 @@ TEST_F(TiffTest, ReaderVariants) {
   const Bytes grey = {0, 10, 200, 255, 1, 2, 3, 4}, rgb = Pattern(12, 1, 1).planes[0];
   // 4x2 grey: SHORT tables in a big-endian file, centimetres; two strips of one
   // row in inline SHORT pairs, no unit. 2x2 RGB: one BitsPerSample for three
-  // samples, unknown tags, inch.
+  // samples, unknown tags, inch; or a fourth BitsPerSample for no sample.
   // clang-format off
   const Tags mm = Entries({{273, S, 8}, {279, S, 8}, {282, R, 118, 1}, {296, S, 3}},
       Strip(4, 2, 1, 1));
@@ -233,6 +233,8 @@ TEST_F(TiffTest, ReaderVariants) {
       {Build(mm, grey, true), RasModelGray, 118 * 2.54f, {grey}},
       {Build(two, grey), RasModelGray, 150 * 2.54f, {grey}},
       {Build(one, rgb), RasModelRgb, 300.0f, rgbPlanes},
+      {Build(Entries({{258, S, 8, 8, 8, 1}}, Strip(2, 2, 3, 2)), rgb), RasModelRgb, -1.0f,
+       rgbPlanes},
       {Build(Strip(2, 2, 3, 9), rgb), RasModelLab, -1.0f, rgbPlanes},  // ICC L*a*b* as stored
       {Build(Strip(2, 2, 3, 8), rgb), RasModelLab, -1.0f,  // CIE L*a*b*: a and b signed
        {{0, 21, 42, 63}, {135, 156, 177, 198}, {142, 163, 184, 205}}}};
@@ -258,16 +260,19 @@ TEST_F(TiffTest, RefusalsReportTheirCodeAndDetail) {
   beyond[273] = {L, {}, {0xF0, 0xFF, 0, 0}, 3}, huge[273] = {L, {}, {0, 1, 0, 0}, 0x40000000};
   const Logged check{"TiffCheckTRH", -9, 0}, bits{"TiffCheckTRH", -9, 2};
   const Logged model{"TiffCheckTRH", -9, 3}, open{"TiffOpen", -9, 10};
+  const Logged tiled{"TiffCheckTRH", -9, 4};
   const std::pair<Bytes, std::vector<Logged>> cases[] = {
       {Build(rgb, px, false, 43), {{"TiffOpen", -8, 5}}},  // BigTIFF
       {Build(rgb, px, true, 0x2A00), {{"TiffOpen", -8, 5}}},
       {{'M', 'I', 42, 0, 8, 0, 0, 0}, {{"TiffOpen", -8, 4}}},
       {{'I', 'I', 42, 0, 8}, {{"TiffOpen", -8, 3}}},
-      {with({{259, S, 5}}), {check, open}},                               // LZW
-      {with({{273}, {279}, {322, L, 16}, {323, L, 16}}), {check, open}},  // tiled
+      {with({{259, S, 5}}), {check, open}},  // LZW
+      {with({{273}, {279}, {322, L, 16}, {323, L, 16}}), {tiled, open}},
+      {with({{324, L, 8}, {325, L, 48}}), {tiled, open}},  // tiles and strips
       {with({{256, L, 0}}), {check, open}},
       {with({{284, S, 3}}), {{"TiffCheckTRH", -9, 1}, open}},
       {with({{258, S, 16, 16, 16}}), {bits, open}},
+      {with({{258, S, 8, 16, 8, 8}}), {bits, open}},
       {Build(Entries({{258, S, 1}}, Strip(8, 1, 1, 0)), {0x55}), {bits, open}},  // 1 bit
       {with({{258}}), {bits, open}},                                             // 1 bit by default
       {Build(Strip(4, 4, 2, 1), px), {bits, open}},
@@ -290,6 +295,24 @@ TEST_F(TiffTest, RefusalsReportTheirCodeAndDetail) {
     EXPECT_EQ(Open(file), chain.back().code);
     EXPECT_EQ(desc_.state, nullptr);
     EXPECT_EQ(Chain(), chain);
+  }
+}
+
+TEST_F(TiffTest, PicturesBeyondThePixelLimitAreRefusedBeforeTheirRows) {
+  // 500 million pixels is the limit itself; one row more is refused by the
+  // generic open after the reader took the file, and by the probe.
+  for (const auto &[height, code] : {std::pair{20000u, 0}, {20001u, -9}}) {
+    SCOPED_TRACE(height);
+    const Bytes file = Build(Strip(25000, height, 1, 1), {});
+    log_.Clear();
+    EXPECT_EQ(Open(file), code);
+    EXPECT_EQ(log_.Last(), (code ? Logged{"RasOpen", -9, 4} : Logged{}));
+    EXPECT_EQ(RasPixelLimitRefused(), code != 0);
+    EXPECT_EQ(std::pair(desc_.width, desc_.height), std::pair(25000u, height));
+    EXPECT_EQ(desc_.state ? RasClose(&desc_) : RasOk, RasOk);
+    RasDesc probed{};
+    EXPECT_EQ(RasGetInfo(RasMemNameOf(mem_), &probed), code);
+    EXPECT_EQ(probed.state, nullptr);
   }
 }
 
