@@ -1,5 +1,5 @@
-// Files replaced whole or not at all, and new files that never go through
-// anything already standing at their name.
+// Files replaced whole or not at all. New files (CommitNew) are tried where
+// the application makes them, in tests/app/photofiles_test.cpp.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -88,23 +88,6 @@ TEST(SafeFile, ReplacesWholeOnlyOnCommit) {
   EXPECT_EQ(device.path(), "/dev/null");
   EXPECT_FALSE(device.replacing());
   EXPECT_EQ(device.Commit(), 0);
-}
-
-TEST(SafeFile, NewFilesNeverGoThroughWhatIsThere) {
-  Folder d;
-  Put(d / "taken.jpg", "someone else's");
-  ASSERT_EQ(symlink((d / "outside/escaped.jpg").c_str(), (d / "dangling.jpg").c_str()), 0);
-  ReplacingFile file(d / "taken.jpg", ReplacingFile::kNew);
-  ASSERT_EQ(file.error(), 0);
-  EXPECT_FALSE(file.replacing());
-  Put(file.path(), "download");
-  EXPECT_EQ(file.CommitNew(d / "taken.jpg"), EEXIST);
-  EXPECT_EQ(file.CommitNew(d / "dangling.jpg"), EEXIST);
-  EXPECT_EQ(file.CommitNew(d / "free.jpg"), 0);
-  EXPECT_EQ(Get(d / "taken.jpg"), "someone else's");
-  EXPECT_EQ(Get(d / "free.jpg"), "download");
-  EXPECT_EQ(access((d / "outside").c_str(), F_OK), -1);
-  EXPECT_EQ(d.Names(), (std::vector<std::string>{"dangling.jpg", "free.jpg", "taken.jpg"}));
 }
 
 }  // namespace
