@@ -6,7 +6,8 @@
 // - one colour click in the editor on a 640x480 photo (build, apply, commit)
 //   against a 30 ms budget;
 // - turning a 24-Mpixel photo in the editor (planar copy, rotate, back to a
-//   picture) against the rotation routine alone on the same planes.
+//   picture), on one thread and on all, against the rotation routine alone on
+//   the same planes (on all threads).
 // Usage: app_bench JPEG RUNS [PHOTOS]
 #include <QApplication>
 #include <QElapsedTimer>
@@ -20,7 +21,7 @@
 #include "app/photofiles.h"
 #include "app/thumbview.h"
 #include "bench/spawn.h"
-#include "bench/timing.h"
+#include "bench/threads.h"
 #include "edit/dibplanar.h"
 #include "edit/imageview.h"
 
@@ -109,7 +110,7 @@ void BenchEditor(int runs) {
   doc->SetCurrentIndex(1);
   form->OnCommand(32778);
   form->OnCommand(1012);
-  const double turn = MedianMs(runs, [&] {
+  const ThreadedMs turn = MedianMsThreaded(runs, [&] {
     view->Rotate(1);
     return view->CurrentImage() != nullptr;
   });
@@ -119,7 +120,7 @@ void BenchEditor(int runs) {
       MedianMs(runs, [&] { return RotateImage(planes, 0, turned, nullptr) == 0; });
   PlanarFree(planes);
   PlanarFree(turned);
-  PrintBench("editor_rotate_24mp", turn, "RotateImage", routine);
+  PrintBenchThreaded("editor_rotate_24mp", turn, "RotateImage", routine);
   for (int i = 0; i < doc->Count(); ++i)
     doc->ReplaceImage(i, doc->ImageAt(i), 0, QString());
   view->KeepChanges();

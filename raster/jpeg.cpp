@@ -413,7 +413,9 @@ int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
 
 // Decodes up to `row` and spreads it into the planes; finishes the image
 // after its last row. Returns 0, or -8 after a fatal codec error.
-int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl) {
+// With `into`, that row is decoded straight into it as interleaved samples
+// and no plane is written.
+int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl, uint8_t *into = nullptr) {
   j_decompress_ptr codec = &priv->dinfo;
   priv->armed = true;
   if (setjmp(priv->jump) != 0) {
@@ -422,14 +424,16 @@ int JpegDecodeTo(JpegPriv *priv, uint32_t row, RasSl *sl) {
     return RasError("JpegReadSl", JpegFailure(priv), 8);
   }
   while (priv->last < static_cast<int32_t>(row)) {
-    if (jpeg_read_scanlines(codec, priv->row, 1) != 1) {
+    const bool wanted = into && priv->last + 1 == static_cast<int32_t>(row);
+    JSAMPROW target[1] = {wanted ? into : priv->row[0]};
+    if (jpeg_read_scanlines(codec, target, 1) != 1) {
       priv->armed = false;
       priv->failed = true;
       return RasError("JpegReadSl", RasErrFormat, 8);
     }
     ++priv->last;
   }
-  priv->split(priv->row[0], sl->plane8, codec->output_width);
+  if (!into) priv->split(priv->row[0], sl->plane8, codec->output_width);
   if (row + 1 == codec->output_height) {
     (void)jpeg_finish_decompress(codec);
     // Finishing released the image pool and the row buffer with it.
@@ -650,6 +654,23 @@ int JpegOpen(const char *name, char mode, RasDesc *desc) {
     return JpegOpenWrite(name, desc, state);
   }
   return RasError("JpegOpen", RasErrArg, 16);
+}
+
+int JpegReadRow(RasDesc *desc, uint32_t row, uint8_t *out) {
+  if (desc == nullptr || desc->state == nullptr || out == nullptr) {
+    return RasError("JpegReadRow", RasErrArg, 0);
+  }
+  auto *priv = static_cast<JpegPriv *>(desc->state->priv);
+  if (desc->format != RasFormatJpeg || priv == nullptr || desc->state->mode != 'r') {
+    return RasError("JpegReadRow", RasErrArg, 1);
+  }
+  if (priv->failed) {
+    return RasError("JpegReadRow", RasErrFormat, 9);
+  }
+  if (static_cast<int64_t>(row) != int64_t{priv->last} + 1 || row >= priv->dinfo.output_height) {
+    return RasError("JpegReadRow", RasErrArg, 2);
+  }
+  return JpegDecodeTo(priv, row, nullptr, out);
 }
 
 int JpegReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
