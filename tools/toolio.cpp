@@ -1,8 +1,6 @@
 #include "tools/toolio.h"
 
-#include <fcntl.h>
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -89,43 +87,30 @@ class EndingSignalsHeld {
 
 }  // namespace
 
-OutputFile::OutputFile(const char *path) : path_(path), temp_(std::string(path) + ".XXXXXX") {
+OutputFile::OutputFile(const char *path) {
   EndingSignalsHeld held;
-  const int fd = mkstemp(temp_.data());
-  if (fd < 0) {
-    temp_.clear();
-    return;
-  }
-  if (temp_.size() < sizeof gTempPath) {
-    std::memcpy(gTempPath, temp_.c_str(), temp_.size() + 1);
+  file_.emplace(path);
+  // A device or pipe is written in place, and is no temporary file to remove.
+  const std::string &temp = file_->path();
+  if (!file_->error() && !file_->direct() && temp.size() < sizeof gTempPath) {
+    std::memcpy(gTempPath, temp.c_str(), temp.size() + 1);
     gTempSet = 1;
     CatchEndingSignals();
   }
-  // mkstemp makes the file private; a finished photo gets the usual rights.
-  const mode_t mask = umask(0);
-  umask(mask);
-  (void)fchmod(fd, 0666 & ~mask);
-  close(fd);
 }
 
 OutputFile::~OutputFile() {
   EndingSignalsHeld held;
   gTempSet = 0;
-  if (!temp_.empty()) unlink(temp_.c_str());
+  file_.reset();
 }
 
 bool OutputFile::Commit() {
-  // The bytes reach the disk before the name points at them, or a crash soon
-  // after could leave an empty file where the old one was.
-  const int fd = open(temp_.c_str(), O_RDONLY);
-  const bool synced = fd >= 0 && fsync(fd) == 0;
-  if (fd >= 0) close(fd);
-  if (!synced) return false;
   EndingSignalsHeld held;
-  if (std::rename(temp_.c_str(), path_) != 0) return false;
+  // Renamed into place or removed: either way nothing is left to clean up.
+  const bool done = file_->Commit() == 0;
   gTempSet = 0;
-  temp_.clear();
-  return true;
+  return done;
 }
 
 const char *ToolErrorText(int code) {

@@ -4,8 +4,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "platform/safefile.h"
 #include "raster/ras.h"
 
 // The application saves by extension: jpg, bmp, tif or tiff; anything else
@@ -43,12 +45,12 @@ class OutputFile {
  public:
   explicit OutputFile(const char *path);
   ~OutputFile();
-  const char *temp() const { return temp_.empty() ? nullptr : temp_.c_str(); }
+  // Where to write; null when no file could be made.
+  const char *temp() const { return file_ && !file_->error() ? file_->path().c_str() : nullptr; }
   bool Commit();
 
  private:
-  const char *path_;
-  std::string temp_;
+  std::optional<ReplacingFile> file_;
 };
 
 // What a result code means, for the tool's messages: the library's words,
