@@ -317,8 +317,11 @@ bool SaveBeforeClose(CKorvelAppDoc *doc) {
       // every unknown extension is written as JPEG.
       const qsizetype dot = name.indexOf('.');
       const QString extension = dot < 0 ? QStringLiteral("jpg") : name.mid(dot + 1);
-      (void)SavePicture(FormatForExtension(extension), doc->PathAt(i), doc->ImageAt(i),
-                        doc->ResolutionAt(i));
+      // A photo that could not be saved keeps the program open: closing now
+      // would throw away the only copy of what the user asked to keep.
+      if (!SavePicture(FormatForExtension(extension), doc->PathAt(i), doc->ImageAt(i),
+                       doc->ResolutionAt(i)))
+        return false;
     } else if (answer.choice == QLatin1String("NOTOALL")) {
       break;
     }

@@ -48,5 +48,6 @@ QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName
                        const CDib &picture, float resolution = kUnknownResolution);
 
 // Asks about every unsaved entry and saves those answered "Yes" to their own
-// paths, leaving the flags alone; false when the user cancelled the close.
+// paths, leaving the flags alone; false when the user cancelled the close or
+// a save failed (the program then stays open with the photo).
 bool SaveBeforeClose(CKorvelAppDoc *doc);
