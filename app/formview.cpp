@@ -26,9 +26,11 @@ constexpr int kViewHeight = 453;
 constexpr int kHelpWidth = kViewWidth - 100;
 constexpr int kHelpHeight = 10;
 
-// Zoom steps, percent, as the combo's item data.
+// Zoom steps, percent, as the combo's item data; after them "Fit", whose
+// scale depends on the photo (item data 0).
 constexpr int kZoomSteps[] = {25, 50, 75, 100, 200, 400, 800};
 constexpr int kZoomStart = 3;
+constexpr int kZoomFit = int(std::size(kZoomSteps));
 
 }  // namespace
 
@@ -94,6 +96,7 @@ void CKorvelAppView::OnInitialUpdate() {
   HideGroups();
   for (int percent : kZoomSteps)
     zoom_->addItem(QString("%1%").arg(percent), percent);
+  zoom_->addItem("Fit", 0);
   zoom_->setCurrentIndex(kZoomStart);
 
   const QPoint at = workArea_.topLeft();
@@ -180,9 +183,10 @@ void CKorvelAppView::SwitchToEditMode() {
   const int index = doc_->CurrentIndex();
   if (index != -1) {
     const CDib &photo = doc_->ImageAt(index);
-    // A photo larger than the work area starts one step smaller.
+    // A photo as large as the work area or larger starts where it is seen whole.
     if (photo.Width() >= 645 || photo.Height() >= 453) {
-      OnZoomOut();
+      zoom_->setCurrentIndex(kZoomFit);
+      view->ZoomToFit();
       SetHelpText(1021);
     }
   }
@@ -285,26 +289,39 @@ void CKorvelAppView::OnRotateRight() {
   GetImageView()->Rotate(1);
 }
 
+// The steps go on from the scale shown, whichever entry gave it: from Fit,
+// out is the next step below its scale and in the next step above.
+void CKorvelAppView::ZoomStep(int direction) {
+  const double scale = GetImageView()->Scale();
+  int next = -1;
+  for (int i = 0; i < kZoomFit; ++i) {
+    const double step = kZoomSteps[i] * 0.01;
+    if (direction > 0 ? step > scale + 1e-6 : step < scale - 1e-6) {
+      next = i;
+      if (direction > 0) break;
+    }
+  }
+  if (next < 0) return;
+  zoom_->setCurrentIndex(next);
+  OnZoomSelChange();
+}
+
 void CKorvelAppView::OnZoomOut() {
   SetHelpText(1020);
-  const int at = zoom_->currentIndex();
-  if (at > 0) {
-    zoom_->setCurrentIndex(at - 1);
-    GetImageView()->Zoom(zoom_->currentData().toInt() * 0.01);
-  }
+  ZoomStep(-1);
 }
 
 void CKorvelAppView::OnZoomIn() {
   SetHelpText(1019);
-  const int at = zoom_->currentIndex();
-  if (at >= 0 && at < zoom_->count() - 1) {
-    zoom_->setCurrentIndex(at + 1);
-    GetImageView()->Zoom(zoom_->currentData().toInt() * 0.01);
-  }
+  ZoomStep(1);
 }
 
 void CKorvelAppView::OnZoomSelChange() {
-  if (zoom_->currentIndex() >= 0) GetImageView()->Zoom(zoom_->currentData().toInt() * 0.01);
+  if (zoom_->currentIndex() < 0) return;
+  if (const int percent = zoom_->currentData().toInt())
+    GetImageView()->Zoom(percent * 0.01);
+  else
+    GetImageView()->ZoomToFit();
 }
 
 void CKorvelAppView::OnCropNow() {

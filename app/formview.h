@@ -101,6 +101,8 @@ class CKorvelAppView : public QWidget {
   void ShowControls(std::initializer_list<int> ids, bool show = true);
   void HideGroups();
   void ChooseColorTool(int button, int help);
+  // One zoom step in (1) or out (-1) from the scale shown.
+  void ZoomStep(int direction);
 
   CKorvelAppDoc *doc_;
   CMainFrame *frame_;

@@ -18,11 +18,26 @@ class CKorvelApp {
       "KorvelApp\n\nKorvel\n\n\nKorvelApp.Document\nKorvel Document";
   static constexpr int kRecentFiles = 4;
 
+  // What the command line asks for. Options come before the photo; "--" ends them,
+  // and whatever else follows the program's name is one path, spaces and all, as a
+  // file manager passes a single file.
+  struct CommandLine {
+    enum Action { kRun, kHelp, kVersion, kUsageError };
+    Action action = kRun;
+    QString path;     // kRun: the photo to open, empty for none
+    QString problem;  // kUsageError: what is wrong, for the message
+  };
+  static CommandLine ParseCommandLine(const QStringList &arguments);
+  static QString Usage();
+  // "KorvelApp <version>".
+  static QString VersionLine();
+
   CKorvelApp();
   ~CKorvelApp();
 
-  // Creates the work area, frame and form, opens the command line's photo
-  // (the arguments joined by single spaces: one path) and shows the window.
+  // Creates the work area, frame and form, opens the command line's photo and
+  // shows the window; false, creating nothing, for a command line that does not
+  // ask to run.
   bool InitInstance(const QStringList &arguments);
 
   CKorvelAppDoc *Document() const { return doc_.get(); }

@@ -7,10 +7,10 @@
 
 namespace {
 
-bool LoadSkin(QPixmap &skin, int bitmap) {
-  skin = QPixmap();
+bool LoadSkin(CScaledPixmap &skin, int bitmap) {
+  skin.Clear();
   if (bitmap == 0) return true;
-  return skin.load(QStringLiteral(":/skins/%1.png").arg(bitmap));
+  return skin.Load(QStringLiteral(":/skins/%1.png").arg(bitmap));
 }
 
 }  // namespace
@@ -18,9 +18,11 @@ bool LoadSkin(QPixmap &skin, int bitmap) {
 CSkinButton::CSkinButton(QWidget *parent) : QAbstractButton(parent) {}
 
 bool CSkinButton::LoadBitmaps(int up, int down, int focus, int disabled) {
-  m_down = m_focus = m_disabled = QPixmap();
+  m_down.Clear();
+  m_focus.Clear();
+  m_disabled.Clear();
   if (up == 0 || !LoadSkin(m_up, up)) {
-    m_up = QPixmap();
+    m_up.Clear();
     update();
     return false;
   }
@@ -35,11 +37,11 @@ bool CSkinButton::LoadBitmaps(int up, int down, int focus, int disabled) {
 }
 
 void CSkinButton::SizeToContent() {
-  if (!m_up.isNull()) resize(m_up.size());
+  if (!m_up.IsNull()) resize(m_up.Size());
 }
 
 QSize CSkinButton::sizeHint() const {
-  if (!m_up.isNull()) return m_up.size();
+  if (!m_up.IsNull()) return m_up.Size();
   const QFontMetrics metrics(font());
   return {metrics.horizontalAdvance(text()) + 24, metrics.height() + 12};
 }
@@ -47,20 +49,20 @@ QSize CSkinButton::sizeHint() const {
 // The framework's order: pressed, then focused, then disabled, each only when that skin
 // exists; everything else, and any state without its own skin, shows the up skin. A
 // focused disabled button cannot happen, so the order between those two never shows.
-const QPixmap &CSkinButton::SkinForState() const {
-  if (isDown() && !m_down.isNull()) return m_down;
-  if (hasFocus() && !m_focus.isNull()) return m_focus;
-  if (!isEnabled() && !m_disabled.isNull()) return m_disabled;
+const CScaledPixmap &CSkinButton::SkinForState() const {
+  if (isDown() && !m_down.IsNull()) return m_down;
+  if (hasFocus() && !m_focus.IsNull()) return m_focus;
+  if (!isEnabled() && !m_disabled.IsNull()) return m_disabled;
   return m_up;
 }
 
 void CSkinButton::paintEvent(QPaintEvent *) {
   QPainter painter(this);
-  if (m_up.isNull()) {
+  if (m_up.IsNull()) {
     DrawCaptionButton(painter, rect(), text(), isDown(), hasFocus(), isEnabled());
     return;
   }
-  painter.drawPixmap(0, 0, SkinForState());
+  SkinForState().Draw(painter, QPoint(0, 0));
 }
 
 void CSkinButton::DrawCaptionButton(QPainter &painter, const QRect &rect, const QString &caption,

@@ -1,10 +1,12 @@
 // A push button that shows bitmaps instead of drawing itself: one skin each for
-// up, down (pressed), focused and disabled, as the main form's buttons have.
+// up, down (pressed), focused and disabled, as the main form's buttons have. Each skin
+// comes at two scales and the one that suits the screen is painted.
 #ifndef KORVEL_APP_SKINBUTTON_H
 #define KORVEL_APP_SKINBUTTON_H
 
 #include <QAbstractButton>
-#include <QPixmap>
+
+#include "app/scaledpixmap.h"
 
 class CSkinButton : public QAbstractButton {
   Q_OBJECT
@@ -12,7 +14,8 @@ class CSkinButton : public QAbstractButton {
  public:
   explicit CSkinButton(QWidget *parent = nullptr);
 
-  // Loads the skins with these bitmap numbers from ":/skins/<n>.png"; 0 means the
+  // Loads the skins with these bitmap numbers from ":/skins/<n>.png" (and
+  // ":/skins/<n>@2x.png" for screens of twice the density); 0 means the
   // button has no skin for that state. Returns false when the up skin is missing (the
   // button then keeps none) or when any other skin asked for cannot be loaded.
   bool LoadBitmaps(int up, int down = 0, int focus = 0, int disabled = 0);
@@ -30,12 +33,12 @@ class CSkinButton : public QAbstractButton {
   void paintEvent(QPaintEvent *event) override;
 
  private:
-  const QPixmap &SkinForState() const;
+  const CScaledPixmap &SkinForState() const;
 
-  QPixmap m_up;
-  QPixmap m_down;
-  QPixmap m_focus;
-  QPixmap m_disabled;
+  CScaledPixmap m_up;
+  CScaledPixmap m_down;
+  CScaledPixmap m_focus;
+  CScaledPixmap m_disabled;
 };
 
 #endif  // KORVEL_APP_SKINBUTTON_H

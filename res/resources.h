@@ -8,6 +8,9 @@
 // The skin with bitmap number `bitmap`, e.g. ":/skins/221.png".
 QString KorvelSkinPath(int bitmap);
 
+// The program's version, as the package and --version give it.
+QString KorvelVersion();
+
 inline constexpr char kKorvelFormBackground[] = ":/skins/form.png";
 inline constexpr char kKorvelIcon[] = ":/icons/korvelapp.png";
 

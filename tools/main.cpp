@@ -25,6 +25,7 @@ const char kUsage[] =
     "                                  (edits read any model as RGB, as the application\n"
     "                                  does, and write OUT by its extension)\n"
     "  --help                          this text\n"
+    "  --version                       the version\n"
     "\n"
     "Set KORVEL_RAS_LOG to a file name, or - for standard error, to see why a file\n"
     "is refused.\n";
@@ -40,6 +41,10 @@ int main(int argc, char **argv) {
   if (std::strcmp(command, "--help") == 0 || std::strcmp(command, "-h") == 0 ||
       std::strcmp(command, "help") == 0) {
     std::fputs(kUsage, stdout);
+    return 0;
+  }
+  if (std::strcmp(command, "--version") == 0) {
+    std::puts("korvel-raster " KORVEL_VERSION);
     return 0;
   }
   static const struct {

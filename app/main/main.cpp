@@ -1,14 +1,46 @@
 // korvelapp: the photo application.
 #include <QApplication>
+#include <cstdio>
 
 #include "app/korvelapp.h"
 #include "app/outputcommands.h"
+#include "res/resources.h"
 #include "share/sharecommands.h"
 
+namespace {
+
+QStringList RawArguments(int argc, char **argv) {
+  QStringList arguments;
+  for (int i = 0; i < argc; ++i)
+    arguments << QString::fromLocal8Bit(argv[i]);
+  return arguments;
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
+  // Help and version come before Qt starts, so they work without a display.
+  const CKorvelApp::CommandLine early = CKorvelApp::ParseCommandLine(RawArguments(argc, argv));
+  if (early.action == CKorvelApp::CommandLine::kHelp) {
+    std::fputs(qPrintable(CKorvelApp::Usage()), stdout);
+    return 0;
+  }
+  if (early.action == CKorvelApp::CommandLine::kVersion) {
+    std::printf("%s\n", qPrintable(CKorvelApp::VersionLine()));
+    return 0;
+  }
+
+  // Qt takes its own options (-platform, -style, ...) out of the arguments.
   QApplication qt(argc, argv);
   QApplication::setApplicationName("KorvelApp");
+  QApplication::setApplicationVersion(KorvelVersion());
   QApplication::setDesktopFileName("korvelapp");
+  const CKorvelApp::CommandLine line = CKorvelApp::ParseCommandLine(QApplication::arguments());
+  if (line.action == CKorvelApp::CommandLine::kUsageError) {
+    std::fprintf(stderr, "korvelapp: %s\nTry 'korvelapp --help' for more information.\n",
+                 qPrintable(line.problem));
+    return 2;
+  }
   // Printing, e-mail, the outside editor and the online service sit above
   // the application, which reaches them through the form's output commands.
   CShareCommands output;

@@ -10,14 +10,16 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
+#include <cmath>
 
 #include "app/formcontrols.h"
 #include "app/skinbutton.h"
 
 namespace {
 
-QImage Skin(int bitmap) {
-  return QImage(QStringLiteral(":/skins/%1.png").arg(bitmap))
+QImage Skin(int bitmap, const char *scale = "") {
+  return QImage(QStringLiteral(":/skins/%1%2.png").arg(bitmap).arg(QLatin1String(scale)))
       .convertToFormat(QImage::Format_ARGB32_Premultiplied);
 }
 
@@ -60,6 +62,7 @@ TEST(SkinResources, EveryFormBitmapIsEmbeddedAtItsControlsSizeAndLoads) {
       const QImage image = Skin(bitmap);
       ASSERT_FALSE(image.isNull()) << bitmap;
       EXPECT_EQ(image.size(), pixels) << bitmap;
+      EXPECT_EQ(Skin(bitmap, "@2x").size(), pixels * 2) << bitmap;
       EXPECT_EQ(qAlpha(image.pixel(image.width() / 2, image.height() / 2)), 255) << bitmap;
       if (!distinct.contains(image)) distinct.append(image);
       if (!numbers.contains(bitmap)) numbers.append(bitmap);
@@ -70,8 +73,9 @@ TEST(SkinResources, EveryFormBitmapIsEmbeddedAtItsControlsSizeAndLoads) {
     sized.SizeToContent();
     EXPECT_EQ(sized.size(), pixels);
   }
-  EXPECT_FALSE(Skin(271).isNull()) << "the Get Photo dialog's picture";
+  EXPECT_EQ(Skin(271, "@2x").size(), Skin(271).size() * 2) << "the Get Photo dialog's picture";
   EXPECT_EQ(QImage(QStringLiteral(":/skins/form.png")).size(), QSize(800, 585));
+  EXPECT_EQ(QImage(QStringLiteral(":/skins/form@2x.png")).size(), QSize(1600, 1170));
   EXPECT_EQ(QImage(QStringLiteral(":/icons/korvelapp.png")).size(), QSize(256, 256));
 }
 
@@ -89,9 +93,14 @@ TEST(SkinGenerator, DrawsTheSameBytesOnEveryRunAndEverySkinItEmbeds) {
   generated.sort();
   embedded.sort();
   EXPECT_EQ(generated, embedded);
-  for (const char *icon : {"icons/korvelapp.png", "icons/hicolor/48x48/apps/korvelapp.png",
-                           "icons/hicolor/128x128/apps/korvelapp.png"})
-    EXPECT_TRUE(once.contains(QString::fromLatin1(icon))) << icon;
+  EXPECT_TRUE(once.contains(QStringLiteral("icons/korvelapp.png")));
+  for (const int side : {16, 22, 24, 32, 48, 64, 128, 256}) {
+    const QString icon = QStringLiteral("icons/hicolor/%1x%1/apps/korvelapp.png").arg(side);
+    EXPECT_EQ(QImage::fromData(once.value(icon)).size(), QSize(side, side)) << side;
+  }
+  const QByteArray svg = once.value(QStringLiteral("icons/hicolor/scalable/apps/korvelapp.svg"));
+  EXPECT_TRUE(svg.contains("<svg") && svg.contains("viewBox=\"0 0 256 256\""))
+      << svg.left(200).toStdString();
   EXPECT_EQ(RunGenerator({}), 2) << "no output folder is a usage error";
 }
 
@@ -163,6 +172,84 @@ TEST(SkinButton, WithoutSkinsDrawsItsCaptionOnAFaceThatShowsItsState) {
   EXPECT_NE(down, up);
   EXPECT_NE(disabled, up);
   EXPECT_NE(disabled, down);
+}
+
+// The mean width, in logical pixels, of the edges a grab at `ratio` device pixels to
+// the logical pixel shows: along every row, each run of pixels that keeps rising (or
+// falling) by at least a third of the full range, counted by the pixels strictly
+// between its first tenth and last tenth. A picture enlarged from one drawn at a
+// smaller scale repeats or blends pixels and keeps its edges as wide as the small one.
+double MeanEdgeWidth(const QImage &grab, qreal ratio) {
+  const QImage grey = grab.convertToFormat(QImage::Format_Grayscale8);
+  int pixels = 0, edges = 0;
+  for (int y = 0; y < grey.height(); ++y) {
+    const uchar *row = grey.constScanLine(y);
+    for (int x = 0; x + 1 < grey.width();) {
+      const int sign = (row[x + 1] > row[x]) - (row[x + 1] < row[x]);
+      if (sign == 0) {
+        ++x;
+        continue;
+      }
+      // A flat pixel inside a run is allowed once per device pixel beyond the first,
+      // as an enlargement by `ratio` repeats each step's pixel.
+      int end = x + 1, flat = 0;
+      while (end + 1 < grey.width()) {
+        const int d = (row[end + 1] > row[end]) - (row[end + 1] < row[end]);
+        if (d == -sign || (d == 0 && ++flat >= ratio)) break;
+        if (d != 0) flat = 0;
+        ++end;
+      }
+      while (row[end] == row[end - 1])
+        --end;
+      const int from = row[x], to = row[end];
+      if (std::abs(to - from) >= 85) {
+        ++edges;
+        for (int i = x; i <= end; ++i) {
+          const double part = double(row[i] - from) / (to - from);
+          if (part > 0.1 && part < 0.9) ++pixels;
+        }
+      }
+      x = end;
+    }
+  }
+  return edges == 0 ? 0 : pixels / ratio / edges;
+}
+
+// The buttons of the top bar drawn for a screen of `ratio`, over the window colour.
+QImage TopBar(qreal ratio) {
+  QWidget window;
+  window.setFixedSize(400, 40);
+  QList<CSkinButton *> buttons;
+  int x = 0;
+  for (const int id : {1014, 1015, 1037, 1032, 1017}) {
+    const FormControl &c =
+        *std::find_if(kFormControls, kFormControls + kFormControlCount,
+                      [id](const FormControl &control) { return control.id == id; });
+    auto *button = new CSkinButton(&window);
+    button->LoadBitmaps(c.skins[0], c.skins[1], c.skins[2], c.skins[3]);
+    button->SizeToContent();
+    button->move(x, 0);
+    x += button->width();
+  }
+  QPixmap grab(window.size() * ratio);
+  grab.setDevicePixelRatio(ratio);
+  grab.fill(window.palette().color(QPalette::Window));
+  window.render(&grab, QPoint(), QRegion(), QWidget::DrawChildren);
+  return grab.toImage();
+}
+
+TEST(SkinButton, OnADoubleDensityScreenEdgesAreNarrowerThanOnAPlainOne) {
+  const QImage plain = TopBar(1), dense = TopBar(2);
+  ASSERT_EQ(dense.size(), plain.size() * 2);
+  const double plainWidth = MeanEdgeWidth(plain, 1), denseWidth = MeanEdgeWidth(dense, 2);
+  EXPECT_GT(plainWidth, 0.3) << "the plain artwork's edges are smoothed";
+  EXPECT_LT(denseWidth, 0.85 * plainWidth) << plainWidth << " against " << denseWidth;
+
+  // The same artwork enlarged instead of drawn at twice the pixels is no narrower.
+  for (const auto mode : {Qt::FastTransformation, Qt::SmoothTransformation}) {
+    const QImage enlarged = plain.scaled(plain.size() * 2, Qt::IgnoreAspectRatio, mode);
+    EXPECT_GT(MeanEdgeWidth(enlarged, 2), 0.95 * plainWidth) << mode;
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "artwork.h"
 #include "captionfont.h"
 #include "palette.h"
 
@@ -218,9 +219,9 @@ Layout Arrange(QSizeF size, const QString &label, Pictogram pictogram) {
 
 }  // namespace
 
-QImage DrawButtonFace(QSize size, const QString &label, Pictogram pictogram, FaceState state) {
-  QImage image(size, QImage::Format_ARGB32_Premultiplied);
-  image.fill(Qt::transparent);
+QImage DrawButtonFace(QSize size, const QString &label, Pictogram pictogram, FaceState state,
+                      qreal scale) {
+  QImage image = BlankImage(size, scale);
   QPainter painter(&image);
   painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing);
   DrawFace(painter, size, state);

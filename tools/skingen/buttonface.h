@@ -18,7 +18,10 @@ enum class FaceState {
   kDisabled,  // flat, with a grey caption
 };
 
-QImage DrawButtonFace(QSize size, const QString &label, Pictogram pictogram, FaceState state);
+// `size` is in logical pixels; `scale` is the device pixel ratio the face is drawn for
+// (2 for screens that show two pixels to each logical one).
+QImage DrawButtonFace(QSize size, const QString &label, Pictogram pictogram, FaceState state,
+                      qreal scale = 1);
 
 // Whether the caption finds room on a face of this size at a legible size.
 bool CaptionFits(QSize size, const QString &label, Pictogram pictogram);

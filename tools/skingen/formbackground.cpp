@@ -41,8 +41,8 @@ void DrawWordmark(QPainter &painter) {
 
 }  // namespace
 
-QImage DrawFormBackground() {
-  QImage image(kFormWidth, kFormHeight, QImage::Format_RGB32);
+QImage DrawFormBackground(qreal scale) {
+  QImage image = BlankImage(QSize(kFormWidth, kFormHeight), scale, QImage::Format_RGB32);
   image.fill(QColor(kPanel));
   QPainter painter(&image);
   painter.setRenderHints(QPainter::Antialiasing | QPainter::TextAntialiasing);

@@ -11,9 +11,8 @@ namespace skingen {
 
 // A camera handing a print over: the dialog offers to fetch photos from the camera
 // or from a file, and this picture stands for the first.
-QImage DrawGetPhotoPicture() {
-  QImage image(kGetPhotoPictureSize, QImage::Format_ARGB32_Premultiplied);
-  image.fill(Qt::transparent);
+QImage DrawGetPhotoPicture(qreal scale) {
+  QImage image = BlankImage(kGetPhotoPictureSize, scale);
   QPainter painter(&image);
   painter.setRenderHint(QPainter::Antialiasing);
 

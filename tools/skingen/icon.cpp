@@ -8,15 +8,8 @@
 
 namespace skingen {
 
-// Each size is drawn from the shapes rather than scaled from the largest, so that the
-// small icons keep sharp edges.
-QImage DrawIcon(int side) {
-  QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
-  image.fill(Qt::transparent);
-  QPainter painter(&image);
+void PaintIcon(QPainter &painter) {
   painter.setRenderHint(QPainter::Antialiasing);
-  painter.scale(side / 256.0, side / 256.0);
-
   const QRectF tile(12, 12, 232, 232);
   painter.setPen(Qt::NoPen);
   painter.setBrush(QColor(0, 0, 0, 60));
@@ -31,6 +24,15 @@ QImage DrawIcon(int side) {
   painter.setBrush(QColor(0x6a, 0x2c, 0x00, 70));
   painter.drawRoundedRect(QRectF(44, 92, 168, 110), 22, 22);
   DrawCamera(painter, camera, QColor(0xfb, 0xf7, 0xf2), QColor(kAccent));
+}
+
+// Each size is drawn from the shapes rather than scaled from the largest, so that the
+// small icons keep sharp edges.
+QImage DrawIcon(int side) {
+  QImage image = BlankImage(QSize(side, side), 1);
+  QPainter painter(&image);
+  painter.scale(side / 256.0, side / 256.0);
+  PaintIcon(painter);
   return image;
 }
 
