@@ -151,12 +151,12 @@ KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto(const QStringList &sources, i
 
   auto *source = new QComboBox(&dialog);
   source->setObjectName(QStringLiteral("1026"));
-  if (sources.isEmpty()) {
-    source->addItem(QStringLiteral("Korvel Twain Source 3.0"));
-  } else {
-    source->addItems(sources);
+  // Only sources that exist are offered: with none, the box stays empty
+  // rather than naming a camera source that is not there.
+  source->setPlaceholderText(QStringLiteral("No camera found"));
+  source->addItems(sources);
+  if (!sources.isEmpty())
     source->setCurrentIndex(selected >= 0 && selected < sources.size() ? selected : 0);
-  }
 
   GetPhotoAnswer answer;
   QPushButton *camera = AddButton(&dialog, 1034, QStringLiteral("Get Photo"));

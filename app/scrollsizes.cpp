@@ -22,8 +22,10 @@ void SetScrollSizes(QAbstractScrollArea *view, QSize content) {
   QScrollBar *h = view->horizontalScrollBar(), *v = view->verticalScrollBar();
   h->setRange(0, needH ? content.width() - width : 0);
   v->setRange(0, needV ? content.height() - height : 0);
-  h->setPageStep(std::max(1, content.width() / 10));
-  v->setPageStep(std::max(1, content.height() / 10));
+  // A page is the part shown, which also makes each bar's thumb as long,
+  // against its groove, as the shown part against the whole.
+  h->setPageStep(std::max(1, width));
+  v->setPageStep(std::max(1, height));
   h->setSingleStep(std::max(1, content.width() / 100));
   v->setSingleStep(std::max(1, content.height() / 100));
 }

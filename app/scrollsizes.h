@@ -1,7 +1,8 @@
 // Scroll bars the way a scrolling view decides them: from the whole client
 // area (bars included), a bar where the content is larger, one bar possibly
-// making the other needed by taking room; default page and line sizes of a
-// tenth of the content and a tenth of that. A view no larger than a scroll bar
+// making the other needed by taking room; a page of the part shown (so that
+// each bar's thumb shows how much of the whole is visible) and a line of a
+// hundredth of the content. A view no larger than a scroll bar
 // in either direction gets neither bar and does not scroll.
 #pragma once
 

@@ -91,13 +91,19 @@ void CThumbView::OnInitialUpdate() {
   client_ = QRect(QPoint(0, 0), maximumViewportSize());
 }
 
-// Default page and line sizes: a tenth of the content, and a tenth of that.
+// A page is what the view shows, so that the bar's thumb is as long, against
+// its groove, as the shown part against the whole grid. A line is a third of
+// a thumbnail row: a wheel notch moves the platform's wheel step in lines
+// (QApplication::wheelScrollLines, usually three), so by default one notch
+// moves exactly one row and the rows stay where the eye left them, while a
+// user who set more or fewer lines a notch still gets that many.
 void CThumbView::SetScrollHeight(int height) {
   QScrollBar *bar = verticalScrollBar();
-  const int range = std::max(0, height - maximumViewportSize().height());
+  const int shown = maximumViewportSize().height();
+  const int range = std::max(0, height - shown);
   if (bar->maximum() != range) bar->setRange(0, range);
-  bar->setPageStep(height / 10);
-  bar->setSingleStep(std::max(1, height / 100));
+  bar->setPageStep(std::max(1, shown));
+  bar->setSingleStep(kWheelLine);
 }
 
 void CThumbView::paintEvent(QPaintEvent *event) {

@@ -29,6 +29,8 @@ class CThumbView : public QAbstractScrollArea {
   static constexpr QRgb kBackground = 0xffdcdcdc;  // RGB(220, 220, 220)
   static constexpr QRgb kSelectedFrame = 0xffff0000;
   static constexpr int kCaptionPoints = 8;
+  // The scroll bar's line: three make a row.
+  static constexpr int kWheelLine = kPitch / 3;
 
   // Shows the context menu at a global position and returns the item chosen,
   // or null. The view runs its menu through this so that the choice can be

@@ -3,6 +3,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <vector>
 
 #include "app/document.h"
 #include "app/korvelapp.h"
@@ -15,12 +17,19 @@ constexpr char kDefaultSite[] = "www.korvel-online.example";
 constexpr char kDefaultPhotos[] = "photos.korvel-online.example";
 
 // The address a setting names, with https for a bare host name and without
-// whatever path a stored address carried after its host.
+// whatever path a stored address carried after its host. An address of any
+// other scheme is returned as it is, for OpenPage to refuse: the browser
+// would hand file:, smb: or ftp: addresses to whatever program the desktop
+// has for them.
 QUrl HostSetting(const char *key, const char *otherwise) {
   QString value = CKorvelApp::Settings()->value(key, otherwise).toString().trimmed();
   if (value.isEmpty()) value = otherwise;
-  if (!value.contains("://")) value.prepend("https://");
+  // "name:" starts a scheme unless a port number follows the colon
+  // ("localhost:8080").
+  static const QRegularExpression schemed(QStringLiteral("^[A-Za-z][A-Za-z0-9+.-]*:(?!\\d+(/|$))"));
+  if (!schemed.match(value).hasMatch()) value.prepend("https://");
   QUrl url(value, QUrl::TolerantMode);
+  if (!IsWebAddress(url)) return url;
   if (!url.isValid() || url.host().isEmpty()) url = QUrl(QString("https://") + otherwise);
   url.setPath("/");
   url.setQuery(QString());
@@ -40,7 +49,7 @@ QUrl PhotoSiteRoot() {
 
 QUrl PhotoSitePage(const QString &path) {
   QUrl url = PhotoSiteRoot();
-  url.setPath(path);
+  if (IsWebAddress(url)) url.setPath(path);
   return url;
 }
 
@@ -53,12 +62,24 @@ bool WriteShareList(const CKorvelAppDoc *doc) {
     AfxMessageBox("Please select an image or images that you would like to order online");
     return false;
   }
+  std::vector<int> listed;
+  if (doc->Selection().empty()) listed.push_back(doc->CurrentIndex());
+  for (uint32_t index : doc->Selection())
+    listed.push_back(int(index));
   QByteArray list;
-  if (doc->Selection().empty()) {
-    list += doc->FileNameAt(doc->CurrentIndex()).toLocal8Bit() + '\n';
-  } else {
-    for (uint32_t index : doc->Selection())
-      list += doc->FileNameAt(int(index)).toLocal8Bit() + '\n';
+  for (int index : listed) {
+    const QString name = doc->FileNameAt(index);
+    // A line break would split the name into lines naming photos that were
+    // never chosen; the whole list is refused, so that the service never
+    // gets a selection other than the user's.
+    if (name.contains('\n') || name.contains('\r')) {
+      AfxMessageBox(QStringLiteral("The photo \"%1\" cannot be listed for Korvel Online because "
+                                   "its name contains a line break. Save it under another name, "
+                                   "or leave it out, and try again.")
+                        .arg(QString(name).replace(QRegularExpression("\r\n|\r|\n"), " ")));
+      return false;
+    }
+    list += name.toLocal8Bit() + '\n';
   }
   // An unwritable folder is not reported: the page then simply finds the
   // list it found before, or none.
@@ -67,6 +88,20 @@ bool WriteShareList(const CKorvelAppDoc *doc) {
   return true;
 }
 
+bool IsWebAddress(const QUrl &url) {
+  const QString scheme = url.scheme().toLower();
+  return scheme == QLatin1String("http") || scheme == QLatin1String("https");
+}
+
+bool CheckPage(const QUrl &url) {
+  if (IsWebAddress(url)) return true;
+  AfxMessageBox(QStringLiteral("The address \"%1\" is not a web page, so it was not opened. "
+                               "Korvel Online's addresses (the settings online/site and "
+                               "online/photos) must start with http:// or https://.")
+                    .arg(url.toDisplayString(QUrl::RemovePassword)));
+  return false;
+}
+
 void OpenPage(const QUrl &url) {
-  CShellLauncher::Current().OpenUrl(url);
+  if (CheckPage(url)) CShellLauncher::Current().OpenUrl(url);
 }

@@ -9,8 +9,8 @@
 //   online/photos  the photo site holding the pages "/share" and "/print"
 //                  (default photos.korvel-online.example)
 // A value may be a bare host name or an address with its scheme; a bare name
-// is reached over https. The defaults lie under the reserved .example domain
-// until the service has addresses of its own.
+// is reached over https, and only http and https addresses are opened. The defaults lie under the
+// reserved .example domain until the service has addresses of its own.
 #pragma once
 
 #include <QString>
@@ -30,9 +30,16 @@ QString ShareListFolder();
 
 // Writes files.txt: the current photo's file name, or with photos selected
 // each selected photo's in selection order, one a line, each ended by "\n".
-// False, after telling the user, when there is no current photo.
+// False, after telling the user, when there is no current photo or a name
+// to list holds a line break (the list is then left as it was).
 bool WriteShareList(const CKorvelAppDoc *doc);
 
-// Opens `url` in the user's browser (the result is not looked at: the
-// browser reports its own failures).
+// True for http and https addresses, the only ones the service's pages are
+// opened from.
+bool IsWebAddress(const QUrl &url);
+// True for a web address; otherwise tells the user the address is refused.
+bool CheckPage(const QUrl &url);
+// Opens `url` in the user's browser when it is a web address, else refuses it
+// as CheckPage does (the browser's result is not looked at: it reports its
+// own failures).
 void OpenPage(const QUrl &url);

@@ -47,20 +47,26 @@ int CPrintDC::GetDeviceCaps(DeviceCap cap) const {
   return 0;
 }
 
-int PrintedHeight(int width, int height, int horzRes, int logPixelsX, int logPixelsY) {
-  if (width <= 0 || logPixelsX <= 0) return 0;
-  return static_cast<int>(double(height) * double(logPixelsY) * double(horzRes) /
-                          (double(width) * double(logPixelsX)));
+QRect PrintedRect(int width, int height, int horzRes, int vertRes, int logPixelsX, int logPixelsY) {
+  if (width <= 0 || height <= 0 || logPixelsX <= 0 || logPixelsY <= 0) return QRect();
+  // Each side in device pixels for the other side's length, in doubles so
+  // that large photos on fine printers do not overflow.
+  const double dotsAcross = double(width) * double(logPixelsX);
+  const double dotsDown = double(height) * double(logPixelsY);
+  const int fullWidthHeight = static_cast<int>(dotsDown * double(horzRes) / dotsAcross);
+  if (fullWidthHeight <= vertRes) return QRect(0, 0, horzRes, fullWidthHeight);
+  const int fullHeightWidth = static_cast<int>(dotsAcross * double(vertRes) / dotsDown);
+  return QRect((horzRes - fullHeightWidth) / 2, 0, fullHeightWidth, vertRes);
 }
 
 void PrintPhotoPage(CPrintDC &dc, const CDib &photo) {
   dc.StartPage();
-  const int horzRes = dc.GetDeviceCaps(CPrintDC::HORZRES);
-  const int logPixelsX = dc.GetDeviceCaps(CPrintDC::LOGPIXELSX);
-  const int logPixelsY = dc.GetDeviceCaps(CPrintDC::LOGPIXELSY);
-  const int height =
-      PrintedHeight(int(photo.Width()), int(photo.Height()), horzRes, logPixelsX, logPixelsY);
-  photo.Draw(dc.Painter(), 0, 0, horzRes, height);
+  const QRect area =
+      PrintedRect(int(photo.Width()), int(photo.Height()), dc.GetDeviceCaps(CPrintDC::HORZRES),
+                  dc.GetDeviceCaps(CPrintDC::VERTRES), dc.GetDeviceCaps(CPrintDC::LOGPIXELSX),
+                  dc.GetDeviceCaps(CPrintDC::LOGPIXELSY));
+  photo.Draw(dc.Painter(), area.left(), area.top(), area.left() + area.width(),
+             area.top() + area.height());
   dc.EndPage();
 }
 

@@ -1,7 +1,9 @@
-// Printing photos, one photo a page, each as wide as the printable area.
+// Printing photos, one photo a page, each as large as the printable area
+// allows.
 #pragma once
 
 #include <QPainter>
+#include <QRect>
 #include <QString>
 
 class CDib;
@@ -41,11 +43,12 @@ class CPrintDC {
   int pages_ = 0;
 };
 
-// The page's photo rectangle: from the top-left corner of the printable area,
-// the full printable width wide, and as high as keeps the photo's proportions
-// on a device whose two resolutions may differ. The height is not limited to
-// the page: a tall photo runs past its bottom.
-int PrintedHeight(int width, int height, int horzRes, int logPixelsX, int logPixelsY);
+// The page's photo rectangle, keeping the photo's proportions on a device
+// whose two resolutions may differ: the full printable width from the
+// printable area's top-left corner, unless the photo would then run past the
+// bottom of the printable area; then the full printable height, centred
+// across, so that no part of a tall photo is lost off the page.
+QRect PrintedRect(int width, int height, int horzRes, int vertRes, int logPixelsX, int logPixelsY);
 
 // Prints `photo` on a page of its own.
 void PrintPhotoPage(CPrintDC &dc, const CDib &photo);

@@ -13,12 +13,22 @@
 #include "share/printing.h"
 #include "share/sharedialogs.h"
 
+namespace {
+
+// The list is written only for a page that will be opened, so that a refused
+// address leaves the last list as it was.
+void ShareListAndOpen(const CKorvelAppDoc *doc, const QUrl &page) {
+  if (CheckPage(page) && WriteShareList(doc)) OpenPage(page);
+}
+
+}  // namespace
+
 void CShareCommands::OnPrint(CKorvelAppView *view) {
   const CShareDialogs::PrintAnswer answer = CShareDialogs::Current().AskPrintChoice();
   if (answer.result != CShareDialogs::IDOK) return;
   CKorvelAppDoc *doc = view->GetDocument();
   if (answer.choice == CShareDialogs::kOrderPhotosOnline) {
-    if (WriteShareList(doc)) OpenPage(PhotoSitePage("/print"));
+    ShareListAndOpen(doc, PhotoSitePage("/print"));
     return;
   }
   if (answer.choice != CShareDialogs::kPrintPhoto) return;
@@ -63,7 +73,7 @@ void CShareCommands::OnSharePhotos(CKorvelAppView *view) {
   // The share dialog is also where the e-mail command lives, the form's own
   // e-mail button being hidden.
   if (answer.choice == "EMAIL") return OnEmail(view);
-  if (WriteShareList(view->GetDocument())) OpenPage(PhotoSitePage("/share"));
+  ShareListAndOpen(view->GetDocument(), PhotoSitePage("/share"));
 }
 
 void CShareCommands::OnVisitOnline(CKorvelAppView *view) {

@@ -9,9 +9,12 @@
 #include <QMenu>
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QStyle>
 #include <QTest>
+#include <QWheelEvent>
 
 #include "app/document.h"
+#include "app/scrollsizes.h"
 #include "app/thumbview.h"
 #include "tests/app/photos.h"
 
@@ -91,14 +94,49 @@ TEST_F(Thumbs, ContentHeightDecidesScrolling) {
   EXPECT_EQ(bar->maximum(), 500 - 453);
   EXPECT_TRUE(bar->isVisible());
   EXPECT_FALSE(view.horizontalScrollBar()->isVisible());
-  EXPECT_EQ(bar->pageStep(), 50);  // a tenth of the content
-  bar->setValue(bar->maximum());   // row 3 (content 380) now starts at 333
+  EXPECT_EQ(bar->pageStep(), 453);  // the part shown: the thumb is 453/500 of the groove
+  bar->setValue(bar->maximum());    // row 3 (content 380) now starts at 333
   Expect(Shot(), {{70, 333, kBlack}, {70, 353, kOrange}, {10, 452, kGrey}});
   for (int i = 19; i >= 10; --i)
     doc.Remove(i);
   Expect(Shot(), {{70, 20, kBlack}});  // back at the top, without the bar
   EXPECT_EQ(bar->maximum(), 0);
   EXPECT_FALSE(bar->isVisible());
+}
+
+// A wheel notch moves the platform's wheel step of lines, three of which
+// make one thumbnail row; the part shown is a page, in the editing view's
+// bars too.
+TEST_F(Thumbs, WheelNotchesAndPages) {
+  Add(30);  // 6 rows: 740, of which 453 show
+  Shot();
+  QScrollBar *bar = view.verticalScrollBar();
+  ASSERT_EQ(bar->maximum(), 740 - 453);
+  const int lines = QApplication::wheelScrollLines();
+  const auto notch = [&](int notches) {
+    QWheelEvent wheel(QPointF(70, 70), port->mapToGlobal(QPointF(70, 70)), QPoint(),
+                      QPoint(0, -120 * notches), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase,
+                      false);
+    QApplication::sendEvent(port, &wheel);
+    return bar->value();
+  };
+  const std::tuple<int, int, int> steps[] = {{3, 1, 120},  {3, 1, 240}, {1, 1, 280},
+                                             {1, -2, 200}, {3, 2, 287}, {3, -3, 0}};
+  for (const auto &[linesPerNotch, notches, value] : steps) {
+    QApplication::setWheelScrollLines(linesPerNotch);
+    EXPECT_EQ(notch(notches), value) << linesPerNotch << " lines x " << notches;
+  }
+  QApplication::setWheelScrollLines(lines);
+  EXPECT_EQ(bar->pageStep(), 453);
+
+  QAbstractScrollArea area;  // 300 x 200 inside its frame, showing a 1000 x 800 picture
+  area.setFrameShape(QFrame::NoFrame);
+  area.resize(300, 200);
+  SetScrollSizes(&area, QSize(1000, 800));
+  const int extent = area.style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, &area);
+  EXPECT_EQ(area.horizontalScrollBar()->pageStep(), 300 - extent);
+  EXPECT_EQ(area.verticalScrollBar()->pageStep(), 200 - extent);
+  EXPECT_EQ(area.verticalScrollBar()->maximum(), 800 - (200 - extent));
 }
 
 TEST_F(Thumbs, CaptionsShowFileNamesCentredUnderTheirCells) {
