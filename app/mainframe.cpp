@@ -16,6 +16,7 @@
 #include "app/prompt.h"
 #include "app/thumbview.h"
 #include "app/waitcursor.h"
+#include "edit/imageview.h"
 #include "raster/ras.h"
 #include "res/resources.h"
 
@@ -157,9 +158,18 @@ void CMainFrame::SelectSource() {
   twain_->SelectSource();
 }
 
-void CMainFrame::closeEvent(QCloseEvent *event) {
+bool CMainFrame::QueryClose() {
   // Without a view there is nobody to ask, and the request is ignored.
-  if (view_ && view_->QuerySaveBeforeClose())
+  if (!view_) return false;
+  // An edit still open is kept or dropped first, the way leaving the editor
+  // asks, so that a kept edit is then asked about like every unsaved photo.
+  CImageView *editor = view_->GetImageView();
+  if (doc_->EditMode() && editor && !editor->QueryKeepChanges()) return false;
+  return view_->QuerySaveBeforeClose();
+}
+
+void CMainFrame::closeEvent(QCloseEvent *event) {
+  if (QueryClose())
     event->accept();
   else
     event->ignore();

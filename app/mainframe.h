@@ -51,6 +51,10 @@ class CMainFrame : public QMainWindow {
   void SelectSource();
 
   CTwainSession &Twain();
+  // Whether the program may end (the close button, Alt+F4, Quit, the
+  // session ending): an open, changed edit is asked about first (keep, drop
+  // or cancel), then every unsaved photo. False when the user cancels.
+  bool QueryClose();
 
   static constexpr char kOwnSource[] = "Korvel Twain Source 3.0";
   static constexpr char kTwainError[] = "A TWAIN error occurred.";

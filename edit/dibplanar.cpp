@@ -6,23 +6,30 @@
 
 #include "app/dibpreview.h"
 #include "app/dibraster.h"
-#include "raster/rowpack.h"
+#include "raster/core/rowpack.h"
 
 PlanarImage *PlanarFromDib(const CDib &dib) {
   const uint32_t width = dib.Width(), height = dib.Height();
-  if (!dib.Header() || width == 0 || height == 0 || width > 0x7FFFFFFF || height > 0x7FFFFFFF)
-    return nullptr;
-  PlanarImage *image = PlanarCreate(static_cast<int32_t>(width), static_cast<int32_t>(height), 3);
+  if (width > 0x7FFFFFFF || height > 0x7FFFFFFF) return nullptr;
+  return PlanarFromDib(dib, QRect(0, 0, static_cast<int>(width), static_cast<int>(height)));
+}
+
+PlanarImage *PlanarFromDib(const CDib &dib, const QRect &area) {
+  const QRect whole(0, 0, static_cast<int>(std::min<uint32_t>(dib.Width(), 0x7FFFFFFF)),
+                    static_cast<int>(std::min<uint32_t>(dib.Height(), 0x7FFFFFFF)));
+  if (!dib.Header() || area.isEmpty() || !whole.contains(area)) return nullptr;
+  const auto width = static_cast<uint32_t>(area.width());
+  PlanarImage *image = PlanarCreate(area.width(), area.height(), 3);
   if (!image) return nullptr;
   const RasSplitRowFn split = RasSplitRowFor(3, false);
-  for (uint32_t y = 0; y < height; ++y) {
-    const size_t at = size_t{y} * static_cast<size_t>(image->rowStride);
+  for (int y = 0; y < area.height(); ++y) {
+    const size_t at = size_t(y) * static_cast<size_t>(image->rowStride);
     uint8_t *const bgr[3] = {image->planes[2] + at, image->planes[1] + at, image->planes[0] + at};
     if (dib.BitsPerPixel() == 24) {
-      split(dib.RowPointer(static_cast<int32_t>(y)), bgr, width);
+      split(dib.RowPointer(area.top() + y) + size_t(area.left()) * 3, bgr, width);
       continue;
     }
-    const QImage row = DibDecode(dib, QRect(0, static_cast<int>(y), static_cast<int>(width), 1));
+    const QImage row = DibDecode(dib, QRect(area.left(), area.top() + y, area.width(), 1));
     if (row.isNull()) {
       PlanarFree(image);
       return nullptr;
@@ -35,6 +42,22 @@ PlanarImage *PlanarFromDib(const CDib &dib) {
     }
   }
   return image;
+}
+
+QImage ImageFromPlanar(const PlanarImage *image) {
+  if (!image || image->channels < 3 || image->width < 1 || image->height < 1) return QImage();
+  QImage out(image->width, image->height, QImage::Format_RGB32);
+  if (out.isNull()) return out;
+  const size_t step = static_cast<size_t>(image->pixelStep);
+  for (int32_t y = 0; y < image->height; ++y) {
+    const size_t at = size_t(y) * static_cast<size_t>(image->rowStride);
+    const uint8_t *r = image->planes[0] + at, *g = image->planes[1] + at,
+                  *b = image->planes[2] + at;
+    auto *row = reinterpret_cast<QRgb *>(out.scanLine(y));
+    for (int32_t x = 0; x < image->width; ++x)
+      row[x] = qRgb(r[size_t(x) * step], g[size_t(x) * step], b[size_t(x) * step]);
+  }
+  return out;
 }
 
 size_t DibPlanarBlockBytes(uint32_t width, uint32_t height) {

@@ -4,16 +4,32 @@
 // picture block.
 #pragma once
 
+#include <QImage>
+#include <QRect>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "app/dib.h"
 #include "edit/pixels/pixels.h"
+
+// An owned planar image, freed with its planes.
+struct PlanarDeleter {
+  void operator()(PlanarImage *image) const { PlanarFree(image); }
+};
+using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
 
 // A new three-plane image in the view's layout (one block, planes one after
 // another), or null for an empty picture or when memory runs out. Pictures of
 // depths other than 24 bits are decoded as they are drawn.
 PlanarImage *PlanarFromDib(const CDib &dib);
+// The same for the pixels inside `area` (picture coordinates, row 0 at the
+// top), which must lie inside the picture; null otherwise.
+PlanarImage *PlanarFromDib(const CDib &dib, const QRect &area);
+
+// The first three planes as a 32-bit RGB image for drawing; a null image for
+// a planar image without three planes.
+QImage ImageFromPlanar(const PlanarImage *image);
 
 // Bytes the view reserves for a w x h result: 40 + w*h*3 + extra, where
 // extra = (w / 1024 + 1) * pad * 1024 with pad the row padding. The extra is

@@ -7,6 +7,8 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScrollBar>
+#include <algorithm>
+#include <cmath>
 
 #include "app/document.h"
 #include "app/formview.h"
@@ -57,31 +59,81 @@ void CImageView::LoadCurrentPhoto() {
   changed_ = false;
   dragging_ = false;
   mode_.clear();
-  clientRect_ = ::ClientRect(this);
+  fit_ = false;
+  scale_ = 1.0f;
+  Rezoom();
 }
 
 QRect CImageView::ComputeImageRect() const {
-  const uint32_t w = current_ ? current_->Width() : 0, h = current_ ? current_->Height() : 0;
+  const int w = zoomed_.Size().width(), h = zoomed_.Size().height();
   const int cw = clientRect_.width(), ch = clientRect_.height();
-  int left = 0, right = int(w), top = 0, bottom = int(h);
-  // The halves are taken separately, so an odd side loses a pixel when centred.
-  if (uint32_t(cw) > w) {
-    left = cw / 2 - int(w >> 1);
-    right = cw / 2 + int(w >> 1);
-  }
-  if (uint32_t(ch) > h) {
-    top = ch / 2 - int(h >> 1);
-    bottom = ch / 2 + int(h >> 1);
-  }
-  return QRect(QPoint(left, top), QPoint(right - 1, bottom - 1));
+  // Half the client less half the picture; an odd side leaves its spare
+  // pixel on the right. The picture is drawn whole, pixel for pixel.
+  return QRect(cw > w ? cw / 2 - w / 2 : 0, ch > h ? ch / 2 - h / 2 : 0, w, h);
 }
 
 QPoint CImageView::ToPhoto(QPoint p) const {
-  const uint32_t w = current_ ? current_->Width() : 0, h = current_ ? current_->Height() : 0;
-  const int cw = clientRect_.width(), ch = clientRect_.height();
-  if (uint32_t(cw) > w) p.rx() += int(w / 2) - cw / 2;
-  if (uint32_t(ch) > h) p.ry() += int(h / 2) - ch / 2;
-  return p;
+  return zoomed_.ToPhoto(p - ComputeImageRect().topLeft());
+}
+
+CRectTracker::Rect CImageView::SelectionInPhoto() const {
+  const CRectTracker::Rect r = tracker_.GetTrueRect();
+  const QPoint origin = ComputeImageRect().topLeft();
+  const QPoint a = zoomed_.EdgeToPhoto(QPoint(r.left, r.top) - origin);
+  const QPoint b = zoomed_.EdgeToPhoto(QPoint(r.right, r.bottom) - origin);
+  return {a.x(), a.y(), b.x(), b.y()};
+}
+
+void CImageView::Rezoom() {
+  zoomed_.Set(current_.get(), Scale());
+  // The client rectangle is the view less the scroll bars this picture
+  // needs: one that fits is centred in the whole view, not beside a bar an
+  // earlier, larger picture needed.
+  SetScrollSizes(this, zoomed_.Size());
+  clientRect_ = ::ClientRect(this);
+  imageRect_ = ComputeImageRect();
+  viewport()->update();
+}
+
+float CImageView::FitScale() const {
+  if (!current_ || current_->Width() == 0 || current_->Height() == 0) return 1.0f;
+  // The whole view: a picture that fits it needs no scroll bars.
+  const QSize view = contentsRect().size();
+  const float w = float(current_->Width()), h = float(current_->Height());
+  const auto sides = [&](float scale) { return QSize(int(w * scale), int(h * scale)); };
+  const auto fits = [&](float scale) {
+    return sides(scale).width() <= view.width() && sides(scale).height() <= view.height();
+  };
+  // The routines size their result as trunc(side * scale) in float, and the
+  // quotient may fall an ulp short of the side it was taken from (480 x
+  // 453/480 making 452): a few ulps up find the size it meant.
+  float scale = std::min({1.0f, float(view.width()) / w, float(view.height()) / h});
+  float up = scale;
+  for (int i = 0; i < 4 && up < 1.0f; ++i) {
+    up = std::nextafter(up, 2.0f);
+    if (!fits(up)) break;
+    if (sides(up) != sides(scale)) {
+      scale = up;
+      break;
+    }
+  }
+  while (scale > 0.0f && !fits(scale))
+    scale = std::nextafter(scale, 0.0f);
+  return scale;
+}
+
+void CImageView::ZoomKeepingSelection(bool fit, float scale) {
+  const CRectTracker::Rect band = tracker_.m_rect;
+  const QPoint from = ComputeImageRect().topLeft();
+  const QPoint a = zoomed_.EdgeToPhoto(QPoint(band.left, band.top) - from);
+  const QPoint b = zoomed_.EdgeToPhoto(QPoint(band.right, band.bottom) - from);
+  fit_ = fit;
+  scale_ = scale;
+  Rezoom();
+  if (band == CRectTracker::Rect{}) return;
+  const QPoint to = imageRect_.topLeft();
+  const QPoint c = zoomed_.EdgeToDrawn(a) + to, d = zoomed_.EdgeToDrawn(b) + to;
+  tracker_.m_rect = {c.x(), c.y(), d.x(), d.y()};
 }
 
 QPoint CImageView::ViewPoint(const QMouseEvent *event) const {
@@ -99,16 +151,15 @@ CRectTracker::Rect CImageView::NormalizedRect(QPoint a, QPoint b) {
 
 void CImageView::paintEvent(QPaintEvent *) {
   imageRect_ = ComputeImageRect();
-  const int w = current_ ? int(current_->Width()) : 0, h = current_ ? int(current_->Height()) : 0;
-  SetScrollSizes(this, QSize(w, h));
+  const int w = zoomed_.Size().width(), h = zoomed_.Size().height();
+  SetScrollSizes(this, zoomed_.Size());
   QPainter painter(viewport());
-  painter.translate(-horizontalScrollBar()->value(), -verticalScrollBar()->value());
+  const QPoint scroll(horizontalScrollBar()->value(), verticalScrollBar()->value());
+  painter.translate(-scroll);
   painter.fillRect(QRect(0, 0, std::max(w, clientRect_.width()), std::max(h, clientRect_.height())),
                    QColor(kBackground));
-  if (current_) {
-    const QRect r = imageRect_;
-    current_->Draw(&painter, r.left(), r.top(), r.right() + 1, r.bottom() + 1);
-  }
+  const QRect visible(scroll - imageRect_.topLeft(), viewport()->size());
+  zoomed_.Draw(&painter, imageRect_.topLeft(), visible);
   tracker_.Draw(&painter);
   if (dragging_ && !lastDrag_.IsEmpty()) {
     // The band inverts what is under it, so it shows on any picture.
@@ -181,7 +232,7 @@ bool CImageView::Commit(Planar result) {
   if (!block) return false;  // the user keeps the picture they had
   previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
   current_ = std::make_unique<CDib>(block);
-  viewport()->update();
+  Rezoom();
   return true;
 }
 
@@ -196,26 +247,16 @@ void CImageView::Rotate(int direction) {
 
 void CImageView::Zoom(double factor) {
   CWaitCursor wait;
-  const int index = doc_->CurrentIndex();
-  // Zooming starts again from the work area's photo: edits not yet kept are
-  // dropped from the working picture.
-  current_.reset();
-  if (index == -1) return;
-  current_ = std::make_unique<CDib>(doc_->ImageAt(index));
-  Planar source(PlanarFromDib(*current_));
-  Planar result(source ? PlanarCreateScaled(source.get(), float(factor)) : nullptr);
-  if (!result) return;
-  int code;
+  ZoomKeepingSelection(false, float(factor));
   if (factor >= 1.0) {
-    code = EnlargeImage(source.get(), 0.5f, 0.5f, int32_t(factor), result.get(), nullptr);
     horizontalScrollBar()->setValue(0);
     verticalScrollBar()->setValue(0);
-  } else {
-    const PixRect whole{};
-    const PixReduceOptions options{};
-    code = ReduceImage(nullptr, source.get(), 1, result.get(), &whole, &options, nullptr);
   }
-  if (code == 0) Commit(std::move(result));
+}
+
+void CImageView::ZoomToFit() {
+  CWaitCursor wait;
+  ZoomKeepingSelection(true, scale_);
 }
 
 void CImageView::ClearSelection() {
@@ -229,10 +270,7 @@ int CImageView::Crop() {
   changed_ = true;
   Planar source(PlanarFromDib(*current_));
   if (!source) return -1;
-  // The selection with its border, moved from view to photo coordinates.
-  CRectTracker::Rect r = tracker_.GetTrueRect();
-  const QPoint shift = ToPhoto(QPoint(0, 0));
-  r = {r.left + shift.x(), r.top + shift.y(), r.right + shift.x(), r.bottom + shift.y()};
+  const CRectTracker::Rect r = SelectionInPhoto();
   Planar result(PlanarCreateRect(source.get(), r.left, r.top, r.right, r.bottom));
   if (!result) return -1;
   if (const int code = CropImage(source.get(), r.left, r.top, result.get(), nullptr)) return code;
@@ -343,5 +381,5 @@ void CImageView::Undo() {
   const CDib temp = current_ ? *current_ : CDib();
   current_ = std::make_unique<CDib>(previous_ ? *previous_ : CDib());
   previous_ = std::make_unique<CDib>(temp);
-  viewport()->update();
+  Rezoom();
 }

@@ -11,8 +11,10 @@
 #include <memory>
 
 #include "app/dib.h"
+#include "edit/dibplanar.h"
 #include "edit/pixels/pixels.h"
 #include "edit/recttracker.h"
+#include "edit/zoomedpicture.h"
 
 class CKorvelAppDoc;
 struct CcParams;
@@ -26,15 +28,22 @@ class CImageView : public QAbstractScrollArea {
 
   void OnInitialUpdate();
 
-  // Takes up the work area's current photo: current and previous become copies
-  // of it, the changed flag and the tool mode are cleared, and the client
-  // rectangle the photo is centred in is captured.
+  // Takes up the work area's current photo at 100%: current and previous
+  // become copies of it, the changed flag and the tool mode are cleared.
   void LoadCurrentPhoto();
   // 0 turns left, 1 right; anything else does nothing.
   void Rotate(int direction);
-  // Always from the work area's photo: factor >= 1 enlarges by whole steps,
-  // below 1 reduces the whole photo.
+  // Changes only what is drawn: factor >= 1 enlarges by whole steps, below 1
+  // reduces. The working picture, the edits and the selection stay.
   void Zoom(double factor);
+  // The largest scale, at most 1, at which the whole photo fits the view;
+  // kept through edits that change the photo's size.
+  void ZoomToFit();
+  float FitScale() const;
+  // The scale the picture is drawn at, and its drawn size.
+  float Scale() const { return fit_ ? FitScale() : scale_; }
+  bool Fitted() const { return fit_; }
+  QSize DrawnSize() const { return zoomed_.Size(); }
   void SetCropMode() { mode_ = "CROP"; }
   void SetRedEyeMode() { mode_ = "REDEYE"; }
   void ClearMode() { mode_.clear(); }
@@ -70,6 +79,8 @@ class CImageView : public QAbstractScrollArea {
   QRect ClientRect() const { return clientRect_; }
   // A point of the view (scrolled coordinates) in photo coordinates.
   QPoint ToPhoto(QPoint viewPoint) const;
+  // The crop selection with its border, in photo coordinates.
+  CRectTracker::Rect SelectionInPhoto() const;
   // The rubber band from two corners, tested in the view's order: equal
   // coordinates on an axis give an inverted rectangle.
   static CRectTracker::Rect NormalizedRect(QPoint a, QPoint b);
@@ -81,13 +92,13 @@ class CImageView : public QAbstractScrollArea {
   void mouseReleaseEvent(QMouseEvent *event) override;
 
  private:
-  struct PlanarDeleter {
-    void operator()(PlanarImage *image) const { PlanarFree(image); }
-  };
-  using Planar = std::unique_ptr<PlanarImage, PlanarDeleter>;
-
-  // The photo's place in the captured client rectangle, centred when smaller.
+  // The drawn picture's place in the client rectangle, centred when smaller.
   QRect ComputeImageRect() const;
+  // Brings the drawn picture, the scroll bars and the client rectangle up to
+  // date with the working picture and the zoom.
+  void Rezoom();
+  // Rezoom at a new scale, the selection staying on the same part of the photo.
+  void ZoomKeepingSelection(bool fit, float scale);
   QPoint ViewPoint(const QMouseEvent *event) const;
   // Makes `result` the current image and the old current the previous. A
   // result that cannot become a picture leaves both images as they were.
@@ -104,6 +115,9 @@ class CImageView : public QAbstractScrollArea {
   CRectTracker::Rect lastDrag_;
   QRect imageRect_;
   QString mode_;
+  bool fit_ = false;
+  float scale_ = 1.0f;
+  CZoomedPicture zoomed_;
   Planar colorSource_;
   int colorTool_ = -1;
   std::unique_ptr<CcParams> colorParams_;

@@ -48,7 +48,7 @@ class Form : public testing::Test {
   }
   QString Help() const { return form->GetButtonTextView()->Text(); }
   int Zoom() const { return form->ZoomCombo()->currentData().toInt(); }
-  uint32_t ShownWidth() const { return form->GetImageView()->CurrentImage()->Width(); }
+  int ShownWidth() const { return form->GetImageView()->DrawnSize().width(); }
   // Whether the form takes a drag carrying `data`.
   bool TakesDrag(QMimeData *data) {
     QDragEnterEvent enter(QPoint(100, 100), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
@@ -179,22 +179,25 @@ TEST_F(Form, RemovingAPhotoAsksFirst) {
   EXPECT_EQ(Help(), LoadKorvelString(1006));
 }
 
-TEST_F(Form, ZoomStepsAndLargePhotosStartAtThreeQuarters) {
+TEST_F(Form, ZoomStepsAndLargePhotosStartFitted) {
   Add(645, 400);
   Add(644, 452);
+  Add(2000, 1500);
   doc->SetCurrentIndex(0);
   form->OnCommand(32778);
+  EXPECT_EQ(form->ZoomCombo()->currentText(), "Fit");
+  EXPECT_EQ(ShownWidth(), 645);
+  form->OnCommand(1008);  // from Fit (here 100%) out to the step below
   EXPECT_EQ(Zoom(), 75);
-  EXPECT_EQ(ShownWidth(), 483u);
-  EXPECT_EQ(form->GetImageView()->CurrentImage()->Height(), 300u);
+  EXPECT_EQ(form->GetImageView()->DrawnSize(), QSize(483, 300));
   form->OnCommand(1003);
   doc->SetCurrentIndex(1);
   form->OnCommand(32778);
   EXPECT_EQ(Zoom(), 100);
-  EXPECT_EQ(ShownWidth(), 644u);
+  EXPECT_EQ(ShownWidth(), 644);
   // In, past the largest step, then out past the smallest.
-  const std::tuple<int, int, int, uint32_t, int> steps[] = {{1007, 5, 800, 644u * 8, 1019},
-                                                            {1008, 8, 25, 161u, 1020}};
+  const std::tuple<int, int, int, int, int> steps[] = {{1007, 5, 800, 644 * 8, 1019},
+                                                       {1008, 8, 25, 161, 1020}};
   for (auto [command, times, zoom, width, help] : steps) {
     for (int i = 0; i < times; ++i)
       form->OnCommand(command);
@@ -203,6 +206,19 @@ TEST_F(Form, ZoomStepsAndLargePhotosStartAtThreeQuarters) {
     EXPECT_EQ(ShownWidth(), width);
   }
   EXPECT_FALSE(form->GetImageView()->Changed());  // zooming is not an edit
+  EXPECT_EQ(form->GetImageView()->CurrentImage()->Width(), 644u);
+
+  // Fit is about 30% for this photo: the steps go on from there either way.
+  form->OnCommand(1003);
+  doc->SetCurrentIndex(2);
+  for (const auto &[command, zoom] : {std::pair{1007, 50}, std::pair{1008, 25}}) {
+    form->OnCommand(32778);
+    ASSERT_EQ(form->ZoomCombo()->currentText(), "Fit");
+    EXPECT_EQ(form->GetImageView()->DrawnSize(), QSize(604, 453));
+    form->OnCommand(command);
+    EXPECT_EQ(Zoom(), zoom);
+    form->OnCommand(1003);
+  }
 }
 
 TEST_F(Form, LeavingTheEditorAsksWhetherToKeepChanges) {
@@ -227,7 +243,7 @@ TEST_F(Form, LeavingTheEditorAsksWhetherToKeepChanges) {
   form->OnCommand(1012);
   form->OnCommand(1005);
   form->OnCommand(1018);
-  EXPECT_EQ(ShownWidth(), 20u);
+  EXPECT_EQ(ShownWidth(), 20);
   form->OnCommand(1018);
   form->OnCommand(1002);  // keep what the second undo brought back
   EXPECT_EQ(doc->ImageAt(0).Width(), 30u);
@@ -254,6 +270,32 @@ TEST_F(Form, ClosingTheWindowAsksAboutEveryUnsavedPhoto) {
   form->OnCommand(1016);
   EXPECT_TRUE(app.MainFrame()->isVisible());
   EXPECT_EQ(prompt.savePhotoNames.size(), 4);
+}
+
+TEST_F(Form, ClosingTheWindowAsksToKeepAnOpenEditFirst) {
+  Add(30, 20, "/a/photo.jpg");
+  doc->SetCurrentIndex(0);
+  form->OnCommand(1012);
+  form->OnCommand(1006);
+  const QString question = "The image has changed. Do you want to keep these changes?";
+  const KorvelPrompt::SavePhotoAnswer escape;
+  prompt.answers = {KorvelPrompt::IDCANCEL, KorvelPrompt::IDYES};
+  prompt.savePhoto = {escape};
+  EXPECT_FALSE(app.MainFrame()->close());  // cancelled: nothing else is asked
+  EXPECT_EQ(prompt.messages, QStringList{question});
+  EXPECT_TRUE(prompt.savePhotoNames.isEmpty());
+  EXPECT_FALSE(app.MainFrame()->close());  // kept, then asked about as unsaved
+  EXPECT_EQ(prompt.messages, QStringList(2, question));
+  EXPECT_EQ(prompt.savePhotoNames, QStringList{"photo.jpg"});
+  EXPECT_EQ(doc->ImageAt(0).Width(), 20u);
+
+  doc->ReplaceImage(0, doc->ImageAt(0), 0, QString());
+  form->OnCommand(1006);
+  prompt.answers = {KorvelPrompt::IDNO};  // dropped: the saved photo needs no question
+  EXPECT_TRUE(app.MainFrame()->close());
+  EXPECT_EQ(prompt.messages.size(), 3);
+  EXPECT_EQ(prompt.savePhotoNames.size(), 1);
+  EXPECT_EQ(doc->ImageAt(0).Width(), 20u);
 }
 
 TEST_F(Form, DroppedFilesOpenOneByOneInThumbnailMode) {

@@ -1,5 +1,6 @@
 // The editor as a person uses it: a dragged crop band and the Crop button,
-// turning with undo, red eye, colour clicks, and the keep-changes question.
+// turning with undo, red eye, colour clicks, the keep-changes question, and
+// zooming, which changes only what is drawn.
 // Each tool's result is also rendered to tests/screenshots/ in the build.
 #include <gtest/gtest.h>
 
@@ -80,6 +81,17 @@ class Editor : public testing::Test {
     QTest::mouseRelease(view->viewport(), Qt::LeftButton, {}, o + *(path.end() - 1));
   }
   void Click(QPoint at) { QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, o + at); }
+  // A zoom button, or the zoom list's entry (0 for Fit); the picture's corner
+  // moves with the zoom.
+  void ZoomBy(int command) {
+    form->OnCommand(command);
+    o = view->ImageRect().topLeft();
+  }
+  void ZoomTo(int percent) {
+    form->ZoomCombo()->setCurrentIndex(form->ZoomCombo()->findData(percent));
+    form->OnZoomSelChange();
+    o = view->ImageRect().topLeft();
+  }
   CRectTracker::Rect Band(int l, int t, int r, int b) const {
     return {o.x() + l, o.y() + t, o.x() + r, o.y() + b};
   }
@@ -179,10 +191,11 @@ TEST_F(Editor, RedEyeGreysThePupilOnly) {
     return pupil ? std::array<uint8_t, 3>{200, 20, 30} : std::array<uint8_t, 3>{224, 172, 140};
   });
   Edit(face, 1013);
+  ZoomBy(1007);  // at 200% a click lands on the photo pixel under it
   const HGLOBAL before = view->CurrentImage()->Handle();
   Click({-20, 5});  // outside the photo: refused, nothing changes
   EXPECT_EQ(view->CurrentImage()->Handle(), before);
-  Click({40, 30});
+  Click({81, 61});
   const testutil::Picture after = Current();
   const uint8_t grey = (200 + 20 + 30 + 1) / 3;
   for (uint32_t k = 0; k < 3; ++k) {
@@ -199,14 +212,15 @@ TEST_F(Editor, ColourClicksBuildOneCorrectionFromTheOriginal) {
     return x < 32 ? std::array<uint8_t, 3>{110, 120, 150} : std::array<uint8_t, 3>{140, 120, 210};
   });
   Edit(pic, 1024);
+  ZoomBy(1008);     // at 75% the clicks below land on photo points (10, 10) and (50, 20)
   Click({10, 10});  // no tool chosen yet
   EXPECT_EQ(prompt.messages,
             QStringList{"Please Select a Color Correction tool and then click on the image"});
   EXPECT_EQ(view->ColorParams()->pointCount, 0);
   form->OnCommand(1026);  // neutrals
-  Click({10, 10});
+  Click({7, 7});
   form->OnCommand(1030);  // sky
-  Click({50, 20});
+  Click({37, 15});
   ASSERT_EQ(view->ColorParams()->pointCount, 2);
   EXPECT_EQ(view->ColorTool(), 2);
   const testutil::Picture twoClicks = Current();
@@ -237,9 +251,76 @@ TEST_F(Editor, ColourClicksBuildOneCorrectionFromTheOriginal) {
   form->OnCommand(1018);  // undo drops the last click
   EXPECT_EQ(view->ColorParams()->pointCount, 1);
   for (int i = 0; i < 60; ++i)
-    Click({5 + i % 50, 5});
+    Click({5 + i % 40, 5});
   EXPECT_EQ(view->ColorParams()->pointCount, CcMaxPoints);  // the rest turned away
   EXPECT_GT(prompt.beeps, 0);
+}
+
+TEST_F(Editor, ZoomDrawsCentredAndEditsStayFullSize) {
+  // No pixel is the view's light grey, so the picture's edges show.
+  const testutil::Picture pic = Painted(640, 480, [](uint32_t x, uint32_t y) {
+    return std::array<uint8_t, 3>{uint8_t(x / 3), uint8_t(y / 2), 40};
+  });
+  Edit(pic, 1012);
+  EXPECT_TRUE(view->Fitted());  // larger than the view: seen whole
+  EXPECT_EQ(view->DrawnSize(), QSize(604, 453));
+  ZoomBy(1008);  // out from Fit: the next step below it
+  ASSERT_EQ(view->Scale(), 0.75f);
+  // Centred in the whole view, and exactly the reduction routine's picture.
+  const QImage shown = view->viewport()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+  ASSERT_EQ(view->ImageRect(), QRect(82, 46, 480, 360));
+  const Planar source(PlanarFromDib(*view->CurrentImage()));
+  const Planar reduced(PlanarCreateScaled(source.get(), 0.75f));
+  const PixRect whole{};
+  const PixReduceOptions options{};
+  ASSERT_EQ(ReduceImage(nullptr, source.get(), 1, reduced.get(), &whole, &options, nullptr), 0);
+  EXPECT_TRUE(shown.copy(view->ImageRect()) == ImageFromPlanar(reduced.get()));
+  for (const QPoint grey : {QPoint(81, 46), QPoint(562, 405), QPoint(82, 45), QPoint(561, 406)})
+    EXPECT_EQ(shown.pixel(grey), qRgb(220, 220, 220)) << grey.x() << "," << grey.y();
+
+  form->OnCommand(1006);  // right, at 75%: the photo itself turns
+  const testutil::Picture turned = Current();
+  ASSERT_EQ(turned.width, 480u);
+  ASSERT_EQ(turned.height, 640u);
+  EXPECT_EQ(view->DrawnSize(), QSize(360, 480));
+  form->OnCommand(1002);
+  const QString saved = dir.filePath("turned.bmp");
+  ASSERT_TRUE(SavePicture(RasFormatBmp, saved, doc->ImageAt(0)));
+  ASSERT_TRUE(form->OpenPhoto(saved));
+  const testutil::Picture back = Current(&doc->ImageAt(1));
+  ASSERT_TRUE(back == turned);
+  for (uint32_t y = 0; y < 640; y += 7)
+    for (uint32_t x = 0; x < 480; x += 5)
+      ASSERT_EQ(back.At(x, y, 0), pic.At(y, 479 - x, 0)) << x << "," << y;
+}
+
+TEST_F(Editor, CropsAtHalfSizeInPhotoPixelsAndZoomKeepsEdits) {
+  const testutil::Picture pic = testutil::Pattern(200, 150, 3);
+  Edit(pic, 1011);
+  ZoomTo(50);
+  ASSERT_EQ(view->DrawnSize(), QSize(100, 75));
+  Drag({{10, 10}, {40, 30}});
+  ZoomTo(100);  // the band stays on the same part of the photo
+  EXPECT_EQ(view->Tracker().m_rect, Band(20, 20, 80, 60));
+  ZoomTo(50);
+  EXPECT_EQ(view->Tracker().m_rect, Band(10, 10, 40, 30));
+  form->OnCommand(1010);  // the band and its border, (9, 9)-(41, 31) drawn
+  const testutil::Picture cropped = Current();
+  ASSERT_EQ(cropped.width, 64u);
+  ASSERT_EQ(cropped.height, 44u);
+  for (uint32_t y = 0; y < 44; ++y)
+    for (uint32_t x = 0; x < 64; ++x)
+      ASSERT_EQ(cropped.At(x, y, 1), pic.At(x + 18, y + 18, 1)) << x << "," << y;
+  for (int command : {1007, 1007, 1008, 1008, 1008})
+    ZoomBy(command);
+  EXPECT_TRUE(Current() == cropped);  // zooming never drops the edit
+  EXPECT_EQ(view->DrawnSize(), QSize(16, 11));
+  form->OnCommand(1018);  // undo still toggles the edit
+  EXPECT_TRUE(Current() == pic);
+  EXPECT_EQ(view->DrawnSize(), QSize(49, 37));  // the routine keeps the aspect ratio
+  form->OnCommand(1018);
+  EXPECT_TRUE(Current() == cropped);
+  EXPECT_TRUE(view->Changed());
 }
 
 }  // namespace
