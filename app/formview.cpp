@@ -38,7 +38,7 @@ CKorvelAppView::CKorvelAppView(CKorvelAppDoc *doc, CMainFrame *frame, QWidget *p
     : QWidget(parent), doc_(doc), frame_(frame) {
   setFixedSize(kFormWidth, kFormHeight);
   setAcceptDrops(true);
-  background_.load(kKorvelFormBackground);
+  background_.Load(kKorvelFormBackground);
   doc_->AddView(this);
 }
 
@@ -124,10 +124,10 @@ void CKorvelAppView::OnInitialUpdate() {
 
 void CKorvelAppView::paintEvent(QPaintEvent *) {
   QPainter painter(this);
-  if (background_.isNull())
+  if (background_.IsNull())
     painter.fillRect(rect(), QColor(0x2e, 0x2a, 0x33));
   else
-    painter.drawPixmap(0, 0, background_);
+    background_.Draw(painter, QPoint(0, 0));
 }
 
 CThumbView *CKorvelAppView::GetThumbView() const {

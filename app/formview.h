@@ -11,6 +11,8 @@
 #include <QRect>
 #include <QWidget>
 
+#include "app/scaledpixmap.h"
+
 class CKorvelAppDoc;
 class CThumbView;
 class CImageView;
@@ -109,7 +111,7 @@ class CKorvelAppView : public QWidget {
   QHash<int, QWidget *> controls_;
   QComboBox *zoom_ = nullptr;
   QRect workArea_;
-  QPixmap background_;
+  CScaledPixmap background_;
   CThumbView *thumbView_ = nullptr;
   CImageView *imageView_ = nullptr;
   CButtonTextView *helpPane_ = nullptr;
