@@ -13,14 +13,15 @@
 #include <QPushButton>
 #include <QThread>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/dib.h"
 #include "app/dibpreview.h"
 #include "app/dibraster.h"
 #include "app/prompt.h"
 #include "app/waitcursor.h"
+#include "raster/core/rasfile.h"
 #include "raster/ras.h"
-#include "raster/rasfile.h"
 
 namespace {
 
@@ -33,20 +34,52 @@ QString CameraName(const GpCameraId &camera) {
   return QStringLiteral("%1 (%2)").arg(camera.model, camera.port);
 }
 
-QIcon PreviewIcon(const QByteArray &preview) {
+// Whole pictures fetched for previews, at most: enough for a card of a few
+// dozen photos without previews of their own, so that the dialog still comes
+// up in a few seconds when the card holds hundreds.
+constexpr qint64 kWholePictureBudget = 128 << 20;
+
+// The picture a file's bytes hold, averaged down to about twice the icon's
+// size on the way (a whole camera picture is hundreds of times larger); null
+// when the bytes are no picture the raster library reads.
+QImage SmallImage(QByteArray bytes) {
+  HGLOBAL block = DibFromFileBytes(std::move(bytes));
+  if (!block) return {};
+  const CDib dib(block);
+  const QSize icon = CCameraDialog::kIconSize;
+  const int factor = std::clamp(
+      std::min(int(dib.Width()) / (2 * icon.width()), int(dib.Height()) / (2 * icon.height())), 1,
+      kDibMaxReduction);
+  return DibReduce(dib, factor);
+}
+
+// The camera's preview of each picture. A picture it keeps none of (or one
+// the raster library cannot read) is shown by the picture itself, made small,
+// within the budget; past it the plain placeholder shows.
+std::vector<QImage> MakePreviews(CGpCamera *device, const std::vector<GpPicture> &pictures) {
+  std::vector<QImage> previews;
+  qint64 budget = kWholePictureBudget;
+  for (const GpPicture &picture : pictures) {
+    QImage image = SmallImage(picture.preview);
+    QByteArray whole;
+    if (image.isNull() && budget > 0 && device->Download(picture, &whole) >= 0) {
+      budget -= whole.size();
+      image = SmallImage(std::move(whole));
+    }
+    previews.push_back(std::move(image));
+  }
+  return previews;
+}
+
+QIcon PreviewIcon(const QImage &image) {
   QPixmap pixmap(CCameraDialog::kIconSize);
   pixmap.fill(Qt::lightGray);
-  HGLOBAL block = preview.isEmpty() ? nullptr : DibFromFileBytes(preview);
-  if (block) {
-    const CDib dib(block);
-    const QImage image = DibDecode(dib, QRect(0, 0, int(dib.Width()), int(dib.Height())));
-    if (!image.isNull()) {
-      const QImage scaled =
-          image.scaled(CCameraDialog::kIconSize, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-      QPainter painter(&pixmap);
-      painter.drawImage((pixmap.width() - scaled.width()) / 2,
-                        (pixmap.height() - scaled.height()) / 2, scaled);
-    }
+  if (!image.isNull()) {
+    const QImage scaled =
+        image.scaled(CCameraDialog::kIconSize, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    QPainter painter(&pixmap);
+    painter.drawImage((pixmap.width() - scaled.width()) / 2,
+                      (pixmap.height() - scaled.height()) / 2, scaled);
   }
   return QIcon(pixmap);
 }
@@ -55,13 +88,18 @@ QIcon PreviewIcon(const QByteArray &preview) {
 QString StillBusyText(const GpCameraId &camera, const QString &mount) {
   if (!mount.isEmpty())
     return QStringLiteral(
-               "The camera %1 is still in use by another program. Close that program, or eject "
-               "the camera in the file manager (or run \"gio mount -u %2\"), then try again.")
+               "The camera %1 is still in use by another program. "
+               "Close that program, or eject "
+               "the camera in the file manager (or run \"gio mount "
+               "-u %2\"), then try again.")
         .arg(CameraName(camera), mount);
   return QStringLiteral(
-             "The camera %1 is in use by another program. Close that program, or eject the "
-             "camera in the file manager (\"gio mount -l\" lists its gphoto2:// or mtp:// mount, "
-             "\"gio mount -u\" followed by that address releases it), then try again.")
+             "The camera %1 is in use by another program. Close "
+             "that program, or eject the "
+             "camera in the file manager (\"gio mount -l\" lists "
+             "its gphoto2:// or mtp:// mount, "
+             "\"gio mount -u\" followed by that address releases "
+             "it), then try again.")
       .arg(CameraName(camera));
 }
 
@@ -93,11 +131,11 @@ int OpenCamera(CGpCamera *camera) {
     result = camera->Open();
   }
   if (CGpCamera::IsBusy(result)) {
-    const QString question =
-        QStringLiteral(
-            "The camera %1 is in use by another program, usually the desktop's file manager. "
-            "Release it from the desktop and go on?")
-            .arg(CameraName(camera->Id()));
+    const QString question = QStringLiteral(
+                                 "The camera %1 is in use by another program, usually "
+                                 "the desktop's file manager. "
+                                 "Release it from the desktop and go on?")
+                                 .arg(CameraName(camera->Id()));
     if (AfxMessageBox(question, KorvelPrompt::MB_YESNO) != KorvelPrompt::IDYES) return result;
     QString mount;
     if (GpReleaseDesktopMount(camera->Id().port, &mount)) {
@@ -120,12 +158,14 @@ int OpenCamera(CGpCamera *camera) {
 
 int AcquireFromCamera(const GpCameraId &camera, const PictureSink &sink, QWidget *parent) {
   std::vector<GpPicture> pictures;
+  std::vector<QImage> previews;
   {
     CWaitCursor wait;
     CGpCamera device(camera);
     int result = OpenCamera(&device);
     if (result < 0) return -1;
     result = device.List(&pictures, true);
+    if (result >= 0) previews = MakePreviews(&device, pictures);
     device.Close();
     wait.Restore();
     if (result < 0) {
@@ -139,13 +179,13 @@ int AcquireFromCamera(const GpCameraId &camera, const PictureSink &sink, QWidget
         QStringLiteral("There are no pictures on the camera %1.").arg(CameraName(camera)));
     return 0;
   }
-  CCameraDialog dialog(camera, std::move(pictures), sink, parent);
+  CCameraDialog dialog(camera, std::move(pictures), std::move(previews), sink, parent);
   dialog.exec();
   return dialog.Received();
 }
 
-CCameraDialog::CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures, PictureSink sink,
-                             QWidget *parent)
+CCameraDialog::CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures,
+                             std::vector<QImage> previews, PictureSink sink, QWidget *parent)
     : QDialog(parent),
       camera_(std::move(camera)),
       pictures_(std::move(pictures)),
@@ -163,8 +203,10 @@ CCameraDialog::CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures,
   list_->setMinimumSize(560, 320);
   {
     CWaitCursor wait;
-    for (const GpPicture &picture : pictures_) {
-      auto *item = new QListWidgetItem(PreviewIcon(picture.preview), picture.name, list_);
+    for (size_t i = 0; i < pictures_.size(); ++i) {
+      const GpPicture &picture = pictures_[i];
+      const QImage preview = i < previews.size() ? previews[i] : QImage();
+      auto *item = new QListWidgetItem(PreviewIcon(preview), picture.name, list_);
       item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
       item->setCheckState(Qt::Checked);
       item->setToolTip(picture.folder + QLatin1Char('/') + picture.name);
@@ -245,7 +287,8 @@ void CCameraDialog::OnDownload() {
         // Typically the camera was unplugged or switched off: what arrived
         // before stays in the work area.
         failure = QStringLiteral(
-                      "The camera %1 stopped answering (%2). The photos received before were "
+                      "The camera %1 stopped answering (%2). The "
+                      "photos received before were "
                       "kept.")
                       .arg(CameraName(camera_), CGpCamera::ResultText(result));
         break;

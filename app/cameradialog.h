@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QDialog>
+#include <QImage>
 #include <functional>
 #include <vector>
 
@@ -23,8 +24,10 @@ class CCameraDialog : public QDialog {
   Q_OBJECT
 
  public:
-  CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures, PictureSink sink,
-                QWidget *parent = nullptr);
+  // `previews` are the pictures' small images in the same order; a missing
+  // or null one shows a plain placeholder.
+  CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures, std::vector<QImage> previews,
+                PictureSink sink, QWidget *parent = nullptr);
 
   // Pictures handed on so far.
   int Received() const { return received_; }
@@ -69,7 +72,8 @@ HGLOBAL DibFromFileBytes(QByteArray bytes);
 // every failure has been told to the user.
 int OpenCamera(CGpCamera *camera);
 
-// Lists the camera's pictures with their previews, lets the camera go, and
-// shows the download dialog. Returns the number of pictures handed to
+// Lists the camera's pictures with their previews (the pictures themselves,
+// made small, where the camera keeps none), lets the camera go, and shows the
+// download dialog. Returns the number of pictures handed to
 // `sink`, or -1 when the camera could not be read (the user was told).
 int AcquireFromCamera(const GpCameraId &camera, const PictureSink &sink, QWidget *parent);

@@ -117,6 +117,37 @@ TEST(FrameTwain, SourceListPreferenceAndGetPhotoDialog) {
   EXPECT_EQ(answer.source, 2);
 }
 
+// The Get Photo dialog offers only sources that exist: without a manager, or
+// with one that does not list it, the program's own source is not named.
+TEST(FrameTwain, OnlySourcesThatExistAreOffered) {
+  const struct {
+    const char *manager, *sources;
+    QStringList shown;
+  } cases[] = {{"/nonexistent/libtwaindsm.so.2", nullptr, {}},
+               {KORVEL_TEST_DSM_PATH, "Other Scanner", {"Other Scanner"}},
+               {KORVEL_TEST_DSM_PATH, nullptr, {"Korvel Twain Source 3.0"}}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.sources ? c.sources : c.manager);
+    TwainEnvironment env;
+    env.Set("KORVEL_TWAIN_DSM", c.manager);
+    if (c.sources) env.Set("KORVEL_TEST_TWAIN_SOURCES", c.sources);
+    AppFixture f;
+    const QStringList sources = f.Frame()->ListSources();
+    EXPECT_EQ(sources, c.shown);
+    QStringList shown;
+    OnNextDialog act([&](QDialog *dialog) {
+      auto *combo = dialog->findChild<QComboBox *>("1026");
+      ASSERT_NE(combo, nullptr);
+      for (int i = 0; i < combo->count(); ++i)
+        shown << combo->itemText(i);
+      QTest::mouseClick(dialog->findChild<QPushButton *>("1036"), Qt::LeftButton);
+    });
+    QtPrompt dialogs;
+    dialogs.AskGetPhoto(sources, f.Frame()->PreferredSource());
+    EXPECT_EQ(shown, c.shown);
+  }
+}
+
 TEST(FrameTwain, DestroyingTheFrameClosesTheSessionAndUnloads) {
   TwainEnvironment env;
   env.Set("KORVEL_TEST_PICTURES", "0");
