@@ -88,18 +88,13 @@ QIcon PreviewIcon(const QImage &image) {
 QString StillBusyText(const GpCameraId &camera, const QString &mount) {
   if (!mount.isEmpty())
     return QStringLiteral(
-               "The camera %1 is still in use by another program. "
-               "Close that program, or eject "
-               "the camera in the file manager (or run \"gio mount "
-               "-u %2\"), then try again.")
+               "The camera %1 is still in use by another program. Close that program, or eject "
+               "the camera in the file manager (or run \"gio mount -u %2\"), then try again.")
         .arg(CameraName(camera), mount);
   return QStringLiteral(
-             "The camera %1 is in use by another program. Close "
-             "that program, or eject the "
-             "camera in the file manager (\"gio mount -l\" lists "
-             "its gphoto2:// or mtp:// mount, "
-             "\"gio mount -u\" followed by that address releases "
-             "it), then try again.")
+             "The camera %1 is in use by another program. Close that program, or eject the "
+             "camera in the file manager (\"gio mount -l\" lists its gphoto2:// or mtp:// mount, "
+             "\"gio mount -u\" followed by that address releases it), then try again.")
       .arg(CameraName(camera));
 }
 
@@ -131,11 +126,11 @@ int OpenCamera(CGpCamera *camera) {
     result = camera->Open();
   }
   if (CGpCamera::IsBusy(result)) {
-    const QString question = QStringLiteral(
-                                 "The camera %1 is in use by another program, usually "
-                                 "the desktop's file manager. "
-                                 "Release it from the desktop and go on?")
-                                 .arg(CameraName(camera->Id()));
+    const QString question =
+        QStringLiteral(
+            "The camera %1 is in use by another program, usually the desktop's file manager. "
+            "Release it from the desktop and go on?")
+            .arg(CameraName(camera->Id()));
     if (AfxMessageBox(question, KorvelPrompt::MB_YESNO) != KorvelPrompt::IDYES) return result;
     QString mount;
     if (GpReleaseDesktopMount(camera->Id().port, &mount)) {
@@ -287,8 +282,7 @@ void CCameraDialog::OnDownload() {
         // Typically the camera was unplugged or switched off: what arrived
         // before stays in the work area.
         failure = QStringLiteral(
-                      "The camera %1 stopped answering (%2). The "
-                      "photos received before were "
+                      "The camera %1 stopped answering (%2). The photos received before were "
                       "kept.")
                       .arg(CameraName(camera_), CGpCamera::ResultText(result));
         break;
