@@ -21,6 +21,7 @@
 // - Progress is reported after destination row r as (r + 1) / height, so the
 //   last report is 1.
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -299,7 +300,7 @@ class Reducer {
     // without a callback to report to in order the rows are shared out; each
     // thread blends into a line of its own.
     if (source.Direct() && !progress) {
-      bool failed = false;
+      std::atomic<bool> failed{false};
       SplitWork(dh_, 8, [&](int64_t r0, int64_t r1) {
         try {
           Scratch scratch(*this);
@@ -311,17 +312,12 @@ class Reducer {
       });
       return failed ? -3 : 0;
     }
-    Scratch scratch(*this);
-    for (int32_t r = 0; r < dh_; ++r) {
-      const int code = source.Through(LastRowFor(r));
-      if (code != 0) return code;
-      Row(source, dst, r, scratch);
-      if (progress) {
-        const int stop = progress(static_cast<float>(r + 1) / static_cast<float>(dh_));
-        if (stop != 0) return stop;
-      }
+    try {
+      Scratch scratch(*this);
+      return InOrder(source, dst, progress, scratch);
+    } catch (const std::bad_alloc &) {
+      return -3;
     }
-    return 0;
   }
 
  private:
@@ -334,6 +330,20 @@ class Reducer {
         : line(static_cast<size_t>(r.padLeft_) + r.sw_ + r.hTaps_ + 2, 0),
           rows(static_cast<size_t>(r.vTaps_)) {}
   };
+
+  // Row after row on the calling thread, reading the source as it goes.
+  int InOrder(SourceRows &source, PlanarImage *dst, PixProgress progress, Scratch &scratch) const {
+    for (int32_t r = 0; r < dh_; ++r) {
+      const int code = source.Through(LastRowFor(r));
+      if (code != 0) return code;
+      Row(source, dst, r, scratch);
+      if (progress) {
+        const int stop = progress(static_cast<float>(r + 1) / static_cast<float>(dh_));
+        if (stop != 0) return stop;
+      }
+    }
+    return 0;
+  }
 
   int64_t FirstRowFor(int32_t r) const {
     return PlaceOf(static_cast<int64_t>(r) * step_).index - kernel_.lead;
