@@ -10,7 +10,7 @@ set -euo pipefail
 packages=(build-essential cmake pkg-config libjpeg62-turbo-dev libgtest-dev
           libjpeg-turbo-progs qt6-base-dev fonts-liberation libgphoto2-dev
           poppler-utils ghostscript xdg-utils dbus libpng-dev libwebp-dev libheif-dev
-          libheif-examples webp netpbm imagemagick)
+          libheif-examples webp netpbm imagemagick libexiv2-dev)
 # The manual pages' source format and the icon generator's SVG output.
 packages+=(scdoc qt6-svg-dev)
 for group in "$@"; do

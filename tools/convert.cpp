@@ -6,10 +6,12 @@
 #include <cstring>
 #include <string>
 
+#include "edit/pixels/orient.h"
 #include "raster/ras.h"
 #include "raster/rasrgb.h"
 #include "tools/commands.h"
 #include "tools/toolio.h"
+#include "tools/toolmeta.h"
 
 namespace {
 
@@ -68,6 +70,7 @@ struct Options {
   const char *in = nullptr;
   const char *out = nullptr;
   int quality = 100;
+  int orientation = 1;  // how IN's pixels are turned upright on the way
 };
 
 bool ParseOptions(int argc, char **argv, Options *options) {
@@ -111,6 +114,7 @@ int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
   if (code == RasOk && toRgb) code = RasMakeSl(&rgb.sl, &rgbDesc);
   if (code == RasOk && rescale) code = RasMakeSl(&target.sl, &out->desc);
   if (code != RasOk) return Fail(options.in, "cannot make a scanline", code);
+  OrientedRows rows(&out->desc, options.orientation, in->desc.width, in->desc.height);
   for (uint32_t row = 0; row < in->desc.height; ++row) {
     code = RasReadSl(&in->desc, row, &source.sl);
     const RasSl *from = &source.sl;
@@ -124,9 +128,11 @@ int CopyRows(const Options &options, OpenRaster *in, OpenRaster *out) {
       RescaleRow(*from, inMax, out->desc.maxval, &target.sl);
       from = &target.sl;
     }
-    code = RasWriteSl(&out->desc, row, from);
+    code = rows.Put(row, *from);
     if (code != RasOk) return Fail(options.out, "cannot write a row", code);
   }
+  code = rows.Finish();
+  if (code != RasOk) return Fail(options.out, "cannot write a row", code);
   return 0;
 }
 
@@ -138,6 +144,8 @@ int RunConvert(int argc, char **argv) {
   OpenRaster in, out;
   int code = RasGetInfo(options.in, &in.desc);
   if (code != RasOk) return Fail(options.in, "not a readable photo", code);
+  options.orientation = ReadSourceMeta(options.in);
+  const bool exchanged = OrientationExchanges(options.orientation);
   const uint32_t format = FormatForName(options.out);
   uint32_t channels = in.desc.channels, model = in.desc.model;
   if (!FormatStoresModel(format, model)) {
@@ -158,8 +166,9 @@ int RunConvert(int argc, char **argv) {
                  std::strerror(errno));
     return 1;
   }
-  code = RasSetDesc(&out.desc, format, in.desc.width, in.desc.height, channels, model,
-                    in.desc.resolution);
+  code =
+      RasSetDesc(&out.desc, format, exchanged ? in.desc.height : in.desc.width,
+                 exchanged ? in.desc.width : in.desc.height, channels, model, in.desc.resolution);
   // Samples wider than 8 bits stay wide in a PNG.
   if (format == RasFormatPng && in.desc.maxval > 255) out.desc.maxval = 65535;
   JpegQualityScope quality(options.quality);
@@ -168,6 +177,8 @@ int RunConvert(int argc, char **argv) {
   if (const int status = CopyRows(options, &in, &out)) return status;
   code = RasClose(&out.desc);
   if (code != RasOk) return Fail(options.out, "cannot finish", code);
+  if (const int status = WriteSourceMeta(file.temp(), options.out, out.desc.width, out.desc.height))
+    return status;
   if (!file.Commit()) {
     std::fprintf(stderr, "korvel-raster: %s: cannot replace: %s\n", options.out,
                  std::strerror(errno));

@@ -4,6 +4,7 @@
 #include "raster/ras.h"
 #include "tools/commands.h"
 #include "tools/toolio.h"
+#include "tools/toolmeta.h"
 
 int RunInfo(int argc, char **argv) {
   if (argc < 1) {
@@ -20,9 +21,9 @@ int RunInfo(int argc, char **argv) {
       status = 1;
       continue;
     }
-    std::printf("%s: %s %ux%u channels=%u model=%u maxval=%u resolution=%g\n", argv[i],
+    std::printf("%s: %s %ux%u channels=%u model=%u maxval=%u resolution=%g%s\n", argv[i],
                 RasFormatName(desc.format), desc.width, desc.height, desc.channels, desc.model,
-                desc.maxval, static_cast<double>(desc.resolution));
+                desc.maxval, static_cast<double>(desc.resolution), OrientationNote(argv[i]));
   }
   return status;
 }

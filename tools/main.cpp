@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "tools/commands.h"
+#include "tools/toolmeta.h"
 
 namespace {
 
@@ -24,6 +25,10 @@ const char kUsage[] =
     "                                  skin, sky or neutrals (no points: unchanged)\n"
     "                                  (edits read any model as RGB, as the application\n"
     "                                  does, and write OUT by its extension)\n"
+    "  Every command but info turns the photo upright by its orientation tag and\n"
+    "  keeps its EXIF, XMP, IPTC and colour profile in JPEG and TIFF output:\n"
+    "  --keep-orientation              write the pixels as stored, keeping the tag\n"
+    "  --strip                         write no metadata\n"
     "  --help                          this text\n"
     "  --version                       the version\n"
     "\n"
@@ -53,8 +58,9 @@ int main(int argc, char **argv) {
   } kCommands[] = {{"info", RunInfo},  {"convert", RunConvert}, {"rotate", RunRotate},
                    {"crop", RunCrop},  {"zoom", RunZoom},       {"redeye", RunRedEye},
                    {"color", RunColor}};
+  const int rest = TakeMetaOptions(argc - 2, argv + 2);
   for (const auto &c : kCommands)
-    if (std::strcmp(command, c.name) == 0) return c.run(argc - 2, argv + 2);
+    if (std::strcmp(command, c.name) == 0) return c.run(rest, argv + 2);
   std::fprintf(stderr, "korvel-raster: unknown command '%s' (try --help)\n", command);
   return 2;
 }

@@ -2,6 +2,7 @@
 
 #include "raster/rasrgb.h"
 #include "tools/toolio.h"
+#include "tools/toolmeta.h"
 
 int LoadPhoto(const char *path, Photo *photo) {
   OpenRaster in;
@@ -25,7 +26,7 @@ int LoadPhoto(const char *path, Photo *photo) {
       code = RasSlToRgb(&row.sl, &in.desc, into.plane8[0], into.plane8[1], into.plane8[2]);
     if (code != RasOk) return Fail(path, "cannot read a row", code);
   }
-  return 0;
+  return OrientLoaded(path, photo);
 }
 
 int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
@@ -45,6 +46,9 @@ int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
   }
   if (code == RasOk) code = RasClose(&out.desc);
   if (code != RasOk) return Fail(path, "cannot write", code);
+  if (const int status = WriteSourceMeta(file.temp(), path, static_cast<uint32_t>(width),
+                                         static_cast<uint32_t>(height)))
+    return status;
   if (!file.Commit()) return Fail(path, "cannot replace", RasErrWrite);
   return 0;
 }

@@ -14,16 +14,16 @@
 #include <vector>
 
 #include "raster/ras.h"
+#include "tests/raster/testutil.h"
 
 namespace {
 
 const std::string kTestData = KORVEL_TESTDATA_DIR;
 
-struct Row {
-  std::string folder;
-  std::string file;
-  std::string expected;
-};
+using Row = testutil::ManifestRow;
+std::vector<Row> ReadManifest() {
+  return testutil::ReadManifest(kTestData);
+}
 
 // Folders whose format has a reader in this library, with its format code.
 // Rows of other folders are still probed: no reader may claim those files.
@@ -31,22 +31,6 @@ const std::map<std::string, uint32_t> kReadFolders = {
     {"jpeg", RasFormatJpeg},     {"bmp", RasFormatBmp},       {"tiff", RasFormatTiff},
     {"targa", RasFormatTarga},   {"scitex", RasFormatScitex}, {"photocd", RasFormatPhotoCd},
     {"cineon", RasFormatCineon}, {"eps", RasFormatEps}};
-
-// Rows of the manifest's tables: | `file` | bytes | origin | licence | what it
-// is | expected outcome | verified |, under headings that name their folder.
-std::vector<Row> ReadManifest() {
-  std::ifstream in(kTestData + "/MANIFEST.md");
-  static const std::regex section(R"(^## .*\(`([a-z0-9]+)/`)");
-  static const std::regex row(R"(^\| `([^`]+)` \|(?:[^|]*\|){4} ([^|]*?) \|)");
-  std::vector<Row> rows;
-  std::string line, folder;
-  std::smatch m;
-  while (std::getline(in, line)) {
-    if (std::regex_search(line, m, section)) folder = m[1];
-    if (!folder.empty() && std::regex_search(line, m, row)) rows.push_back({folder, m[1], m[2]});
-  }
-  return rows;
-}
 
 struct Accept {
   uint32_t width, height, channels, model;

@@ -290,4 +290,18 @@ Logged ErrorLog::Last() const {
   return last;
 }
 
+std::vector<ManifestRow> ReadManifest(const std::string &testData) {
+  std::ifstream in(testData + "/MANIFEST.md");
+  static const std::regex section(R"(^## .*\(`([a-z0-9]+)/`)");
+  static const std::regex row(R"(^\| `([^`]+)` \|(?:[^|]*\|){4} ([^|]*?) \|)");
+  std::vector<ManifestRow> rows;
+  std::string line, folder;
+  std::smatch m;
+  while (std::getline(in, line)) {
+    if (std::regex_search(line, m, section)) folder = m[1];
+    if (!folder.empty() && std::regex_search(line, m, row)) rows.push_back({folder, m[1], m[2]});
+  }
+  return rows;
+}
+
 }  // namespace testutil

@@ -73,6 +73,14 @@ int WritePlanes16(const std::string &name, uint32_t format, uint32_t model, uint
 // 16-bit planes only; `desc` receives what the probe filled in.
 int ReadPlanes16(const std::string &name, RasDesc *desc, Planes16 *planes);
 
+// Rows of the tables of `testData`/MANIFEST.md: | `file` | bytes | origin |
+// licence | what it is | expected outcome | verified |, each with the folder
+// its section's heading names.
+struct ManifestRow {
+  std::string folder, file, expected;
+};
+std::vector<ManifestRow> ReadManifest(const std::string &testData);
+
 // korvel-raster run as a user runs it: its exit status, and its standard
 // output and standard error together.
 struct ToolResult {
