@@ -18,6 +18,7 @@
 #include "app/dib.h"
 #include "app/dibpreview.h"
 #include "app/dibraster.h"
+#include "app/photometa.h"
 #include "app/prompt.h"
 #include "app/waitcursor.h"
 #include "raster/core/rasfile.h"
@@ -116,7 +117,7 @@ HGLOBAL DibFromFileBytes(QByteArray bytes) {
     RasFreeSl(&sl);
   }
   RasClose(&desc);
-  return dib;
+  return UprightReceivedPhoto(dib, bytes);
 }
 
 int OpenCamera(CGpCamera *camera) {
@@ -287,7 +288,7 @@ void CCameraDialog::OnDownload() {
                       .arg(CameraName(camera_), CGpCamera::ResultText(result));
         break;
       }
-      if (HGLOBAL dib = DibFromFileBytes(std::move(bytes))) {
+      if (HGLOBAL dib = KeepReceivedMeta(DibFromFileBytes(bytes), bytes)) {
         sink_(dib);
         ++received_;
         emit PictureDone(received_);

@@ -16,6 +16,7 @@
 #include "app/dibraster.h"
 #include "app/document.h"
 #include "app/filedialog.h"
+#include "app/photometa.h"
 #include "app/prompt.h"
 #include "app/waitcursor.h"
 #include "platform/safefile.h"
@@ -214,6 +215,7 @@ bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   file.frame = true;
   int code = RasOk;
   HGLOBAL handle = DibFromScanlines(&file.desc, &file.sl, &code);
+  if (handle) handle = UprightOpenedPhoto(handle, path);
   if (!handle) return false;
   doc->AddImage(handle, 0, path, file.desc.resolution);
   return true;
@@ -253,6 +255,8 @@ bool SavePhotoCommand(CKorvelAppDoc *doc) {
   if (extension.isEmpty()) extension = DFileDialog::ExtensionForIndex(answer.filterIndex);
   // Anywhere in the path, folders included: "x.jpg.old/photo" keeps its name.
   if (!path.contains('.' + extension)) path += '.' + extension;
+  // The new file stands for this entry's photo and takes its metadata.
+  CarryKeptMeta(doc->PathAt(index), path);
   // After a failed write the entry stays as it was: marked saved, its edit
   // would be lost at close without a question.
   if (!SavePicture(FormatForExtension(extension), path, image, doc->ResolutionAt(index)))
@@ -269,6 +273,7 @@ bool SavePicture(uint32_t format, const QString &path, const CDib &picture, floa
     ReplacingFile out(Local(path));
     failure = WriteRows(format, out, picture, resolution);
     if (!failure.sentence) {
+      WriteKeptMeta(out.path().c_str(), path, picture);
       if (const int error = out.Commit()) failure = {kUnableToSave, error};
     }
     outcome = OutcomeOf(out);
@@ -288,6 +293,7 @@ QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName
     SaveScope scope(format);
     ReplacingFile out(Local(name), ReplacingFile::kNew);
     failure = WriteRows(format, out, picture, resolution);
+    if (!failure.sentence) WriteKeptMeta(out.path().c_str(), name, picture);
     while (!failure.sentence) {
       const int error = out.CommitNew(Local(name));
       if (error == 0) break;
@@ -299,7 +305,10 @@ QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName
       name = next;
     }
   }
-  if (!failure.sentence) return name;
+  if (!failure.sentence) {
+    AdoptKeptMeta(picture.Handle(), name);
+    return name;
+  }
   AfxMessageBox(FailureText(failure, name, Outcome::kNotCreated));
   return QString();
 }
