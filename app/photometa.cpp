@@ -1,9 +1,11 @@
 #include "app/photometa.h"
 
 #include <QFile>
+#include <QSettings>
 #include <map>
 #include <string>
 
+#include "app/korvelapp.h"
 #include "edit/dibplanar.h"
 #include "edit/pixels/orient.h"
 
@@ -88,6 +90,19 @@ void CarryKeptMeta(const QString &from, const QString &to) {
   }
   KeptMeta copy = it->second;
   ByPath()[to] = std::move(copy);
+}
+
+void ShareKeptMeta(const QString &from, const QString &to, bool withoutPrivate) {
+  CarryKeptMeta(from, to);
+  if (const auto it = ByPath().find(to); withoutPrivate && it != ByPath().end())
+    MetaStripPrivate(&it->second.meta);
+}
+
+// On by default: a photo sent away is out of the user's hands for good, and
+// the position in a phone photo is often their home; who wants it sent
+// turns the setting off.
+bool StripPrivateOnShare() {
+  return CKorvelApp::Settings()->value("privacy/stripLocation", true).toBool();
 }
 
 void WriteKeptMeta(const char *file, const QString &path, const CDib &picture) {

@@ -39,6 +39,14 @@ const KeptMeta *KeptMetaFor(const QString &path, HGLOBAL handle = nullptr);
 // photo (and for nothing else that was saved there before).
 void CarryKeptMeta(const QString &from, const QString &to);
 
+// A copy of the entry at `from` is about to be written as `to` to leave the
+// machine (an e-mail attachment): `to` takes the entry's metadata, without
+// the GPS position and serial numbers when `withoutPrivate`.
+void ShareKeptMeta(const QString &from, const QString &to, bool withoutPrivate);
+// Whether photos leave the machine without position and serial numbers: the
+// setting privacy/stripLocation, on unless the user turned it off.
+bool StripPrivateOnShare();
+
 // Writes the metadata remembered for `path` (or the picture's block) into
 // the finished, not yet renamed, file `file` holding `picture`. A file whose
 // metadata cannot be written keeps its pixels: the user's edit matters more

@@ -28,6 +28,7 @@
 #include "app/document.h"
 #include "app/korvelapp.h"
 #include "app/photofiles.h"
+#include "app/photometa.h"
 #include "app/prompt.h"
 #include "app/waitcursor.h"
 #include "share/desktopentry.h"
@@ -362,10 +363,15 @@ void SendPhotoByEmail(const CKorvelAppDoc *doc) {
   // temporary name is made until one is free. After a failed save, told to
   // the user by the save itself, nothing is handed over, since the hand-off
   // deletes the file it was given.
+  // The attachment carries the photo's metadata, by default without its
+  // position and serial numbers (privacy/stripLocation).
   bool firstName = true;
+  const bool withoutPrivate = StripPrivateOnShare();
   const auto nextName = [&] {
-    if (std::exchange(firstName, false)) return AttachmentNameFor(tmp);
-    return AttachmentNameFor(MakeTempFileName(CKorvelAppDoc::TempPath(), "zib"));
+    const QString name = AttachmentNameFor(
+        std::exchange(firstName, false) ? tmp : MakeTempFileName(CKorvelAppDoc::TempPath(), "zib"));
+    ShareKeptMeta(doc->PathAt(doc->CurrentIndex()), name, withoutPrivate);
+    return name;
   };
   const QString attachment = SaveNewPicture(FormatForExtension("jpg"), nextName, photo,
                                             doc->ResolutionAt(doc->CurrentIndex()));

@@ -8,9 +8,11 @@
 
 #include "app/document.h"
 #include "app/photofiles.h"
+#include "app/photometa.h"
 #include "edit/dibplanar.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/meta/metatest.h"
+#include "tests/raster/testutil.h"
 
 namespace {
 
@@ -70,6 +72,26 @@ TEST(PhotoMetaApp, OpenEditSaveKeepsTheMetadata) {
     EXPECT_EQ(to.exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"))->toLong(), 1);
     EXPECT_EQ(to.exif.findKey(Exiv2::ExifKey("Exif.Photo.PixelXDimension"))->toLong(), 200);
   }
+}
+
+TEST(PhotoMetaApp, SharedCopiesLeaveThePositionBehindWhenAsked) {
+  QTemporaryDir dir;
+  const QString source = kExif + "exiftool__GPS.jpg";
+  const auto before = testutil::ReadFile(Local(source));
+  CKorvelAppDoc doc;
+  ASSERT_TRUE(OpenPhotoFile(&doc, source));
+  for (bool withoutPrivate : {true, false}) {
+    const QString name = dir.path() + (withoutPrivate ? "/bare.jpg" : "/full.jpg");
+    ShareKeptMeta(source, name, withoutPrivate);
+    ASSERT_EQ(SaveNewPicture(
+                  RasFormatJpeg, [&] { return name; }, doc.ImageAt(0)),
+              name);
+    const metatest::Blocks sent = metatest::ReadBlocks(Local(name));
+    EXPECT_EQ(metatest::KeysOf(sent.exif, "GPSInfo").empty(), withoutPrivate);
+    EXPECT_FALSE(metatest::ValueBytes(sent.exif, "Exif.Photo.DateTimeOriginal").empty());
+    EXPECT_FALSE(sent.iptc.empty());
+  }
+  EXPECT_EQ(testutil::ReadFile(Local(source)), before);
 }
 
 }  // namespace
