@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "app/dibpreview.h"
+#include "raster/core/rowpack.h"
 #include "raster/jpeg.h"
 #include "raster/rasrgb.h"
-#include "raster/rowpack.h"
 
 size_t DibBlockBytes(uint32_t width, uint32_t height) {
   const uint32_t minus = (0u - width) & 3u;

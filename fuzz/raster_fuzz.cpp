@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "raster/core/rasfile.h"
 #include "raster/photocd.h"
 #include "raster/ras.h"
-#include "raster/rasfile.h"
 
 namespace {
 

@@ -22,12 +22,12 @@
 // the file itself closes it and frees the private block.
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rowpack.h"
+#include "raster/bmp.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rowpack.h"
 
 namespace {
 

@@ -37,12 +37,12 @@
 #include <cmath>
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rasstr.h"
+#include "raster/cineon.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rasstr.h"
 
 namespace {
 

@@ -52,13 +52,13 @@
 //                    beyond the height; 3 record too narrow; 4 seek; 5 write.
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rasstr.h"
-#include "raster/rowpack.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rasstr.h"
+#include "raster/core/rowpack.h"
+#include "raster/eps.h"
 
 namespace {
 

@@ -11,10 +11,8 @@
 
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/jpeg.h"
-#include "raster/rasformat.h"
-#include "raster/whole.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/whole.h"
 
 namespace {
 
@@ -169,8 +167,7 @@ int HeifFinish(HeifPriv *priv, uint32_t format, RasFile *file) {
   RasWholeFree(&priv->picture);
   heif_context *context = heif_context_alloc();
   heif_encoder *encoder = nullptr;
-  int quality = 75;
-  (void)JpegGetOption(JpegOptQuality, &quality);
+  const int quality = RasEncoderQuality();
   int code = image && context ? RasOk : RasErrMemory;
   if (code == RasOk &&
       heif_context_get_encoder_for_format(context, HeifCompressionOf(format), &encoder).code !=

@@ -21,19 +21,19 @@
 #include <jerror.h>
 // clang-format on
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rasstr.h"
-#include "raster/rowpack.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rasstr.h"
+#include "raster/core/rowpack.h"
 
 namespace {
 
-// Process-wide settings: quality, DCT method, smoothing, restart interval in
-// MCU rows, fancy upsampling off.
-int gJpegSettings[5] = {75, 0, 0, 1, 0};
+// Process-wide settings: DCT method, smoothing, restart interval in MCU rows,
+// fancy upsampling off. The quality (index 0) is the core's encoder quality,
+// which the WebP and HEIF writers share; its slot here is unused.
+int gJpegSettings[5] = {0, 0, 0, 1, 0};
 
 constexpr size_t kJpegBufferSize = 4096;
 
@@ -73,6 +73,14 @@ struct JpegDest {
   RasFile *file;
   JOCTET *buffer;
 };
+
+// `count` objects of type T from one of the codec's memory pools, freed with
+// the pool; the codec's memory manager reports a failure through the jump.
+template <typename T, typename Codec>
+T *JpegPoolNew(Codec codec, int pool, size_t count) {
+  auto common = reinterpret_cast<j_common_ptr>(codec);
+  return static_cast<T *>((*common->mem->alloc_small)(common, pool, sizeof(T) * count));
+}
 
 // ---------------------------------------------------------------------------
 // Error manager
@@ -176,19 +184,12 @@ void JpegSkipInput(j_decompress_ptr codec, long count) {
 void JpegTermSource(j_decompress_ptr) {}
 
 void JpegAttachSource(j_decompress_ptr codec, RasFile *file) {
-  auto *src = static_cast<JpegSource *>((*codec->mem->alloc_small)(
-      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, sizeof(JpegSource)));
-  src->buffer = static_cast<JOCTET *>((*codec->mem->alloc_small)(
-      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, kJpegBufferSize));
+  auto *src = JpegPoolNew<JpegSource>(codec, JPOOL_PERMANENT, 1);
+  src->buffer = JpegPoolNew<JOCTET>(codec, JPOOL_PERMANENT, kJpegBufferSize);
   src->file = file;
   src->start = true;
-  src->pub.init_source = JpegInitSource;
-  src->pub.fill_input_buffer = JpegFillInput;
-  src->pub.skip_input_data = JpegSkipInput;
-  src->pub.resync_to_restart = jpeg_resync_to_restart;
-  src->pub.term_source = JpegTermSource;
-  src->pub.next_input_byte = nullptr;
-  src->pub.bytes_in_buffer = 0;
+  src->pub = {nullptr, 0, JpegInitSource, JpegFillInput, JpegSkipInput, jpeg_resync_to_restart,
+              JpegTermSource};
   codec->src = &src->pub;
 }
 
@@ -197,8 +198,7 @@ void JpegAttachSource(j_decompress_ptr codec, RasFile *file) {
 
 void JpegInitDest(j_compress_ptr codec) {
   auto *dest = reinterpret_cast<JpegDest *>(codec->dest);
-  dest->buffer = static_cast<JOCTET *>((*codec->mem->alloc_small)(
-      reinterpret_cast<j_common_ptr>(codec), JPOOL_IMAGE, kJpegBufferSize));
+  dest->buffer = JpegPoolNew<JOCTET>(codec, JPOOL_IMAGE, kJpegBufferSize);
   dest->pub.next_output_byte = dest->buffer;
   dest->pub.free_in_buffer = kJpegBufferSize;
 }
@@ -228,15 +228,10 @@ void JpegTermDest(j_compress_ptr codec) {
 }
 
 void JpegAttachDest(j_compress_ptr codec, RasFile *file) {
-  auto *dest = static_cast<JpegDest *>((*codec->mem->alloc_small)(
-      reinterpret_cast<j_common_ptr>(codec), JPOOL_PERMANENT, sizeof(JpegDest)));
+  auto *dest = JpegPoolNew<JpegDest>(codec, JPOOL_PERMANENT, 1);
   dest->file = file;
   dest->buffer = nullptr;
-  dest->pub.init_destination = JpegInitDest;
-  dest->pub.empty_output_buffer = JpegEmptyOutput;
-  dest->pub.term_destination = JpegTermDest;
-  dest->pub.next_output_byte = nullptr;
-  dest->pub.free_in_buffer = 0;
+  dest->pub = {nullptr, 0, JpegInitDest, JpegEmptyOutput, JpegTermDest};
   codec->dest = &dest->pub;
 }
 
@@ -468,23 +463,17 @@ int JpegReadForward(RasDesc *desc, uint32_t row, RasSl *sl) {
 }
 
 // Going back to an earlier row: the codec decodes forward only, so the file
-// is opened again from its start through the generic entry points. The state
-// block holding the name is freed on the way, so the name is kept here.
+// is opened again from its start in the same state block. The open writes the
+// block's name, so the name is copied out first.
 int JpegReadAgain(RasDesc *desc, uint32_t row, RasSl *sl) {
   char name[RasNameSize];
   RasCopyName(name, desc->state->name);
-  int rc = RasClose(desc);
+  int rc = JpegClose(desc);
   if (rc != RasOk) {
     return RasError("JpegReadSl", rc, 3);
   }
-  rc = RasGetInfo(name, desc);
-  if (rc != RasOk) {
-    return RasError("JpegReadSl", rc, 4);
-  }
-  if (desc->format != RasFormatJpeg) {
-    return RasError("JpegReadSl", RasErrFormat, 4);
-  }
-  rc = RasOpen(name, 'r', desc);
+  RasStateReset(desc->state);
+  rc = JpegOpen(name, 'r', desc);
   if (rc != RasOk) {
     return RasError("JpegReadSl", rc, 5);
   }
@@ -516,7 +505,7 @@ void JpegStartEncoder(JpegPriv *priv, RasFile *file, const RasDesc *desc) {
   } else {
     codec->density_unit = 0;
   }
-  jpeg_set_quality(codec, gJpegSettings[JpegOptQuality], TRUE);
+  jpeg_set_quality(codec, RasEncoderQuality(), TRUE);
   codec->dct_method = static_cast<J_DCT_METHOD>(gJpegSettings[JpegOptDctMethod]);
   codec->smoothing_factor = gJpegSettings[JpegOptSmoothing];
   codec->restart_in_rows = gJpegSettings[JpegOptRestart];
@@ -602,7 +591,7 @@ int JpegGetOption(int index, int *value) {
   if (value == nullptr) {
     return RasError("JpegGetOption", RasErrArg, 1);
   }
-  *value = gJpegSettings[index];
+  *value = index == JpegOptQuality ? RasEncoderQuality() : gJpegSettings[index];
   return RasOk;
 }
 
@@ -631,7 +620,10 @@ int JpegSetOption(int index, int value) {
   if (!allowed) {
     return RasError("JpegSetOption", RasErrArg, 1);
   }
-  gJpegSettings[index] = value;
+  if (index == JpegOptQuality)
+    RasSetEncoderQuality(value);
+  else
+    gJpegSettings[index] = value;
   return RasOk;
 }
 

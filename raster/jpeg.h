@@ -1,9 +1,12 @@
-// The JPEG format's process-wide settings.
+// The JPEG module (format 9): its entry points for the dispatcher, its
+// process-wide settings and its direct row decoding.
 #pragma once
 
 #include <cstdint>
 
-struct RasDesc;
+#include "raster/core/rasentry.h"
+
+RAS_FORMAT_ENTRY_POINTS(Jpeg)
 
 enum : int {
   JpegOptQuality = 0,    // 0..100, default 75, baseline forced

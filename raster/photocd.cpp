@@ -27,11 +27,10 @@
 #include <cstring>
 #include <utility>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
 
 namespace {
 

@@ -1,8 +1,13 @@
-// The Photo CD reader's process-wide setting: which of the image pack's three
-// lowest resolutions it delivers.
+// The Photo CD module (format 6): its entry points for the dispatcher and the
+// reader's process-wide setting, which of the image pack's three lowest
+// resolutions it delivers.
 #pragma once
 
 #include <cstdint>
+
+#include "raster/core/rasentry.h"
+
+RAS_FORMAT_ENTRY_POINTS(Pcd)
 
 enum : int {
   PcdOptLevel = 0,  // 1 = 192 x 128, 2 = 384 x 256, 3 = 768 x 512 (the default)

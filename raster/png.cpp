@@ -19,10 +19,9 @@
 #include <csetjmp>
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/rasformat.h"
-#include "raster/rowpack.h"
-#include "raster/whole.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rowpack.h"
+#include "raster/core/whole.h"
 
 namespace {
 
@@ -281,19 +280,6 @@ int PngEncodeRow(PngPriv *priv, uint32_t row, uint32_t height, const RasSl *sl, 
 }
 
 }  // namespace
-
-void RasSplitRow16(const uint16_t *row, uint16_t *const *planes, uint32_t width,
-                   uint32_t channels) {
-  for (uint32_t x = 0; x < width; ++x, row += channels)
-    for (uint32_t k = 0; k < channels; ++k)
-      planes[k][x] = row[k];
-}
-
-void RasJoinRow16(uint16_t *row, const uint16_t *const *planes, uint32_t width, uint32_t channels) {
-  for (uint32_t x = 0; x < width; ++x, row += channels)
-    for (uint32_t k = 0; k < channels; ++k)
-      row[k] = planes[k][x];
-}
 
 int PngOpen(const char *name, char mode, RasDesc *desc) {
   const int code = RasFormatBegin("PngOpen", name, mode, desc, 16);

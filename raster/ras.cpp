@@ -1,18 +1,60 @@
-// Generic entry points: descriptor set-up, open/read/write/close dispatched on
-// the format code with plain switches, scanline records and the format probe.
+// The dispatcher: descriptor set-up, open/read/write/close sent to the
+// format the descriptor names through one table, and the format probe. It is
+// the only file that knows every format; the formats know only the core.
 #include "raster/ras.h"
 
-#include <cstring>
-
-#include "raster/formats.h"
-#include "raster/raserror.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
+#include "raster/bmp.h"
+#include "raster/cineon.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/eps.h"
+#include "raster/heif.h"
+#include "raster/jpeg.h"
+#include "raster/photocd.h"
+#include "raster/png.h"
+#include "raster/scitex.h"
+#include "raster/targa.h"
+#include "raster/tiff.h"
+#include "raster/webp.h"
 
 namespace {
 
-bool ValidChannels(uint32_t channels) {
-  return channels == 1 || channels == 3 || channels == 4;
+struct FormatEntry {
+  int (*open)(const char *name, char mode, RasDesc *desc);
+  int (*readSl)(RasDesc *desc, uint32_t row, RasSl *sl);
+  int (*writeSl)(RasDesc *desc, uint32_t row, const RasSl *sl);
+  int (*close)(RasDesc *desc);
+};
+
+#define RAS_FORMAT_ENTRY(Prefix) \
+  { Prefix##Open, Prefix##ReadSl, Prefix##WriteSl, Prefix##Close }
+
+// Indexed by format code; HEIC and AVIF files share one module.
+constexpr FormatEntry kFormats[] = {
+    {nullptr, nullptr, nullptr, nullptr},
+    RAS_FORMAT_ENTRY(Tiff),
+    RAS_FORMAT_ENTRY(Targa),
+    RAS_FORMAT_ENTRY(ScitexCT),
+    RAS_FORMAT_ENTRY(Eps),
+    RAS_FORMAT_ENTRY(Dcs),
+    RAS_FORMAT_ENTRY(Pcd),
+    RAS_FORMAT_ENTRY(Bmp),
+    RAS_FORMAT_ENTRY(Cineon),
+    RAS_FORMAT_ENTRY(Jpeg),
+    RAS_FORMAT_ENTRY(Tiff16),
+    RAS_FORMAT_ENTRY(Png),
+    RAS_FORMAT_ENTRY(Webp),
+    RAS_FORMAT_ENTRY(Heif),
+    RAS_FORMAT_ENTRY(Heif),
+};
+
+#undef RAS_FORMAT_ENTRY
+
+// The table entry for the descriptor's format, or null for a code that names
+// no format.
+const FormatEntry *EntryOf(const RasDesc *desc) {
+  const uint32_t format = desc->format;
+  return format >= RasFormatTiff && format <= RasFormatAvif ? &kFormats[format] : nullptr;
 }
 
 bool ValidModel(uint32_t model) {
@@ -31,71 +73,13 @@ void DropState(RasDesc *desc) {
 }
 
 int DispatchOpen(const char *name, char mode, RasDesc *desc) {
-  switch (desc->format) {
-    case RasFormatTiff:
-      return TiffOpen(name, mode, desc);
-    case RasFormatTarga:
-      return TargaOpen(name, mode, desc);
-    case RasFormatScitex:
-      return ScitexCTOpen(name, mode, desc);
-    case RasFormatEps:
-      return EpsOpen(name, mode, desc);
-    case RasFormatDcs:
-      return DcsOpen(name, mode, desc);
-    case RasFormatPhotoCd:
-      return PcdOpen(name, mode, desc);
-    case RasFormatBmp:
-      return BmpOpen(name, mode, desc);
-    case RasFormatCineon:
-      return CineonOpen(name, mode, desc);
-    case RasFormatJpeg:
-      return JpegOpen(name, mode, desc);
-    case RasFormatTiff16:
-      return Tiff16Open(name, mode, desc);
-    case RasFormatPng:
-      return PngOpen(name, mode, desc);
-    case RasFormatWebp:
-      return WebpOpen(name, mode, desc);
-    case RasFormatHeic:
-    case RasFormatAvif:
-      return HeifOpen(name, mode, desc);
-    default:
-      return RasError("RasOpen", RasErrArg, 3);
-  }
+  const FormatEntry *entry = EntryOf(desc);
+  return entry ? entry->open(name, mode, desc) : RasError("RasOpen", RasErrArg, 3);
 }
 
 int DispatchClose(RasDesc *desc) {
-  switch (desc->format) {
-    case RasFormatTiff:
-      return TiffClose(desc);
-    case RasFormatTarga:
-      return TargaClose(desc);
-    case RasFormatScitex:
-      return ScitexCTClose(desc);
-    case RasFormatEps:
-      return EpsClose(desc);
-    case RasFormatDcs:
-      return DcsClose(desc);
-    case RasFormatPhotoCd:
-      return PcdClose(desc);
-    case RasFormatBmp:
-      return BmpClose(desc);
-    case RasFormatCineon:
-      return CineonClose(desc);
-    case RasFormatJpeg:
-      return JpegClose(desc);
-    case RasFormatTiff16:
-      return Tiff16Close(desc);
-    case RasFormatPng:
-      return PngClose(desc);
-    case RasFormatWebp:
-      return WebpClose(desc);
-    case RasFormatHeic:
-    case RasFormatAvif:
-      return HeifClose(desc);
-    default:
-      return RasError("RasClose", RasErrArg, 1);
-  }
+  const FormatEntry *entry = EntryOf(desc);
+  return entry ? entry->close(desc) : RasError("RasClose", RasErrArg, 1);
 }
 
 // The probe's order: strong signatures first (PNG, WebP and HEIF files begin
@@ -110,32 +94,10 @@ constexpr uint32_t kProbeOrder[] = {
 
 }  // namespace
 
-uint32_t RasFormatMaxval(uint32_t format) {
-  if (format == RasFormatCineon) return 1023;
-  if (format == RasFormatTiff16) return 65535;
-  return 255;
-}
-
-bool RasFormatDepthVaries(uint32_t format) {
-  return format == RasFormatPng || format == RasFormatHeic || format == RasFormatAvif;
-}
-
-const char *RasFormatName(uint32_t format) {
-  static const char *const kNames[] = {"?",      "tiff",    "targa", "scitex", "eps",
-                                       "dcs",    "photocd", "bmp",   "cineon", "jpeg",
-                                       "tiff16", "png",     "webp",  "heic",   "avif"};
-  return format <= RasFormatAvif ? kNames[format] : "?";
-}
-
-void RasStateReset(RasState *state) {
-  std::memset(state, 0, sizeof *state);
-  RasFileInit(&state->file);
-}
-
 int RasSetDesc(RasDesc *desc, uint32_t format, uint32_t width, uint32_t height, uint32_t channels,
                uint32_t model, float resolution) {
   if (!desc) return RasError("RasSetDesc", RasErrArg, 0);
-  if (!ValidChannels(channels)) return RasError("RasSetDesc", RasErrArg, 1);
+  if (!RasValidChannels(channels)) return RasError("RasSetDesc", RasErrArg, 1);
   if (format < RasFormatTiff || format > RasFormatAvif) return RasError("RasSetDesc", RasErrArg, 2);
   if (!ValidModel(model)) return RasError("RasSetDesc", RasErrArg, 3);
   desc->width = width;
@@ -178,73 +140,15 @@ int RasOpen(const char *name, char mode, RasDesc *desc) {
 int RasReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
   if (!desc || !sl) return RasError("RasReadSl", RasErrArg, 0);
   RasErrorFileScope scope(desc->state ? desc->state->name : nullptr);
-  switch (desc->format) {
-    case RasFormatTiff:
-      return TiffReadSl(desc, row, sl);
-    case RasFormatTarga:
-      return TargaReadSl(desc, row, sl);
-    case RasFormatScitex:
-      return ScitexCTReadSl(desc, row, sl);
-    case RasFormatEps:
-      return EpsReadSl(desc, row, sl);
-    case RasFormatDcs:
-      return DcsReadSl(desc, row, sl);
-    case RasFormatPhotoCd:
-      return PcdReadSl(desc, row, sl);
-    case RasFormatBmp:
-      return BmpReadSl(desc, row, sl);
-    case RasFormatCineon:
-      return CineonReadSl(desc, row, sl);
-    case RasFormatJpeg:
-      return JpegReadSl(desc, row, sl);
-    case RasFormatTiff16:
-      return Tiff16ReadSl(desc, row, sl);
-    case RasFormatPng:
-      return PngReadSl(desc, row, sl);
-    case RasFormatWebp:
-      return WebpReadSl(desc, row, sl);
-    case RasFormatHeic:
-    case RasFormatAvif:
-      return HeifReadSl(desc, row, sl);
-    default:
-      return RasError("RasReadSl", RasErrArg, 1);
-  }
+  const FormatEntry *entry = EntryOf(desc);
+  return entry ? entry->readSl(desc, row, sl) : RasError("RasReadSl", RasErrArg, 1);
 }
 
 int RasWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
   if (!desc || !sl) return RasError("RasWriteSl", RasErrArg, 0);
   RasErrorFileScope scope(desc->state ? desc->state->name : nullptr);
-  switch (desc->format) {
-    case RasFormatTiff:
-      return TiffWriteSl(desc, row, sl);
-    case RasFormatTarga:
-      return TargaWriteSl(desc, row, sl);
-    case RasFormatScitex:
-      return ScitexCTWriteSl(desc, row, sl);
-    case RasFormatEps:
-      return EpsWriteSl(desc, row, sl);
-    case RasFormatDcs:
-      return DcsWriteSl(desc, row, sl);
-    case RasFormatPhotoCd:
-      return PcdWriteSl(desc, row, sl);
-    case RasFormatBmp:
-      return BmpWriteSl(desc, row, sl);
-    case RasFormatCineon:
-      return CineonWriteSl(desc, row, sl);
-    case RasFormatJpeg:
-      return JpegWriteSl(desc, row, sl);
-    case RasFormatTiff16:
-      return Tiff16WriteSl(desc, row, sl);
-    case RasFormatPng:
-      return PngWriteSl(desc, row, sl);
-    case RasFormatWebp:
-      return WebpWriteSl(desc, row, sl);
-    case RasFormatHeic:
-    case RasFormatAvif:
-      return HeifWriteSl(desc, row, sl);
-    default:
-      return RasError("RasWriteSl", RasErrArg, 1);
-  }
+  const FormatEntry *entry = EntryOf(desc);
+  return entry ? entry->writeSl(desc, row, sl) : RasError("RasWriteSl", RasErrArg, 1);
 }
 
 int RasClose(RasDesc *desc) {
@@ -253,42 +157,6 @@ int RasClose(RasDesc *desc) {
   const int code = DispatchClose(desc);
   DropState(desc);
   return code;
-}
-
-int RasMakeSl(RasSl *sl, const RasDesc *desc) {
-  if (!sl) return RasError("RasMakeSl", RasErrArg, 1);
-  std::memset(sl, 0, sizeof *sl);
-  if (!desc) return RasError("RasMakeSl", RasErrArg, 2);
-  if (!ValidChannels(desc->channels)) return RasError("RasMakeSl", RasErrArg, 3);
-  if (desc->width == 0) return RasOk;
-  sl->width = desc->width;
-  sl->channels = desc->channels;
-  const bool wide = desc->maxval >= 256;
-  // Scitex CT rows of odd width carry a padding byte that its reader and
-  // writer move through the plane, so each plane gets one spare byte.
-  const size_t spare = desc->format == RasFormatScitex && desc->width % 2 == 1 ? 1 : 0;
-  const size_t bytes = (static_cast<size_t>(desc->width) + spare) * (wide ? 2 : 1);
-  for (uint32_t k = 0; k < desc->channels; ++k) {
-    void *plane = RasAlloc(bytes);
-    if (!plane) {
-      RasFreeSl(sl);
-      return RasError("RasMakeSl", RasErrMemory, 0);
-    }
-    if (wide)
-      sl->plane16[k] = static_cast<uint16_t *>(plane);
-    else
-      sl->plane8[k] = static_cast<uint8_t *>(plane);
-  }
-  return RasOk;
-}
-
-int RasFreeSl(RasSl *sl) {
-  if (!sl) return RasError("RasFreeSl", RasErrArg, 0);
-  for (int k = 0; k < 4; ++k) {
-    sl->plane8[k] = static_cast<uint8_t *>(RasFree(sl->plane8[k]));
-    sl->plane16[k] = static_cast<uint16_t *>(RasFree(sl->plane16[k]));
-  }
-  return RasOk;
 }
 
 int RasGetInfo(const char *name, RasDesc *desc) {

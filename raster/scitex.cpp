@@ -36,12 +36,12 @@
 //                    7 record too narrow or missing a plane.
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rasstr.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rasstr.h"
+#include "raster/scitex.h"
 
 namespace {
 

@@ -35,12 +35,12 @@
 //   TargaClose    1 the last buffered rows could not be written (-6).
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasformat.h"
-#include "raster/rasstate.h"
-#include "raster/rowpack.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rowpack.h"
+#include "raster/targa.h"
 
 namespace {
 

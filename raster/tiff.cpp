@@ -68,8 +68,7 @@
 
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/rasformat.h"
+#include "raster/core/rasformat.h"
 #include "raster/tiffpriv.h"
 
 namespace tiff {
@@ -81,8 +80,7 @@ uint32_t *gIptc = nullptr;
 
 TiffPriv *NewPriv(uint32_t sampleBytes) {
   auto *p = static_cast<TiffPriv *>(RasAlloc(sizeof(TiffPriv)));
-  if (!p)
-    return nullptr;
+  if (!p) return nullptr;
   std::memset(p, 0, sizeof *p);
   p->sampleBytes = sampleBytes;
   // The defaults TIFF gives fields a directory leaves out; photometric has
@@ -121,15 +119,12 @@ int FailOpen(RasState *state, int code, int detail) {
   return RasError("TiffOpen", code, detail);
 }
 
-int ReadAt(RasFile *file, TiffPriv *p, int64_t offset, void *dst,
-           int64_t bytes) {
-  if (offset < 0 || bytes < 0 || bytes > p->fileSize - offset)
-    return RasErrRead;
+int ReadAt(RasFile *file, TiffPriv *p, int64_t offset, void *dst, int64_t bytes) {
+  if (offset < 0 || bytes < 0 || bytes > p->fileSize - offset) return RasErrRead;
   if (p->position != offset) {
     p->position = -1;
     const int code = RasFileSeek(file, offset, 0);
-    if (code != RasOk)
-      return code;
+    if (code != RasOk) return code;
   }
   int64_t count = bytes;
   const int code = RasFileRead(file, dst, &count, 1);
@@ -148,18 +143,15 @@ void ClearIptc() {
   gIptcWords = 0;
 }
 
-int OpenChecked(const char *name, char mode, RasDesc *desc, uint32_t bits,
-                uint32_t format) {
+int OpenChecked(const char *name, char mode, RasDesc *desc, uint32_t bits, uint32_t format) {
   const int begun = RasFormatBegin("TiffOpen", name, mode, desc, 1);
-  if (begun != RasOk)
-    return begun;
-  return mode == 'w' ? OpenWrite(name, desc, bits)
-                     : OpenRead(name, desc, bits, format);
+  if (begun != RasOk) return begun;
+  return mode == 'w' ? OpenWrite(name, desc, bits) : OpenRead(name, desc, bits, format);
 }
 
-} // namespace
+}  // namespace
 
-} // namespace tiff
+}  // namespace tiff
 
 using namespace tiff;
 
@@ -168,8 +160,7 @@ int TiffOpen(const char *name, char mode, RasDesc *desc) {
 }
 
 int TiffClose(RasDesc *desc) {
-  if (!desc || !desc->state)
-    return RasError("TiffClose", RasErrArg, 0);
+  if (!desc || !desc->state) return RasError("TiffClose", RasErrArg, 0);
   RasState *state = desc->state;
   const int code = RasFormatCloseFile(state);
   FreePriv(state);
@@ -182,59 +173,56 @@ int Tiff16Open(const char *name, char mode, RasDesc *desc) {
   return OpenChecked(name, mode, desc, 16, RasFormatTiff16);
 }
 
-int Tiff16Close(RasDesc *desc) { return TiffClose(desc); }
+int Tiff16Close(RasDesc *desc) {
+  return TiffClose(desc);
+}
 
 int TiffSetOption(int option, uint32_t value, RasDesc *desc) {
   switch (option) {
-  case TiffOptPlanar:
-    if (value != 1 && value != 2)
-      return RasError("TiffSetOption", RasErrArg, 1);
-    gPlanar = value;
-    return RasOk;
-  case TiffOptByteOrder:
-    if (value != kOrderIntel && value != kOrderMotorola)
-      return RasError("TiffSetOption", RasErrArg, 2);
-    gByteOrder = value;
-    return RasOk;
-  case TiffOptCopyIptc: {
-    if (!desc)
-      return RasError("TiffSetOption", RasErrArg, 3);
-    if (desc->format != RasFormatTiff) {
+    case TiffOptPlanar:
+      if (value != 1 && value != 2) return RasError("TiffSetOption", RasErrArg, 1);
+      gPlanar = value;
+      return RasOk;
+    case TiffOptByteOrder:
+      if (value != kOrderIntel && value != kOrderMotorola)
+        return RasError("TiffSetOption", RasErrArg, 2);
+      gByteOrder = value;
+      return RasOk;
+    case TiffOptCopyIptc: {
+      if (!desc) return RasError("TiffSetOption", RasErrArg, 3);
+      if (desc->format != RasFormatTiff) {
+        ClearIptc();
+        return RasOk;
+      }
+      if (!desc->state || !desc->state->priv) return RasError("TiffSetOption", RasErrArg, 3);
+      const TiffPriv *p = PrivOf(desc);
       ClearIptc();
+      if (p->iptcWords == 0) return RasOk;
+      gIptc = static_cast<uint32_t *>(RasAlloc(4 * uint64_t{p->iptcWords}));
+      if (!gIptc) return RasError("TiffSetOption", RasErrMemory, 4);
+      std::memcpy(gIptc, p->iptc, 4 * uint64_t{p->iptcWords});
+      gIptcWords = p->iptcWords;
       return RasOk;
     }
-    if (!desc->state || !desc->state->priv)
-      return RasError("TiffSetOption", RasErrArg, 3);
-    const TiffPriv *p = PrivOf(desc);
-    ClearIptc();
-    if (p->iptcWords == 0)
+    case TiffOptClearIptc:
+      ClearIptc();
       return RasOk;
-    gIptc = static_cast<uint32_t *>(RasAlloc(4 * uint64_t{p->iptcWords}));
-    if (!gIptc)
-      return RasError("TiffSetOption", RasErrMemory, 4);
-    std::memcpy(gIptc, p->iptc, 4 * uint64_t{p->iptcWords});
-    gIptcWords = p->iptcWords;
-    return RasOk;
-  }
-  case TiffOptClearIptc:
-    ClearIptc();
-    return RasOk;
-  default:
-    return RasError("TiffSetOption", RasErrArg, 0);
+    default:
+      return RasError("TiffSetOption", RasErrArg, 0);
   }
 }
 
 // Options 2 and 3 answer the number of IPTC words the buffer holds.
 uint32_t TiffGetOption(int option) {
   switch (option) {
-  case TiffOptPlanar:
-    return gPlanar;
-  case TiffOptByteOrder:
-    return gByteOrder;
-  case TiffOptCopyIptc:
-  case TiffOptClearIptc:
-    return gIptcWords;
-  default:
-    return 65535;
+    case TiffOptPlanar:
+      return gPlanar;
+    case TiffOptByteOrder:
+      return gByteOrder;
+    case TiffOptCopyIptc:
+    case TiffOptClearIptc:
+      return gIptcWords;
+    default:
+      return 65535;
   }
 }

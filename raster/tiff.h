@@ -1,9 +1,13 @@
-// The TIFF format's process-wide settings.
+// The TIFF module (formats 1 and 10, 8- and 16-bit samples): its entry
+// points for the dispatcher and its process-wide settings.
 #pragma once
 
 #include <cstdint>
 
-struct RasDesc;
+#include "raster/core/rasentry.h"
+
+RAS_FORMAT_ENTRY_POINTS(Tiff)
+RAS_FORMAT_ENTRY_POINTS(Tiff16)
 
 enum : int {
   TiffOptPlanar = 0,     // planar configuration for several channels: 1 or 2

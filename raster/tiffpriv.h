@@ -5,15 +5,15 @@
 
 #include <cstdint>
 
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasstate.h"
-#include "raster/rowpack.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasstate.h"
+#include "raster/core/rowpack.h"
 
 namespace tiff {
 
-constexpr uint32_t kOrderIntel = 18761;    // "II"
-constexpr uint32_t kOrderMotorola = 19789; // "MM"
+constexpr uint32_t kOrderIntel = 18761;     // "II"
+constexpr uint32_t kOrderMotorola = 19789;  // "MM"
 constexpr uint32_t kMagic = 42;
 constexpr int64_t kHeaderSize = 8;
 constexpr int64_t kEntrySize = 12;
@@ -99,12 +99,12 @@ struct TiffEntry {
 static_assert(sizeof(TiffEntry) == kEntrySize);
 
 struct TiffPriv {
-  bool big;             // the file's byte order is "MM"
-  uint32_t sampleBytes; // bytes per sample in the file and in the planes
+  bool big;              // the file's byte order is "MM"
+  uint32_t sampleBytes;  // bytes per sample in the file and in the planes
   uint32_t width;
   uint32_t height;
   uint32_t samples;
-  uint32_t bitsCount; // values the BitsPerSample entry carried
+  uint32_t bitsCount;  // values the BitsPerSample entry carried
   uint16_t bits[4];
   uint32_t compression;
   uint32_t photometric;
@@ -114,30 +114,30 @@ struct TiffPriv {
   uint32_t rowsPerStrip;
   uint32_t stripsPerImage;
   uint32_t offsetCount;
-  uint32_t *offsets; // StripOffsets, plane by plane for planar configuration 2
+  uint32_t *offsets;  // StripOffsets, plane by plane for planar configuration 2
   uint32_t byteCountCount;
   uint32_t *byteCounts;
-  bool tiled; // any tile field was present
+  bool tiled;  // any tile field was present
   bool hasXResolution;
-  uint32_t xResolution[2]; // numerator, denominator
+  uint32_t xResolution[2];  // numerator, denominator
   uint32_t yResolution[2];
   uint32_t iptcWords;
   uint32_t *iptc;
   bool hasIptc;
-  TiffEntry iptcEntry; // read once the directory is done
+  TiffEntry iptcEntry;  // read once the directory is done
   int64_t fileSize;
   // Where the file stands, so that consecutive rows need no seek; -1 when
   // unknown.
   int64_t position;
-  uint64_t rowBytes;    // a row of every sample
-  uint64_t planeBytes;  // a row of one sample
-  uint8_t *buffer;      // reading: one interleaved row; writing: one strip
-  uint32_t nextRow;     // writing: the only row accepted next
-  bool interleaved;     // several samples in one plane
-  uint8_t flip[4];      // XOR between the file's samples and the planes
-  uint16_t flip16[4];   // the same for 16-bit samples
-  RasSplitRowFn unpack; // interleaved reading
-  RasJoinRowFn pack;    // interleaved writing
+  uint64_t rowBytes;     // a row of every sample
+  uint64_t planeBytes;   // a row of one sample
+  uint8_t *buffer;       // reading: one interleaved row; writing: one strip
+  uint32_t nextRow;      // writing: the only row accepted next
+  bool interleaved;      // several samples in one plane
+  uint8_t flip[4];       // XOR between the file's samples and the planes
+  uint16_t flip16[4];    // the same for 16-bit samples
+  RasSplitRowFn unpack;  // interleaved reading
+  RasJoinRowFn pack;     // interleaved writing
 };
 
 // ---- The private block and file access (tiff.cpp).
@@ -149,8 +149,7 @@ void FreePriv(RasState *state);
 int FailOpen(RasState *state, int code, int detail);
 // Reads `bytes` at `offset`, seeking only when the file stands elsewhere.
 // Anything reaching past the end of the file is a short read.
-int ReadAt(RasFile *file, TiffPriv *p, int64_t offset, void *dst,
-           int64_t bytes);
+int ReadAt(RasFile *file, TiffPriv *p, int64_t offset, void *dst, int64_t bytes);
 // A record can serve a file when it is as wide and has every plane of the
 // file's sample width.
 bool PlanesFit(const RasSl *sl, const TiffPriv &p);
@@ -159,8 +158,7 @@ bool PlanesFit(const RasSl *sl, const TiffPriv &p);
 uint32_t TypeSize(uint32_t type);
 // Reads the directory at `offset` into a new array of `*count` entries,
 // decoded to host order (the value fields stay as the file's bytes).
-int TiffReadIFDE(RasFile *file, TiffPriv *p, int64_t offset,
-                 TiffEntry **entries, uint32_t *count);
+int TiffReadIFDE(RasFile *file, TiffPriv *p, int64_t offset, TiffEntry **entries, uint32_t *count);
 int TiffProcessIFDE(RasFile *file, TiffPriv *p, const TiffEntry &e);
 // Accepts uncompressed strips of `bits`-bit samples in the models the
 // library knows; gives the model code.
@@ -177,4 +175,4 @@ int OpenWrite(const char *name, RasDesc *desc, uint32_t bits);
 int ReadRow(RasDesc *desc, uint32_t row, RasSl *sl, const char *routine);
 int WriteRow(RasDesc *desc, uint32_t row, const RasSl *sl, const char *routine);
 
-} // namespace tiff
+}  // namespace tiff

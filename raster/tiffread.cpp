@@ -2,8 +2,8 @@
 // samples, interleaved or plane by plane, in any order.
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/rasformat.h"
+#include "raster/core/rasformat.h"
+#include "raster/tiff.h"
 #include "raster/tiffpriv.h"
 
 namespace tiff {
@@ -33,8 +33,7 @@ void FlipPlane(uint8_t *plane, uint64_t bytes, uint8_t flip) {
 // Decides the row path once: interleaved rows through a buffer and an
 // unpacker, single planes straight into the record.
 void ChooseReadRows(TiffPriv *p, uint32_t model) {
-  const bool signedLab =
-      model == RasModelLab && p->photometric == kPhotometricCieLab;
+  const bool signedLab = model == RasModelLab && p->photometric == kPhotometricCieLab;
   if (signedLab) {
     p->flip[1] = p->flip[2] = 0x80;
     p->flip16[1] = p->flip16[2] = 0x8000;
@@ -76,74 +75,59 @@ int64_t RowOffset(const TiffPriv &p, uint32_t row, uint32_t k, uint64_t bytes) {
   const uint32_t strip = row / p.rowsPerStrip;
   const uint64_t inStrip = row - uint64_t{strip} * p.rowsPerStrip;
   const uint64_t index = uint64_t{k} * p.stripsPerImage + strip;
-  if ((inStrip + 1) * bytes > p.byteCounts[index])
-    return -1;
+  if ((inStrip + 1) * bytes > p.byteCounts[index]) return -1;
   return static_cast<int64_t>(p.offsets[index] + inStrip * bytes);
 }
 
-} // namespace
+}  // namespace
 
 int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
   RasState *state = desc->state;
   RasFile *file = &state->file;
   int code = RasFileOpen(file, name, RasFileModeRead);
-  if (code != RasOk)
-    return RasError("TiffOpen", code, 2);
+  if (code != RasOk) return RasError("TiffOpen", code, 2);
   uint8_t header[kHeaderSize];
   int64_t got = kHeaderSize;
-  if (RasFileRead(file, header, &got, 1) != RasOk)
-    return FailOpen(state, RasErrFormat, 3);
+  if (RasFileRead(file, header, &got, 1) != RasOk) return FailOpen(state, RasErrFormat, 3);
   const uint32_t order = RasGet16(header, false);
-  if (order != kOrderIntel && order != kOrderMotorola)
-    return FailOpen(state, RasErrFormat, 4);
+  if (order != kOrderIntel && order != kOrderMotorola) return FailOpen(state, RasErrFormat, 4);
   const bool big = order == kOrderMotorola;
-  if (RasGet16(header + 2, big) != kMagic)
-    return FailOpen(state, RasErrFormat, 5);
+  if (RasGet16(header + 2, big) != kMagic) return FailOpen(state, RasErrFormat, 5);
 
   TiffPriv *p = NewPriv(bits / 8);
-  if (!p)
-    return FailOpen(state, RasErrMemory, 6);
+  if (!p) return FailOpen(state, RasErrMemory, 6);
   state->priv = p;
   p->big = big;
   code = RasFileSeek(file, 0, 2);
-  if (code == RasOk)
-    code = RasFileTell(file, &p->fileSize);
-  if (code != RasOk)
-    return FailOpen(state, code, 7);
+  if (code == RasOk) code = RasFileTell(file, &p->fileSize);
+  if (code != RasOk) return FailOpen(state, code, 7);
   p->position = p->fileSize;
 
   TiffEntry *entries = nullptr;
   uint32_t count = 0;
   code = TiffReadIFDE(file, p, RasGet32(header + 4, big), &entries, &count);
-  if (code != RasOk)
-    return FailOpen(state, code, 8);
+  if (code != RasOk) return FailOpen(state, code, 8);
   for (uint32_t i = 0; i < count && code == RasOk; ++i)
     code = TiffProcessIFDE(file, p, entries[i]);
   RasFree(entries);
-  if (code != RasOk)
-    return FailOpen(state, code, 9);
+  if (code != RasOk) return FailOpen(state, code, 9);
 
   uint32_t model = 0;
   code = TiffCheckTRH(*p, bits, &model);
-  if (code != RasOk)
-    return FailOpen(state, code, 10);
+  if (code != RasOk) return FailOpen(state, code, 10);
   if (p->width > kMaxDimension || p->height > kMaxDimension)
     return FailOpen(state, RasErrUnsupported, 24);
-  if (!StripsCovered(p))
-    return FailOpen(state, RasErrUnsupported, 25);
+  if (!StripsCovered(p)) return FailOpen(state, RasErrUnsupported, 25);
   if (p->hasIptc) {
     code = CopyIptcAtOpen(file, p);
     // An IPTC block that cannot be held is reported as it always has been.
-    if (code == RasErrOpen)
-      return FailOpen(state, RasErrOpen, 123);
-    if (code != RasOk)
-      return FailOpen(state, code, 26);
+    if (code == RasErrOpen) return FailOpen(state, RasErrOpen, 123);
+    if (code != RasOk) return FailOpen(state, code, 26);
   }
   ChooseReadRows(p, model);
   if (p->interleaved) {
     p->buffer = static_cast<uint8_t *>(RasAlloc(p->rowBytes));
-    if (!p->buffer)
-      return FailOpen(state, RasErrMemory, 27);
+    if (!p->buffer) return FailOpen(state, RasErrMemory, 27);
   }
 
   desc->width = p->width;
@@ -158,30 +142,22 @@ int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
 }
 
 int ReadRow(RasDesc *desc, uint32_t row, RasSl *sl, const char *routine) {
-  if (!desc || !sl)
-    return RasError(routine, RasErrArg, 0);
+  if (!desc || !sl) return RasError(routine, RasErrArg, 0);
   RasState *state = RasFormatState(desc, 'r');
-  if (!state)
-    return RasError(routine, RasErrArg, 1);
+  if (!state) return RasError(routine, RasErrArg, 1);
   TiffPriv *p = PrivOf(desc);
-  if (row >= p->height)
-    return RasError(routine, RasErrArg, 2);
+  if (row >= p->height) return RasError(routine, RasErrArg, 2);
   const int made = RasFormatMakePlanes(sl, desc);
-  if (made != RasOk)
-    return RasError(routine, made, 3);
-  if (!PlanesFit(sl, *p))
-    return RasError(routine, RasErrArg, 4);
+  if (made != RasOk) return RasError(routine, made, 3);
+  if (!PlanesFit(sl, *p)) return RasError(routine, RasErrArg, 4);
 
   RasFile *file = &state->file;
   const bool wide = p->sampleBytes == 2;
   if (p->interleaved) {
     const int64_t offset = RowOffset(*p, row, 0, p->rowBytes);
-    if (offset < 0)
-      return RasError(routine, RasErrRead, 5);
-    const int code =
-        ReadAt(file, p, offset, p->buffer, static_cast<int64_t>(p->rowBytes));
-    if (code != RasOk)
-      return RasError(routine, code, 6);
+    if (offset < 0) return RasError(routine, RasErrRead, 5);
+    const int code = ReadAt(file, p, offset, p->buffer, static_cast<int64_t>(p->rowBytes));
+    if (code != RasOk) return RasError(routine, code, 6);
     if (wide)
       Unpack16(*p, p->buffer, sl->plane16);
     else
@@ -190,13 +166,10 @@ int ReadRow(RasDesc *desc, uint32_t row, RasSl *sl, const char *routine) {
   }
   for (uint32_t k = 0; k < p->samples; ++k) {
     const int64_t offset = RowOffset(*p, row, k, p->planeBytes);
-    if (offset < 0)
-      return RasError(routine, RasErrRead, 5);
+    if (offset < 0) return RasError(routine, RasErrRead, 5);
     void *dst = wide ? static_cast<void *>(sl->plane16[k]) : sl->plane8[k];
-    const int code =
-        ReadAt(file, p, offset, dst, static_cast<int64_t>(p->planeBytes));
-    if (code != RasOk)
-      return RasError(routine, code, 6);
+    const int code = ReadAt(file, p, offset, dst, static_cast<int64_t>(p->planeBytes));
+    if (code != RasOk) return RasError(routine, code, 6);
     if (wide)
       Plane16InPlace(*p, sl->plane16[k], p->flip16[k]);
     else if (p->flip[k])
@@ -205,7 +178,7 @@ int ReadRow(RasDesc *desc, uint32_t row, RasSl *sl, const char *routine) {
   return RasOk;
 }
 
-} // namespace tiff
+}  // namespace tiff
 
 int TiffReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
   return tiff::ReadRow(desc, row, sl, "TiffReadSl");

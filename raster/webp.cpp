@@ -10,10 +10,8 @@
 
 #include <cstring>
 
-#include "raster/formats.h"
-#include "raster/jpeg.h"
-#include "raster/rasformat.h"
-#include "raster/whole.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/whole.h"
 
 namespace {
 
@@ -95,8 +93,7 @@ int WebpDecode(WebpPriv *priv) {
 // Lossless at quality 100, else lossy at the quality; the encoded bytes in
 // `*out` (freed with WebPFree), 0 when encoding fails.
 size_t WebpEncode(const RasWholePicture &p, uint8_t **out) {
-  int quality = 75;
-  (void)JpegGetOption(JpegOptQuality, &quality);
+  const int quality = RasEncoderQuality();
   WebPConfig config;
   WebPPicture picture;
   WebPMemoryWriter writer;

@@ -1,13 +1,13 @@
 // The error hook, its reporting switch and log, and the library's allocator.
-#include "raster/raserror.h"
+#include "raster/core/raserror.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
-#include "raster/ras.h"
-#include "raster/rasfile.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/rasfile.h"
 
 namespace {
 

@@ -1,14 +1,27 @@
-// Internal side of the error hook: which file the library is working on, and
+// The library's error hook and log: the routine every failing path returns
+// through, the reporting switch, which file the library is working on, and
 // what each format said while the probe kept quiet.
 #pragma once
 
 #include <cstdint>
 
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
+
+// Every failing path of the library returns through RasError as its last act.
+// It returns `code` unchanged. When the environment variable KORVEL_RAS_LOG
+// names a file (or "-" for standard error) and reporting is on, it appends one
+// line naming the routine, the code, the detail and the file being worked on.
+int RasError(const char *function, int code, int detail);
+// The library-wide error-reporting switch; returns the previous setting.
+int RasSetErrorReporting(int on);
+int RasGetErrorReporting();
+// What a result code means, in a few words for people.
+const char *RasErrorText(int code);
 
 // Names the file in log lines for as long as it lives; scopes nest. It keeps
-// its own copy of the name: a format that reopens its file (JPEG going back to
-// an earlier row) frees the state block that held the name it was given.
+// its own copy of the name: the state block that held the name it was given
+// may be reset while it lives (JPEG going back to an earlier row reopens its
+// file) or freed (a close).
 class RasErrorFileScope {
  public:
   explicit RasErrorFileScope(const char *name);

@@ -1,12 +1,13 @@
 // The file layer: disk files through standard I/O, memory blocks by name.
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
 
 #include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "raster/ras.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/raserror.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Shared pieces of the format modules.
-#include "raster/rasformat.h"
+#include "raster/core/rasformat.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -8,6 +8,7 @@ namespace {
 
 constexpr uint64_t kDefaultMaxPixels = 500'000'000;
 bool gPixelRefusal = false;
+int gEncoderQuality = 75;
 
 // Only a plain positive number replaces the default: a typo must not turn
 // the limit off or make every photo too large.
@@ -116,6 +117,14 @@ int RasFormatCloseFile(RasState *state) {
   if (state->file.kind == RasFileKindClosed) return RasOk;
   const int closed = RasFileClose(&state->file);
   return closed != RasOk && state->mode == 'w' ? RasErrWrite : RasOk;
+}
+
+int RasEncoderQuality() {
+  return gEncoderQuality;
+}
+
+void RasSetEncoderQuality(int quality) {
+  gEncoderQuality = quality;
 }
 
 uint32_t RasGet16(const uint8_t *p, bool big) {

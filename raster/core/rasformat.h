@@ -6,9 +6,10 @@
 
 #include <cstdint>
 
-#include "raster/ras.h"
-#include "raster/rasfile.h"
-#include "raster/rasstate.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
+#include "raster/core/rasstate.h"
 
 // Checks an open's arguments (a null one is -1 with detail 0, a mode other
 // than 'r' or 'w' -1 with `modeDetail`) and readies the state block: the name
@@ -51,6 +52,11 @@ void RasFormatDropFile(RasState *state, bool remove);
 // Closes the state's file if it is open: -6 when the last bytes of a file
 // being written could not be flushed, else 0.
 [[nodiscard]] int RasFormatCloseFile(RasState *state);
+
+// The quality the lossy encoders work at, 0..100, 75 until set: the JPEG
+// module's quality option sets it, and the WebP and HEIF writers follow it.
+int RasEncoderQuality();
+void RasSetEncoderQuality(int quality);
 
 // 16- and 32-bit fields, big-endian when `big`, byte by byte so the host's
 // order never matters.

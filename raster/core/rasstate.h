@@ -3,8 +3,8 @@
 // through it.
 #pragma once
 
-#include "raster/ras.h"
-#include "raster/rasfile.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/rasfile.h"
 
 struct RasState {
   char name[RasNameSize];  // the name as passed (a memory-block name is kept whole)

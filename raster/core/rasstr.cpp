@@ -6,13 +6,14 @@
 // (and return their first argument, or null for the searches, 0 for the
 // length) when handed a null pointer; only the comparisons report it, with
 // -1000, which no byte difference can produce.
-#include "raster/rasstr.h"
+#include "raster/core/rasstr.h"
 
 #include <cmath>
 #include <cstdarg>
 #include <limits>
 
-#include "raster/ras.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/raserror.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // [from, width); on x86 the SSSE3 versions convert blocks of 16 pixels with
 // byte shuffles (compilers do not vectorise these strided loops on their own)
 // and leave the tail of the row to the portable loops.
-#include "raster/rowpack.h"
+#include "raster/core/rowpack.h"
 
 #include <cstddef>
 #include <cstring>
@@ -227,4 +227,17 @@ RasSplitRowFn RasSplitRowFor(uint32_t channels, bool complement) {
 
 RasJoinRowFn RasJoinRowFor(uint32_t channels, bool complement) {
   return complement ? JoinFor<true>(channels) : JoinFor<false>(channels);
+}
+
+void RasSplitRow16(const uint16_t *row, uint16_t *const *planes, uint32_t width,
+                   uint32_t channels) {
+  for (uint32_t x = 0; x < width; ++x, row += channels)
+    for (uint32_t k = 0; k < channels; ++k)
+      planes[k][x] = row[k];
+}
+
+void RasJoinRow16(uint16_t *row, const uint16_t *const *planes, uint32_t width, uint32_t channels) {
+  for (uint32_t x = 0; x < width; ++x, row += channels)
+    for (uint32_t k = 0; k < channels; ++k)
+      row[k] = planes[k][x];
 }

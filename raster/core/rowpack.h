@@ -15,3 +15,8 @@ using RasJoinRowFn = void (*)(uint8_t *row, const uint8_t *const *planes, uint32
 // the way (CMYK JPEG files store their inks that way). Null for other counts.
 RasSplitRowFn RasSplitRowFor(uint32_t channels, bool complement);
 RasJoinRowFn RasJoinRowFor(uint32_t channels, bool complement);
+
+// Rows of samples wider than 8 bits, interleaved in host order, to planes and
+// back, for 1, 3 or 4 channels (the PNG and HEIF modules).
+void RasSplitRow16(const uint16_t *row, uint16_t *const *planes, uint32_t width, uint32_t channels);
+void RasJoinRow16(uint16_t *row, const uint16_t *const *planes, uint32_t width, uint32_t channels);

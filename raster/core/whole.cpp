@@ -1,11 +1,10 @@
 // Whole files and whole pictures for the codecs that need them at once.
-#include "raster/whole.h"
+#include "raster/core/whole.h"
 
 #include <cstring>
 
-#include "raster/png.h"
-#include "raster/rasformat.h"
-#include "raster/rowpack.h"
+#include "raster/core/rasformat.h"
+#include "raster/core/rowpack.h"
 
 int RasWholeReadFile(RasFile *file, uint8_t **bytes, size_t *size) {
   *bytes = nullptr;

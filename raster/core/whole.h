@@ -6,8 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "raster/ras.h"
-#include "raster/rasfile.h"
+#include "raster/core/rasdesc.h"
+#include "raster/core/raserror.h"
+#include "raster/core/rasfile.h"
 
 // The file's bytes from its start, in one RasAlloc block the caller frees.
 [[nodiscard]] int RasWholeReadFile(RasFile *file, uint8_t **bytes, size_t *size);

@@ -5,7 +5,7 @@
 
 #include <tuple>
 
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

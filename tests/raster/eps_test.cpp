@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <jpeglib.h>
 // clang-format on
 
+#include "raster/core/rasfile.h"
 #include "raster/jpeg.h"
 #include "raster/ras.h"
-#include "raster/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

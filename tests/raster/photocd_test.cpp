@@ -10,8 +10,8 @@
 #include <string>
 #include <tuple>
 
+#include "raster/core/rasfile.h"
 #include "raster/photocd.h"
-#include "raster/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

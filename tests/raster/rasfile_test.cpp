@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "raster/core/rasfile.h"
 #include "raster/ras.h"
-#include "raster/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "raster/rasstr.h"
+#include "raster/core/rasstr.h"
 
 #include <gtest/gtest.h>
 

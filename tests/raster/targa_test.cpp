@@ -4,7 +4,7 @@
 
 #include <tuple>
 
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
 #include "tests/raster/testutil.h"
 
 namespace {

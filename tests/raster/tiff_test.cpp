@@ -12,7 +12,7 @@
 #include <regex>
 #include <tuple>
 
-#include "raster/rasfile.h"
+#include "raster/core/rasfile.h"
 #include "raster/tiff.h"
 #include "tests/raster/testutil.h"
 

@@ -1,0 +1,6 @@
+// Targa files (format 2): the module's entry points for the dispatcher.
+#pragma once
+
+#include "raster/core/rasentry.h"
+
+RAS_FORMAT_ENTRY_POINTS(Targa)
