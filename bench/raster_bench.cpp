@@ -2,7 +2,8 @@
 // same run, and prints one line per comparison:
 //   bench NAME ours_ms=X peer=PEER peer_ms=Y ratio=X/Y
 // and "info" lines with the throughputs and sizes behind them.
-// Usage: raster_bench DIR RUNS, where DIR holds photo.ppm and photo.jpg.
+// Usage: raster_bench DIR RUNS, where DIR holds photo.ppm and photo.jpg; the
+// PNG and WebP files decoded are written here from photo.ppm.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -111,6 +112,29 @@ void UncompressedBench(const Photo &photo, uint32_t format, const std::string &p
               bytes / write / 1e6, bytes / read / 1e6, bytes / copy / 1e6);
 }
 
+// Decoding a compressed file against the peer's command-line decoder on the
+// same file; the peer writes its PPM to /dev/null, we fill the planes row by row.
+void DecodeBench(const char *name, const std::string &path, const char *peer,
+                 std::vector<std::string> peerArgs, int runs) {
+  const double ours = MedianMs(runs, [&] { return ReadAll(path); });
+  const double theirs = MedianMs(runs, [&] { return Spawn(peerArgs); });
+  PrintBench(name, ours, peer, theirs);
+}
+
+// PNG as our writer makes it (libpng's default compression), WebP lossy at 90
+// as photos usually are; both then decoded against pngtopnm and dwebp.
+bool PngWebpBench(const Photo &photo, const std::string &dir, int runs) {
+  const std::string png = dir + "/photo.png", webp = dir + "/photo.webp";
+  if (!WriteAll(photo, RasFormatPng, png) || JpegSetOption(JpegOptQuality, 90) != RasOk ||
+      !WriteAll(photo, RasFormatWebp, webp))
+    return false;
+  std::printf("info png_webp_size png_bytes=%ld webp_bytes=%ld\n", FileSize(png), FileSize(webp));
+  DecodeBench("png_decode", png, "pngtopnm", {"pngtopnm", png}, runs);
+  DecodeBench("webp_decode", webp, "dwebp", {"dwebp", "-quiet", "-ppm", webp, "-o", "/dev/null"},
+              runs);
+  return true;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -146,5 +170,5 @@ int main(int argc, char **argv) {
 
   UncompressedBench(photo, RasFormatBmp, dir + "/photo.bmp", runs);
   UncompressedBench(photo, RasFormatTiff, dir + "/photo.tif", runs);
-  return 0;
+  return PngWebpBench(photo, dir, runs) ? 0 : 1;
 }

@@ -43,10 +43,7 @@ void HeifFreePriv(RasState *state) {
 }
 
 HeifPriv *HeifNewPriv(RasState *state) {
-  auto *priv = static_cast<HeifPriv *>(RasAlloc(sizeof(HeifPriv)));
-  if (priv) std::memset(priv, 0, sizeof *priv);
-  state->priv = priv;
-  return priv;
+  return static_cast<HeifPriv *>(RasWholeNewPriv(state, sizeof(HeifPriv)));
 }
 
 // An "ftyp" box naming a HEIF brand, checked on the first bytes before the
@@ -203,32 +200,22 @@ int HeifOpen(const char *name, char mode, RasDesc *desc) {
   HeifPriv *priv = HeifNewPriv(state);
   if (!priv) return RasError("HeifOpen", RasErrMemory, 14);
   // Bounded so a row of samples fits the int strides libheif works with.
-  const int begun = RasWholeBegin("HeifOpen", desc, 1u << 16, &priv->picture);
-  if (begun != RasOk) {
-    HeifFreePriv(state);
-    return begun;
-  }
-  if (RasFormatOpenWrite(&state->file, name, 0) != RasOk) {
-    HeifFreePriv(state);
-    return RasError("HeifOpen", RasErrOpen, 13);
-  }
-  return RasOk;
+  const int opened = RasWholeOpenWrite("HeifOpen", name, desc, 1u << 16, state, &priv->picture);
+  if (opened != RasOk) HeifFreePriv(state);
+  return opened;
 }
 
 // Details: 0 no open reader, 1 row out of range, 2 no planes, 3 planes too
 // small, 4 the picture could not be decoded, 5 asked after that.
 int HeifReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc || !sl) return RasError("HeifReadSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("HeifReadSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state =
+      RasWholeReadState("HeifReadSl", desc, row, sl, desc && desc->maxval > 255, &code);
+  if (!state) return code;
   auto *priv = static_cast<HeifPriv *>(state->priv);
-  if (row >= desc->height) return RasError("HeifReadSl", RasErrArg, 1);
-  if (RasFormatMakePlanes(sl, desc) != RasOk) return RasError("HeifReadSl", RasErrMemory, 2);
-  if (!RasFormatPlanesFit(sl, desc->width, desc->channels, priv->wide))
-    return RasError("HeifReadSl", RasErrArg, 3);
   if (priv->failed) return RasError("HeifReadSl", RasErrFormat, 5);
   if (!priv->image || priv->handle) {
-    const int code = HeifDecode(priv, desc);
+    code = HeifDecode(priv, desc);
     if (code != RasOk) {
       priv->failed = true;
       return RasError("HeifReadSl", code, 4);
@@ -245,12 +232,12 @@ int HeifReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 // Details: 0 no open writer, 1 row out of order, 2 planes too small, 3 the
 // encoder failed or the file could not be written.
 int HeifWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc || !sl) return RasError("HeifWriteSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'w');
-  if (!state) return RasError("HeifWriteSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state = RasWholeWriteState("HeifWriteSl", desc, sl, &code);
+  if (!state) return code;
   auto *priv = static_cast<HeifPriv *>(state->priv);
   bool complete = false;
-  const int code = RasWholeKeepRow("HeifWriteSl", &priv->picture, row, sl, &complete);
+  code = RasWholeKeepRow("HeifWriteSl", &priv->picture, row, sl, &complete);
   if (code != RasOk || !complete) return code;
   const int written = HeifFinish(priv, desc->format, &state->file);
   return written == RasOk ? RasOk : RasError("HeifWriteSl", written, 3);

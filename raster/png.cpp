@@ -290,16 +290,15 @@ int PngOpen(const char *name, char mode, RasDesc *desc) {
 // Details: 0 no open reader, 1 row out of range, 2 no planes, 3 planes too
 // small, 4 going back failed, 5 libpng failed on the rows, 6 asked after that.
 int PngReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc || !sl) return RasError("PngReadSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("PngReadSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state =
+      RasWholeReadState("PngReadSl", desc, row, sl, desc && desc->maxval > 255, &code);
+  if (!state) return code;
   auto *priv = static_cast<PngPriv *>(state->priv);
-  if (row >= desc->height) return RasError("PngReadSl", RasErrArg, 1);
-  if (RasFormatMakePlanes(sl, desc) != RasOk) return RasError("PngReadSl", RasErrMemory, 2);
-  if (!RasFormatPlanesFit(sl, desc->width, priv->channels, priv->wide))
+  // The rows hold what the file was opened as, whatever the descriptor says now.
+  if (desc->channels != priv->channels || (desc->maxval > 255) != priv->wide)
     return RasError("PngReadSl", RasErrArg, 3);
   if (priv->failed) return RasError("PngReadSl", RasErrFormat, 6);
-  int code = RasOk;
   if (!priv->interlaced && static_cast<int32_t>(row) < priv->last) code = PngRewind(state, priv);
   if (code != RasOk) {
     priv->failed = true;
@@ -317,9 +316,9 @@ int PngReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 // Details: 0 no open writer, 1 row out of order, 2 planes too small, 3
 // libpng failed (a short write included), 4 offered after that.
 int PngWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc || !sl) return RasError("PngWriteSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'w');
-  if (!state) return RasError("PngWriteSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state = RasWholeWriteState("PngWriteSl", desc, sl, &code);
+  if (!state) return code;
   auto *priv = static_cast<PngPriv *>(state->priv);
   if (static_cast<int64_t>(row) == priv->last) return RasOk;  // repeated: tolerated
   if (static_cast<int64_t>(row) != priv->last + 1 || row >= desc->height)
@@ -327,7 +326,7 @@ int PngWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
   if (!RasFormatPlanesFit(sl, desc->width, priv->channels, priv->wide))
     return RasError("PngWriteSl", RasErrArg, 2);
   if (priv->failed) return RasError("PngWriteSl", RasErrWrite, 4);
-  const int code = PngEncodeRow(priv, row, desc->height, sl, desc->width);
+  code = PngEncodeRow(priv, row, desc->height, sl, desc->width);
   if (code != RasOk) {
     priv->failed = true;
     return RasError("PngWriteSl", code, 3);

@@ -34,10 +34,7 @@ void WebpFreePriv(RasState *state) {
 }
 
 WebpPriv *WebpNewPriv(RasState *state) {
-  auto *priv = static_cast<WebpPriv *>(RasAlloc(sizeof(WebpPriv)));
-  if (priv) std::memset(priv, 0, sizeof *priv);
-  state->priv = priv;
-  return priv;
+  return static_cast<WebpPriv *>(RasWholeNewPriv(state, sizeof(WebpPriv)));
 }
 
 // The RIFF header: "RIFF", a size, "WEBP".
@@ -139,32 +136,22 @@ int WebpOpen(const char *name, char mode, RasDesc *desc) {
   if (mode == 'r') return WebpOpenRead(name, desc, state);
   WebpPriv *priv = WebpNewPriv(state);
   if (!priv) return RasError("WebpOpen", RasErrMemory, 14);
-  const int begun = RasWholeBegin("WebpOpen", desc, WEBP_MAX_DIMENSION, &priv->picture);
-  if (begun != RasOk) {
-    WebpFreePriv(state);
-    return begun;
-  }
-  if (RasFormatOpenWrite(&state->file, name, 0) != RasOk) {
-    WebpFreePriv(state);
-    return RasError("WebpOpen", RasErrOpen, 13);
-  }
-  return RasOk;
+  const int opened =
+      RasWholeOpenWrite("WebpOpen", name, desc, WEBP_MAX_DIMENSION, state, &priv->picture);
+  if (opened != RasOk) WebpFreePriv(state);
+  return opened;
 }
 
 // Details: 0 no open reader, 1 row out of range, 2 no planes, 3 planes too
 // small, 4 the picture could not be decoded, 5 asked after that.
 int WebpReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc || !sl) return RasError("WebpReadSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("WebpReadSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state = RasWholeReadState("WebpReadSl", desc, row, sl, false, &code);
+  if (!state) return code;
   auto *priv = static_cast<WebpPriv *>(state->priv);
-  if (row >= desc->height) return RasError("WebpReadSl", RasErrArg, 1);
-  if (RasFormatMakePlanes(sl, desc) != RasOk) return RasError("WebpReadSl", RasErrMemory, 2);
-  if (!RasFormatPlanesFit(sl, desc->width, desc->channels, false))
-    return RasError("WebpReadSl", RasErrArg, 3);
   if (priv->failed) return RasError("WebpReadSl", RasErrFormat, 5);
   if (!priv->decoded) {
-    const int code = WebpDecode(priv);
+    code = WebpDecode(priv);
     if (code != RasOk) {
       priv->failed = true;
       return RasError("WebpReadSl", code, 4);
@@ -179,12 +166,12 @@ int WebpReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 // Details: 0 no open writer, 1 row out of order, 2 planes too small, 3 the
 // encoder failed or the file could not be written.
 int WebpWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc || !sl) return RasError("WebpWriteSl", RasErrArg, 0);
-  RasState *state = RasFormatState(desc, 'w');
-  if (!state) return RasError("WebpWriteSl", RasErrArg, 0);
+  int code = RasOk;
+  RasState *state = RasWholeWriteState("WebpWriteSl", desc, sl, &code);
+  if (!state) return code;
   auto *priv = static_cast<WebpPriv *>(state->priv);
   bool complete = false;
-  const int code = RasWholeKeepRow("WebpWriteSl", &priv->picture, row, sl, &complete);
+  code = RasWholeKeepRow("WebpWriteSl", &priv->picture, row, sl, &complete);
   if (code != RasOk || !complete) return code;
   const int written = WebpFinish(priv, &state->file);
   return written == RasOk ? RasOk : RasError("WebpWriteSl", written, 3);

@@ -22,6 +22,43 @@ int RasWholeReadFile(RasFile *file, uint8_t **bytes, size_t *size) {
   return code;
 }
 
+void *RasWholeNewPriv(RasState *state, size_t size) {
+  void *priv = RasAlloc(size);
+  if (priv) std::memset(priv, 0, size);
+  state->priv = priv;
+  return priv;
+}
+
+RasState *RasWholeReadState(const char *routine, RasDesc *desc, uint32_t row, RasSl *sl, bool wide,
+                            int *code) {
+  RasState *state = desc && sl ? RasFormatState(desc, 'r') : nullptr;
+  if (!state)
+    *code = RasError(routine, RasErrArg, 0);
+  else if (row >= desc->height)
+    *code = RasError(routine, RasErrArg, 1);
+  else if (RasFormatMakePlanes(sl, desc) != RasOk)
+    *code = RasError(routine, RasErrMemory, 2);
+  else if (!RasFormatPlanesFit(sl, desc->width, desc->channels, wide))
+    *code = RasError(routine, RasErrArg, 3);
+  else
+    return state;
+  return nullptr;
+}
+
+RasState *RasWholeWriteState(const char *routine, RasDesc *desc, const RasSl *sl, int *code) {
+  RasState *state = desc && sl ? RasFormatState(desc, 'w') : nullptr;
+  if (!state) *code = RasError(routine, RasErrArg, 0);
+  return state;
+}
+
+int RasWholeOpenWrite(const char *routine, const char *name, const RasDesc *desc, uint32_t limit,
+                      RasState *state, RasWholePicture *picture) {
+  const int begun = RasWholeBegin(routine, desc, limit, picture);
+  if (begun != RasOk) return begun;
+  if (RasFormatOpenWrite(&state->file, name, 0) != RasOk) return RasError(routine, RasErrOpen, 13);
+  return RasOk;
+}
+
 int RasWholeBegin(const char *routine, const RasDesc *desc, uint32_t limit,
                   RasWholePicture *picture) {
   std::memset(picture, 0, sizeof *picture);

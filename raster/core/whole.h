@@ -22,6 +22,26 @@ struct RasWholePicture {
   int32_t last;  // last row kept, -1 before the first
 };
 
+// A zeroed private block of `size` bytes for a module, kept in
+// `state->priv`; null when out of memory.
+void *RasWholeNewPriv(RasState *state, size_t size);
+
+// The checks before a row is read: the descriptor open for reading, `row`
+// inside the picture and planes (made when absent) that hold a row of
+// `desc->channels` samples, 16-bit ones by `wide`. The state, or null with
+// the RasError code in `*code` (details 0 not open, 1 row out of range, 2 no
+// planes, 3 planes too small).
+RasState *RasWholeReadState(const char *routine, RasDesc *desc, uint32_t row, RasSl *sl, bool wide,
+                            int *code);
+// The state of a descriptor open for writing, or null with a RasError code
+// (detail 0) in `*code`.
+RasState *RasWholeWriteState(const char *routine, RasDesc *desc, const RasSl *sl, int *code);
+
+// Begins `picture` for a write-open and opens the file `name`; a RasError
+// code, after which the caller drops its private block.
+[[nodiscard]] int RasWholeOpenWrite(const char *routine, const char *name, const RasDesc *desc,
+                                    uint32_t limit, RasState *state, RasWholePicture *picture);
+
 // Checks a write-open's descriptor (grey is kept as RGB, since neither
 // format stores grey alone) and allocates the picture; a RasError code.
 [[nodiscard]] int RasWholeBegin(const char *routine, const RasDesc *desc, uint32_t limit,
