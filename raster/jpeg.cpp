@@ -188,8 +188,9 @@ void JpegAttachSource(j_decompress_ptr codec, RasFile *file) {
   src->buffer = JpegPoolNew<JOCTET>(codec, JPOOL_PERMANENT, kJpegBufferSize);
   src->file = file;
   src->start = true;
-  src->pub = {nullptr, 0, JpegInitSource, JpegFillInput, JpegSkipInput, jpeg_resync_to_restart,
-              JpegTermSource};
+  src->pub = {
+      nullptr,       0, JpegInitSource, JpegFillInput, JpegSkipInput, jpeg_resync_to_restart,
+      JpegTermSource};
   codec->src = &src->pub;
 }
 
@@ -361,14 +362,16 @@ uint32_t JpegStartDecoder(JpegPriv *priv) {
   return model;
 }
 
-int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
-  if (RasFileOpen(&state->file, name, RasFileModeRead) != RasOk) {
-    return RasError("JpegOpen", RasErrOpen, 1);
-  }
+// The codec steps of an open, run with its fatal errors caught: a new private
+// block hung in the state (-3 with `memoryDetail` when there is none, the file
+// closed again), then `step`. A codec error is the open's detail 1; after any
+// failure neither the block nor the file is left open.
+int JpegOpenArmed(RasDesc *desc, RasState *state, int memoryDetail,
+                  int (*step)(JpegPriv *, RasDesc *, RasState *)) {
   JpegPriv *priv = JpegNewPriv();
   if (priv == nullptr) {
     RasFileClose(&state->file);
-    return RasError("JpegOpen", RasErrMemory, 3);
+    return RasError("JpegOpen", RasErrMemory, memoryDetail);
   }
   state->priv = priv;
 
@@ -379,20 +382,25 @@ int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
     JpegDiscard(state);
     return RasError("JpegOpen", failure, 1);
   }
+  const int code = step(priv, desc, state);
+  priv->armed = false;
+  if (code != RasOk) {
+    JpegDiscard(state);
+  }
+  return code;
+}
+
+int JpegStartReading(JpegPriv *priv, RasDesc *desc, RasState *state) {
   JpegReadHeader(priv, &state->file);
   // A file of several scans is decoded whole when decoding starts, into
   // buffers for the whole picture: its size is checked before that.
   desc->width = priv->dinfo.image_width;
   desc->height = priv->dinfo.image_height;
   if (uint64_t{desc->width} * desc->height > RasMaxPixels()) {
-    priv->armed = false;
-    JpegDiscard(state);
     return RasFormatCheckPixels("JpegOpen", desc->width, desc->height, 17);
   }
-  uint32_t model = JpegStartDecoder(priv);
-  priv->armed = false;
+  const uint32_t model = JpegStartDecoder(priv);
   if (model == 0) {
-    JpegDiscard(state);
     return RasError("JpegOpen", RasErrArg, 1);
   }
 
@@ -404,6 +412,13 @@ int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
   desc->resolution = JpegResolutionOf(codec);
   desc->format = RasFormatJpeg;
   return RasOk;
+}
+
+int JpegOpenRead(const char *name, RasDesc *desc, RasState *state) {
+  if (RasFileOpen(&state->file, name, RasFileModeRead) != RasOk) {
+    return RasError("JpegOpen", RasErrOpen, 1);
+  }
+  return JpegOpenArmed(desc, state, 3, JpegStartReading);
 }
 
 // Decodes up to `row` and spreads it into the planes; finishes the image
@@ -528,6 +543,11 @@ int JpegOpenWriteFile(const char *name, RasState *state) {
   return rc;
 }
 
+int JpegStartWriting(JpegPriv *priv, RasDesc *desc, RasState *state) {
+  JpegStartEncoder(priv, &state->file, desc);
+  return RasOk;
+}
+
 int JpegOpenWrite(const char *name, RasDesc *desc, RasState *state) {
   if (desc->model != RasModelGray && desc->model != RasModelRgb && desc->model != RasModelCmyk) {
     return RasError("JpegOpen", RasErrArg, 2);
@@ -535,23 +555,7 @@ int JpegOpenWrite(const char *name, RasDesc *desc, RasState *state) {
   if (JpegOpenWriteFile(name, state) != RasOk) {
     return RasError("JpegOpen", RasErrOpen, 13);
   }
-  JpegPriv *priv = JpegNewPriv();
-  if (priv == nullptr) {
-    RasFileClose(&state->file);
-    return RasError("JpegOpen", RasErrMemory, 14);
-  }
-  state->priv = priv;
-
-  priv->armed = true;
-  if (setjmp(priv->jump) != 0) {
-    priv->armed = false;
-    const int failure = JpegFailure(priv);
-    JpegDiscard(state);
-    return RasError("JpegOpen", failure, 1);
-  }
-  JpegStartEncoder(priv, &state->file, desc);
-  priv->armed = false;
-  return RasOk;
+  return JpegOpenArmed(desc, state, 14, JpegStartWriting);
 }
 
 // Interleaves one row and hands it to the codec; finishes the image after
