@@ -2,11 +2,21 @@
 #include "edit/dibplanar.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "app/dibpreview.h"
 #include "app/dibraster.h"
+#include "platform/workers.h"
 #include "raster/core/rowpack.h"
+
+namespace {
+
+// Rows a thread takes at a time: a few hundred kilobytes of a large photo,
+// and pictures of fewer rows than two of these stay on the calling thread.
+constexpr int64_t kRowGrain = 8;
+
+}  // namespace
 
 PlanarImage *PlanarFromDib(const CDib &dib) {
   const uint32_t width = dib.Width(), height = dib.Height();
@@ -21,14 +31,23 @@ PlanarImage *PlanarFromDib(const CDib &dib, const QRect &area) {
   const auto width = static_cast<uint32_t>(area.width());
   PlanarImage *image = PlanarCreate(area.width(), area.height(), 3);
   if (!image) return nullptr;
-  const RasSplitRowFn split = RasSplitRowFor(3, false);
-  for (int y = 0; y < area.height(); ++y) {
+  const auto planeRow = [image](int y) {
     const size_t at = size_t(y) * static_cast<size_t>(image->rowStride);
-    uint8_t *const bgr[3] = {image->planes[2] + at, image->planes[1] + at, image->planes[0] + at};
-    if (dib.BitsPerPixel() == 24) {
-      split(dib.RowPointer(area.top() + y) + size_t(area.left()) * 3, bgr, width);
-      continue;
-    }
+    return std::array<uint8_t *, 3>{image->planes[2] + at, image->planes[1] + at,
+                                    image->planes[0] + at};
+  };
+  if (dib.BitsPerPixel() == 24) {
+    // Each row is converted from its own bytes alone, so the rows can be
+    // shared out among the cores.
+    const RasSplitRowFn split = RasSplitRowFor(3, false);
+    SplitWork(area.height(), kRowGrain, [&](int64_t first, int64_t last) {
+      for (auto y = static_cast<int>(first); y < last; ++y)
+        split(dib.RowPointer(area.top() + y) + size_t(area.left()) * 3, planeRow(y).data(), width);
+    });
+    return image;
+  }
+  for (int y = 0; y < area.height(); ++y) {
+    const std::array<uint8_t *, 3> bgr = planeRow(y);
     const QImage row = DibDecode(dib, QRect(area.left(), area.top() + y, area.width(), 1));
     if (row.isNull()) {
       PlanarFree(image);
@@ -49,14 +68,18 @@ QImage ImageFromPlanar(const PlanarImage *image) {
   QImage out(image->width, image->height, QImage::Format_RGB32);
   if (out.isNull()) return out;
   const size_t step = static_cast<size_t>(image->pixelStep);
-  for (int32_t y = 0; y < image->height; ++y) {
-    const size_t at = size_t(y) * static_cast<size_t>(image->rowStride);
-    const uint8_t *r = image->planes[0] + at, *g = image->planes[1] + at,
-                  *b = image->planes[2] + at;
-    auto *row = reinterpret_cast<QRgb *>(out.scanLine(y));
-    for (int32_t x = 0; x < image->width; ++x)
-      row[x] = qRgb(r[size_t(x) * step], g[size_t(x) * step], b[size_t(x) * step]);
-  }
+  uchar *const bits = out.bits();  // detached here, before the threads write
+  const auto lineBytes = static_cast<size_t>(out.bytesPerLine());
+  SplitWork(image->height, kRowGrain, [&](int64_t first, int64_t last) {
+    for (int64_t y = first; y < last; ++y) {
+      const size_t at = size_t(y) * static_cast<size_t>(image->rowStride);
+      const uint8_t *r = image->planes[0] + at, *g = image->planes[1] + at,
+                    *b = image->planes[2] + at;
+      auto *row = reinterpret_cast<QRgb *>(bits + size_t(y) * lineBytes);
+      for (int32_t x = 0; x < image->width; ++x)
+        row[x] = qRgb(r[size_t(x) * step], g[size_t(x) * step], b[size_t(x) * step]);
+    }
+  });
   return out;
 }
 
@@ -80,21 +103,25 @@ HGLOBAL DibFromPlanar(const PlanarImage *image) {
   const BITMAPINFOHEADER header = DibHeader24(width, height);
   std::memcpy(block, &header, sizeof header);
   const size_t rowSize = (size_t{width} * 3 + 3) & ~size_t{3};
-  uint8_t *row = block + sizeof header + rowSize * (height - 1);
+  uint8_t *const bottom = block + sizeof header + rowSize * (height - 1);
   const RasJoinRowFn join = RasJoinRowFor(3, false);
   const size_t step = static_cast<size_t>(image->pixelStep);
-  for (uint32_t y = 0; y < height; ++y, row -= rowSize) {
-    const size_t at = size_t{y} * static_cast<size_t>(image->rowStride);
-    const uint8_t *const bgr[3] = {image->planes[2] + at, image->planes[1] + at,
-                                   image->planes[0] + at};
-    if (step == 1) {
-      join(row, bgr, width);
-      continue;
+  // Planar row y becomes packed row height - 1 - y, from its own bytes alone.
+  SplitWork(height, kRowGrain, [&](int64_t first, int64_t last) {
+    for (auto y = static_cast<uint32_t>(first); y < last; ++y) {
+      uint8_t *row = bottom - rowSize * y;
+      const size_t at = size_t{y} * static_cast<size_t>(image->rowStride);
+      const uint8_t *const bgr[3] = {image->planes[2] + at, image->planes[1] + at,
+                                     image->planes[0] + at};
+      if (step == 1) {
+        join(row, bgr, width);
+        continue;
+      }
+      for (uint32_t x = 0; x < width; ++x)
+        for (int k = 0; k < 3; ++k)
+          row[3 * x + k] = bgr[k][x * step];
     }
-    for (uint32_t x = 0; x < width; ++x)
-      for (int k = 0; k < 3; ++k)
-        row[3 * x + k] = bgr[k][x * step];
-  }
+  });
   GlobalUnlock(handle);
   return handle;
 }

@@ -15,6 +15,7 @@
 #include "app/prompt.h"
 #include "app/scrollsizes.h"
 #include "app/waitcursor.h"
+#include "colorengine/apply.h"
 #include "colorengine/cc.h"
 #include "edit/dibplanar.h"
 
@@ -337,14 +338,16 @@ int CImageView::ApplyColorCorrection() {
   // The result has the source's size: every click starts again from it.
   Planar result(PlanarCreate(src.width, src.height, 3));
   int code = result ? 0 : -1;
-  for (int32_t y = 0; y < src.height && code == 0; ++y) {
+  if (code == 0) {
     CcPixelRow from{}, to{};
     for (int c = 0; c < 3; ++c) {
-      from.channel[c] = src.planes[c] + size_t(y) * size_t(src.rowStride);
-      to.channel[c] = result->planes[c] + size_t(y) * size_t(result->rowStride);
+      from.channel[c] = src.planes[c];
+      to.channel[c] = result->planes[c];
     }
-    code = CcApplySl(&transform, uint32_t(src.width), &from, uint32_t(src.pixelStep), &to,
-                     uint32_t(result->pixelStep));
+    // Every row fails alike or none does, so the rows may run on every core.
+    code = CcApplyRows(&transform, uint32_t(src.width), uint32_t(src.height), &from,
+                       uint32_t(src.pixelStep), src.rowStride, &to, uint32_t(result->pixelStep),
+                       result->rowStride);
   }
   if (code == 0 && !Commit(std::move(result))) code = -3;
   (void)CcFreeTransform(&transform);

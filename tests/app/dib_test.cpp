@@ -14,6 +14,7 @@
 #include "app/document.h"
 #include "app/photofiles.h"
 #include "edit/dibplanar.h"
+#include "platform/workers.h"
 #include "tests/raster/testutil.h"
 
 namespace {
@@ -254,6 +255,38 @@ TEST(Dib, PlanesAndPicturesConvertBothWays) {
   EXPECT_EQ(DibPlanarBlockBytes(3, 2000), 40u + 3 * 2000 * 3 + 3 * 2000);
   EXPECT_EQ(PlanarFromDib(CDib()), nullptr);
   EXPECT_EQ(DibFromPlanar(nullptr), nullptr);
+}
+
+// The conversions share rows out among threads; on sizes that split unevenly
+// every byte must match the one-thread result, padding included.
+TEST(Dib, ConversionsGiveTheSameBytesOnEveryThreadCount) {
+  const auto once = [](int threads, const testutil::Picture &pic, const QRect &area) {
+    const int old = SetWorkerLimit(threads);
+    CDib dib(BlockOf(pic));
+    const auto *block = static_cast<const uint8_t *>(GlobalLock(dib.Handle()));
+    std::vector<uint8_t> bytes(block, block + GlobalSize(dib.Handle()));
+    GlobalUnlock(dib.Handle());
+    const Planar part(PlanarFromDib(dib, area));
+    for (uint32_t k = 0; k < 3 && part; ++k)
+      for (int y = 0; y < area.height(); ++y)
+        bytes.insert(bytes.end(), part->planes[k] + size_t(y) * size_t(part->rowStride),
+                     part->planes[k] + size_t(y) * size_t(part->rowStride) + area.width());
+    const QImage image = ImageFromPlanar(part.get());
+    SetWorkerLimit(old);
+    return std::pair{bytes, image};
+  };
+  for (auto [width, height] : {std::pair{1, 45}, {45, 1}, {37, 203}, {1031, 67}}) {
+    const testutil::Picture pic = testutil::Pattern(uint32_t(width), uint32_t(height), 3);
+    const QRect area(width / 3, height / 4, width - width / 3, height - height / 2);
+    const auto [bytes, image] = once(1, pic, area);
+    EXPECT_EQ(once(0, pic, area), std::pair(bytes, image)) << width << "x" << height;
+    ASSERT_FALSE(image.isNull());
+    const QPoint last = area.bottomRight();
+    EXPECT_EQ(image.pixel(area.width() - 1, area.height() - 1),
+              qRgb(pic.At(uint32_t(last.x()), uint32_t(last.y()), 0),
+                   pic.At(uint32_t(last.x()), uint32_t(last.y()), 1),
+                   pic.At(uint32_t(last.x()), uint32_t(last.y()), 2)));
+  }
 }
 
 }  // namespace
