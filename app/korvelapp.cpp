@@ -92,8 +92,7 @@ bool CKorvelApp::InitInstance(const QStringList &arguments) {
   if (auto *gui = qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
     QObject::connect(gui, &QGuiApplication::commitDataRequest, frame_.get(),
                      [this](QSessionManager &manager) {
-                       if (manager.allowsInteraction() && !frame_->QueryClose())
-                         manager.cancel();
+                       if (manager.allowsInteraction() && !frame_->QueryClose()) manager.cancel();
                        manager.release();
                      });
   }

@@ -19,26 +19,15 @@
 #include "edit/imageview.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
+#include "tests/app/windowtest.h"
 #include "tests/raster/testutil.h"
 
 namespace {
 
 const QSet<int> kThumbnailMode = {1014, 1015, 1037, 1023, 1032, 1017, 1011, 1024, 1012, 1013, 1020};
 
-class Form : public testing::Test {
+class Form : public MainWindowTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(app.InitInstance({"korvelapp"}));
-    doc = app.Document();
-    form = app.View();
-  }
-  void TearDown() override {
-    // Nothing unsaved is left, so the window closes without a question.
-    for (int i = 0; i < doc->Count(); ++i)
-      doc->ReplaceImage(i, doc->ImageAt(i), 0, QString());
-    app.MainFrame()->close();
-  }
-
   // Ids of the form's controls that the user can see.
   QSet<int> Visible() const {
     QSet<int> ids;
@@ -73,11 +62,6 @@ class Form : public testing::Test {
   void Add(int width, int height, const QString &path = "/photos/p.jpg", uint8_t unsaved = 0) {
     doc->AddImage(MakePhoto(width, height), unsaved, path);
   }
-
-  ScriptedPrompt prompt;
-  CKorvelApp app;
-  CKorvelAppDoc *doc = nullptr;
-  CKorvelAppView *form = nullptr;
 };
 
 TEST_F(Form, StartsInThumbnailModeWithItsControls) {

@@ -23,21 +23,12 @@
 #include "res/resources.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
+#include "tests/app/windowtest.h"
 
 namespace {
 
-class Keyboard : public testing::Test {
+class Keyboard : public MainWindowTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(app.InitInstance({"korvelapp"}));
-    doc = app.Document();
-    form = app.View();
-  }
-  void TearDown() override {
-    for (int i = 0; i < doc->Count(); ++i)
-      doc->ReplaceImage(i, doc->ImageAt(i), 0, QString());
-    app.MainFrame()->close();
-  }
   // A key pressed while the work area's current view has the focus.
   void Key(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
     QWidget *view = doc->EditMode() ? static_cast<QWidget *>(form->GetImageView())
@@ -51,11 +42,6 @@ class Keyboard : public testing::Test {
   QString Help() const { return form->GetButtonTextView()->Text(); }
   int Zoom() const { return form->ZoomCombo()->currentData().toInt(); }
   uint32_t ShownWidth() const { return form->GetImageView()->CurrentImage()->Width(); }
-
-  ScriptedPrompt prompt;
-  CKorvelApp app;
-  CKorvelAppDoc *doc = nullptr;
-  CKorvelAppView *form = nullptr;
 };
 
 TEST_F(Keyboard, ArrowsWalkTheThumbnailsAndEnterOpensTheSelectedOne) {
