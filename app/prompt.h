@@ -13,7 +13,7 @@ class KorvelPrompt {
   // Dialog results, as the message boxes and dialogs report them.
   enum Result { IDOK = 1, IDCANCEL = 2, IDYES = 6, IDNO = 7 };
   // Button sets of a message box.
-  enum Buttons { MB_OK = 0, MB_YESNOCANCEL = 3, MB_YESNO = 4 };
+  enum Buttons { MB_OK = 0, MB_OKCANCEL = 1, MB_YESNOCANCEL = 3, MB_YESNO = 4 };
 
   // The answers of the "Save Photo" question (dialog 341).
   struct SavePhotoAnswer {
@@ -33,10 +33,20 @@ class KorvelPrompt {
     int source = -1;      // the entry of the source list chosen in combo 1026
   };
 
+  // The answer of a message box with a check box.
+  struct CheckAnswer {
+    int result = IDCANCEL;
+    bool checked = false;  // the box's state when the message closed
+  };
+
   virtual ~KorvelPrompt() = default;
 
   // A modal message box with a fixed sentence; returns the button pressed.
   virtual int MessageBox(const QString &text, int buttons = MB_OK) = 0;
+  // The same with a check box labelled `check` under the text, ticked at
+  // first when `checked`.
+  virtual CheckAnswer MessageBoxWithCheck(const QString &text, const QString &check, bool checked,
+                                          int buttons) = 0;
   virtual SavePhotoAnswer AskSavePhoto(const QString &fileName) = 0;
   // `filter` is in the "Name (*.x)|*.x|...||" form; `initial` the name shown.
   virtual FileAnswer AskOpenFile(const QString &filter, const QString &initial) = 0;

@@ -3,6 +3,7 @@
 #include "app/qtprompt.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
 #include <QFile>
@@ -45,36 +46,65 @@ QPixmap ResourcePicture(const QString &path) {
 
 }  // namespace
 
+namespace {
+
+// The buttons of `buttons` on `box`, with its default and Escape buttons.
+void SetButtons(QMessageBox *box, int buttons) {
+  switch (buttons) {
+    case KorvelPrompt::MB_YESNOCANCEL:
+      box->setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+      box->setDefaultButton(QMessageBox::Yes);
+      box->setEscapeButton(QMessageBox::Cancel);
+      break;
+    case KorvelPrompt::MB_YESNO:
+      // Without a Cancel button, Escape and closing the box answer No.
+      box->setStandardButtons(QMessageBox::Yes | QMessageBox::No);
+      box->setDefaultButton(QMessageBox::Yes);
+      box->setEscapeButton(QMessageBox::No);
+      break;
+    case KorvelPrompt::MB_OKCANCEL:
+      box->setStandardButtons(QMessageBox::Ok | QMessageBox::Cancel);
+      box->setDefaultButton(QMessageBox::Ok);
+      box->setEscapeButton(QMessageBox::Cancel);
+      break;
+    default:
+      box->setStandardButtons(QMessageBox::Ok);
+      box->setDefaultButton(QMessageBox::Ok);
+      box->setEscapeButton(QMessageBox::Ok);
+      break;
+  }
+}
+
+int ResultOf(int button) {
+  switch (button) {
+    case QMessageBox::Ok:
+      return KorvelPrompt::IDOK;
+    case QMessageBox::Yes:
+      return KorvelPrompt::IDYES;
+    case QMessageBox::No:
+      return KorvelPrompt::IDNO;
+    default:
+      return KorvelPrompt::IDCANCEL;
+  }
+}
+
+}  // namespace
+
 int QtPrompt::MessageBox(const QString &text, int buttons) {
   QMessageBox box(QMessageBox::NoIcon, kTitle, text, QMessageBox::NoButton, ParentWindow());
-  switch (buttons) {
-    case MB_YESNOCANCEL:
-      box.setStandardButtons(QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
-      box.setDefaultButton(QMessageBox::Yes);
-      box.setEscapeButton(QMessageBox::Cancel);
-      break;
-    case MB_YESNO:
-      // Without a Cancel button, Escape and closing the box answer No.
-      box.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
-      box.setDefaultButton(QMessageBox::Yes);
-      box.setEscapeButton(QMessageBox::No);
-      break;
-    default:
-      box.setStandardButtons(QMessageBox::Ok);
-      box.setDefaultButton(QMessageBox::Ok);
-      box.setEscapeButton(QMessageBox::Ok);
-      break;
-  }
-  switch (box.exec()) {
-    case QMessageBox::Ok:
-      return IDOK;
-    case QMessageBox::Yes:
-      return IDYES;
-    case QMessageBox::No:
-      return IDNO;
-    default:
-      return IDCANCEL;
-  }
+  SetButtons(&box, buttons);
+  return ResultOf(box.exec());
+}
+
+KorvelPrompt::CheckAnswer QtPrompt::MessageBoxWithCheck(const QString &text, const QString &check,
+                                                        bool checked, int buttons) {
+  QMessageBox box(QMessageBox::NoIcon, kTitle, text, QMessageBox::NoButton, ParentWindow());
+  SetButtons(&box, buttons);
+  auto *checkBox = new QCheckBox(check);  // the box takes it over
+  checkBox->setChecked(checked);
+  box.setCheckBox(checkBox);
+  const int result = ResultOf(box.exec());
+  return {result, checkBox->isChecked()};
 }
 
 // Dialog 341. Every button ends it with OK and leaves its word in the

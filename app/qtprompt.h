@@ -8,6 +8,8 @@
 class QtPrompt : public KorvelPrompt {
  public:
   int MessageBox(const QString &text, int buttons) override;
+  CheckAnswer MessageBoxWithCheck(const QString &text, const QString &check, bool checked,
+                                  int buttons) override;
   SavePhotoAnswer AskSavePhoto(const QString &fileName) override;
   FileAnswer AskOpenFile(const QString &filter, const QString &initial) override;
   FileAnswer AskSaveFile(const QString &filter, const QString &initial) override;

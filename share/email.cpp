@@ -38,6 +38,10 @@ const char kMailNotFound[] =
     "Unable to find a mail program. Please check to see if one is set up on your machine.";
 const char kMailProgramFailed[] = "The mail program could not be started.";
 const char kMailSendFailed[] = "The mail program failed to send the message.";
+const char kMailCopyMessage[] =
+    "The photo will be attached to a new e-mail message as a copy. The photo on your computer "
+    "is not changed.";
+const char kMailLeaveOutPrivate[] = "Leave out location and camera serial number";
 
 namespace {
 
@@ -327,6 +331,54 @@ void CMailHandOff::StartCommand(const CMailRoute &route, const QString &attachme
   process->start();
 }
 
+namespace {
+
+// The hand-off the desktop offers, or kNone after telling the user there is
+// none that can run. No names are made before the hand-off is known to be
+// there, so a machine without a mail program is left without temporary files.
+CMailRoute UsableMailRoute() {
+  CWaitCursor wait;
+  const CMailRoute route = FindMailRoute();
+  if (route.kind == CMailRoute::kNone) {
+    wait.Restore();
+    AfxMessageBox(kMailNotFound);
+    return {};
+  }
+  if (route.kind == CMailRoute::kCommand && !QFileInfo(route.program).isExecutable() &&
+      QStandardPaths::findExecutable(route.program).isEmpty()) {
+    wait.Restore();
+    AfxMessageBox(kMailProgramFailed);
+    return {};
+  }
+  return route;
+}
+
+// Saves the current photo as the attachment, carrying its metadata, without
+// the position and serial numbers when `withoutPrivate`; empty after a failure
+// told to the user. The attachment never goes through a file already at its
+// name: another temporary name is made until one is free.
+QString SaveAttachment(const CKorvelAppDoc *doc, const CDib &photo, bool withoutPrivate) {
+  CWaitCursor wait;
+  const QString tmp =
+      QDir::tempPath().isEmpty() ? QString() : MakeTempFileName(CKorvelAppDoc::TempPath(), "zib");
+  if (tmp.isEmpty()) {
+    wait.Restore();
+    AfxMessageBox("Unable to e-mail the image. Please try again");
+    return {};
+  }
+  bool firstName = true;
+  const auto nextName = [&] {
+    const QString name = AttachmentNameFor(
+        std::exchange(firstName, false) ? tmp : MakeTempFileName(CKorvelAppDoc::TempPath(), "zib"));
+    ShareKeptMeta(doc->PathAt(doc->CurrentIndex()), name, withoutPrivate);
+    return name;
+  };
+  return SaveNewPicture(FormatForExtension("jpg"), nextName, photo,
+                        doc->ResolutionAt(doc->CurrentIndex()));
+}
+
+}  // namespace
+
 void SendPhotoByEmail(const CKorvelAppDoc *doc) {
   if (doc->CurrentIndex() == -1) {
     AfxMessageBox("Please select an image that you would like to e-mail");
@@ -337,47 +389,18 @@ void SendPhotoByEmail(const CKorvelAppDoc *doc) {
     AfxMessageBox("Unable to e-mail the image. Please try again");
     return;
   }
-  CWaitCursor wait;
-  // No names are made before the hand-off is known to be there, so a machine
-  // without a mail program is left without temporary files.
-  const CMailRoute route = FindMailRoute();
-  if (route.kind == CMailRoute::kNone) {
-    wait.Restore();
-    AfxMessageBox(kMailNotFound);
-    return;
-  }
-  if (route.kind == CMailRoute::kCommand && !QFileInfo(route.program).isExecutable() &&
-      QStandardPaths::findExecutable(route.program).isEmpty()) {
-    wait.Restore();
-    AfxMessageBox(kMailProgramFailed);
-    return;
-  }
-  const QString tmp =
-      QDir::tempPath().isEmpty() ? QString() : MakeTempFileName(CKorvelAppDoc::TempPath(), "zib");
-  if (tmp.isEmpty()) {
-    wait.Restore();
-    AfxMessageBox("Unable to e-mail the image. Please try again");
-    return;
-  }
-  // The attachment never goes through a file already at its name: another
-  // temporary name is made until one is free. After a failed save, told to
-  // the user by the save itself, nothing is handed over, since the hand-off
-  // deletes the file it was given.
-  // The attachment carries the photo's metadata, by default without its
-  // position and serial numbers (privacy/stripLocation).
-  bool firstName = true;
-  const bool withoutPrivate = StripPrivateOnShare();
-  const auto nextName = [&] {
-    const QString name = AttachmentNameFor(
-        std::exchange(firstName, false) ? tmp : MakeTempFileName(CKorvelAppDoc::TempPath(), "zib"));
-    ShareKeptMeta(doc->PathAt(doc->CurrentIndex()), name, withoutPrivate);
-    return name;
-  };
-  const QString attachment = SaveNewPicture(FormatForExtension("jpg"), nextName, photo,
-                                            doc->ResolutionAt(doc->CurrentIndex()));
-  wait.Restore();
-  if (attachment.isEmpty()) return;
-  CMailHandOff::Instance().Start(route, attachment);
+  const CMailRoute route = UsableMailRoute();
+  if (route.kind == CMailRoute::kNone) return;
+  // Whether this photo goes without its position and serial numbers is asked
+  // each time, the answer becoming the default for the next photo shared.
+  const KorvelPrompt::CheckAnswer privacy = KorvelPrompt::Current().MessageBoxWithCheck(
+      kMailCopyMessage, kMailLeaveOutPrivate, StripPrivateOnShare(), KorvelPrompt::MB_OKCANCEL);
+  if (privacy.result != KorvelPrompt::IDOK) return;
+  CKorvelApp::Settings()->setValue("privacy/stripLocation", privacy.checked);
+  // After a failed save nothing is handed over, since the hand-off deletes
+  // the file it was given.
+  const QString attachment = SaveAttachment(doc, photo, privacy.checked);
+  if (!attachment.isEmpty()) CMailHandOff::Instance().Start(route, attachment);
 }
 
 #include "email.moc"

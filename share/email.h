@@ -24,6 +24,9 @@ class QProcess;
 extern const char kMailNotFound[];
 extern const char kMailProgramFailed[];
 extern const char kMailSendFailed[];
+// The message before each e-mail, and its check box.
+extern const char kMailCopyMessage[];
+extern const char kMailLeaveOutPrivate[];
 
 // One way of handing a file to the mail program.
 struct CMailRoute {

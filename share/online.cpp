@@ -4,10 +4,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <string>
 #include <vector>
 
 #include "app/document.h"
 #include "app/korvelapp.h"
+#include "app/photometa.h"
 #include "app/prompt.h"
 #include "share/launcher.h"
 
@@ -35,6 +37,44 @@ QUrl HostSetting(const char *key, const char *otherwise) {
   url.setQuery(QString());
   url.setFragment(QString());
   return url;
+}
+
+// Creates a new, empty file in `folder` for a copy of the photo `name`
+// ("name-shared.jpg", then "-shared-2" and on), so that the copy is never
+// written over a file already there; empty when none could be created.
+QString CreateCopyFile(const QString &folder, const QString &name) {
+  const QFileInfo info(name);
+  const QString suffix = info.suffix().isEmpty() ? QString() : "." + info.suffix();
+  for (int n = 1; n < 1000; ++n) {
+    const QString path = QStringLiteral("%1/%2-shared%3%4")
+                             .arg(folder, info.completeBaseName(),
+                                  n == 1 ? QString() : QStringLiteral("-%1").arg(n), suffix);
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) return path;
+    // Only a name already taken is worth another try.
+    if (!QFileInfo::exists(path) && !QFileInfo(path).isSymLink()) break;
+  }
+  return {};
+}
+
+// The name files.txt gives the photo at `index`: its own file's, or, when
+// photos leave without their position and serial numbers and it has a file,
+// a copy's made beside the list. Empty, with the copy gone, when the copy
+// could not be made: the original is then never offered instead.
+QString ListedName(const CKorvelAppDoc *doc, int index, const QString &folder, QStringList *made) {
+  const QString name = doc->FileNameAt(index);
+  const QString original = doc->PathAt(index);
+  if (!StripPrivateOnShare() || !QFileInfo(original).isFile()) return name;
+  const QString copy = CreateCopyFile(folder, name);
+  std::string why = "no new file could be created in " + QFile::encodeName(folder).toStdString();
+  if (!copy.isEmpty() &&
+      MetaPrivateCopy(QFile::encodeName(original), QFile::encodeName(copy), &why)) {
+    *made << copy;
+    return QFileInfo(copy).fileName();
+  }
+  if (!copy.isEmpty()) QFile::remove(copy);
+  qWarning("%s: no copy to share: %s", qPrintable(original), why.c_str());
+  return {};
 }
 
 }  // namespace
@@ -66,7 +106,6 @@ bool WriteShareList(const CKorvelAppDoc *doc) {
   if (doc->Selection().empty()) listed.push_back(doc->CurrentIndex());
   for (uint32_t index : doc->Selection())
     listed.push_back(int(index));
-  QByteArray list;
   for (int index : listed) {
     const QString name = doc->FileNameAt(index);
     // A line break would split the name into lines naming photos that were
@@ -79,11 +118,25 @@ bool WriteShareList(const CKorvelAppDoc *doc) {
                         .arg(QString(name).replace(QRegularExpression("\r\n|\r|\n"), " ")));
       return false;
     }
+  }
+  const QString folder = ShareListFolder();
+  QByteArray list;
+  QStringList made;
+  for (int index : listed) {
+    const QString name = ListedName(doc, index, folder, &made);
+    if (name.isEmpty()) {
+      for (const QString &copy : std::as_const(made))
+        QFile::remove(copy);
+      AfxMessageBox(QStringLiteral("The photo \"%1\" could not be copied without its location and "
+                                   "camera serial number, so nothing was listed for Korvel Online.")
+                        .arg(doc->FileNameAt(index)));
+      return false;
+    }
     list += name.toLocal8Bit() + '\n';
   }
   // An unwritable folder is not reported: the page then simply finds the
   // list it found before, or none.
-  QFile file(ShareListFolder() + "/files.txt");
+  QFile file(folder + "/files.txt");
   if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) file.write(list);
   return true;
 }

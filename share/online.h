@@ -30,6 +30,9 @@ QString ShareListFolder();
 
 // Writes files.txt: the current photo's file name, or with photos selected
 // each selected photo's in selection order, one a line, each ended by "\n".
+// While privacy/stripLocation is on, a photo with a file is listed as a new
+// copy beside the list without its position and serial numbers (never the
+// original); a photo that cannot be copied so refuses the list.
 // False, after telling the user, when there is no current photo or a name
 // to list holds a line break (the list is then left as it was).
 bool WriteShareList(const CKorvelAppDoc *doc);

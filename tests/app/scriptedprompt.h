@@ -19,6 +19,15 @@ class ScriptedPrompt : public KorvelPrompt {
     buttonSets.push_back(buttons);
     return Pop(answers, buttons == MB_OK ? int(IDOK) : int(IDCANCEL));
   }
+  // An empty queue answers OK with the box left as it was shown.
+  CheckAnswer MessageBoxWithCheck(const QString &text, const QString &check, bool checked,
+                                  int buttons) override {
+    checkMessages.append(text);
+    checkLabels.append(check);
+    checkShown.push_back(checked);
+    checkButtonSets.push_back(buttons);
+    return Pop(checkAnswers, CheckAnswer{IDOK, checked});
+  }
   SavePhotoAnswer AskSavePhoto(const QString &fileName) override {
     savePhotoNames.append(fileName);
     return Pop(savePhoto, SavePhotoAnswer{});
@@ -41,11 +50,15 @@ class ScriptedPrompt : public KorvelPrompt {
   void Beep() override { ++beeps; }
 
   // What was asked.
-  QStringList messages, savePhotoNames, openFilters, openInitials, saveFilters, saveInitials;
+  QStringList messages, checkMessages, checkLabels, savePhotoNames, openFilters, openInitials,
+      saveFilters, saveInitials;
   std::deque<int> buttonSets;
+  std::deque<int> checkButtonSets;
+  std::deque<bool> checkShown;  // how each check box was ticked when shown
   int getPhotoAsked = 0, aboutShown = 0, beeps = 0;
   // What to answer, first in first out.
   std::deque<int> answers;
+  std::deque<CheckAnswer> checkAnswers;
   std::deque<SavePhotoAnswer> savePhoto;
   std::deque<FileAnswer> openFiles, saveFiles;
   std::deque<GetPhotoAnswer> getPhoto;

@@ -5,6 +5,8 @@
 #include <QSettings>
 #include <QStandardPaths>
 
+#include "app/photofiles.h"
+#include "meta/meta.h"
 #include "share/email.h"
 #include "tests/share/sharetest.h"
 
@@ -138,6 +140,46 @@ TEST_F(Email, ThunderbirdAsTheDefaultClient) {
   Send();
   EXPECT_EQ(prompt.messages.last(), kMailProgramFailed);
   EXPECT_EQ(Kept(2), attachment);
+}
+
+// Each e-mail asks first, with a check box preset from privacy/stripLocation,
+// whether the position and serial numbers go along: the box decides this
+// attachment and becomes the setting, and the photo's file never changes.
+TEST_F(Email, CheckBoxLeavesOutThePosition) {
+  WriteCommand("xdg-email");
+  const QString original = photos.path() + "/gps.jpg";
+  ASSERT_TRUE(QFile::copy(KORVEL_TESTDATA_DIR "/exif/exiftool__GPS.jpg", original));
+  const QByteArray before = Read(original);
+  ASSERT_TRUE(OpenPhotoFile(doc, original));
+  doc->SetCurrentIndex(1);
+  const auto hasPrivate = [](const QString &path) {
+    PhotoMeta meta;
+    return MetaRead(QFile::encodeName(path), &meta) && !meta.exif.empty() && MetaHasPrivate(meta);
+  };
+  ASSERT_TRUE(hasPrivate(original));
+  prompt.checkAnswers = {{KorvelPrompt::IDOK, false}, {KorvelPrompt::IDOK, true}, {}};
+  for (bool ticked : {false, true}) {
+    SCOPED_TRACE(ticked);
+    Send();
+    const QString sent = record.path() + "/attachment";
+    PhotoMeta meta;
+    EXPECT_TRUE(MetaRead(QFile::encodeName(sent), &meta) && !meta.exif.empty());
+    EXPECT_EQ(hasPrivate(sent), !ticked);
+    EXPECT_EQ(CKorvelApp::Settings()->value("privacy/stripLocation").toBool(), ticked);
+    ASSERT_TRUE(QFile::remove(sent));
+  }
+  Send();  // cancelled: nothing handed over, the setting as it was
+  EXPECT_FALSE(QFile::exists(record.path() + "/attachment"));
+  EXPECT_TRUE(CKorvelApp::Settings()->value("privacy/stripLocation").toBool());
+  EXPECT_EQ(prompt.checkShown, (std::deque<bool>{true, false, true}));
+  EXPECT_EQ(prompt.checkMessages,
+            QStringList(3,
+                        "The photo will be attached to a new e-mail message as a copy. The "
+                        "photo on your computer is not changed."));
+  EXPECT_EQ(prompt.checkLabels, QStringList(3, "Leave out location and camera serial number"));
+  EXPECT_EQ(prompt.checkButtonSets, std::deque<int>(3, KorvelPrompt::MB_OKCANCEL));
+  EXPECT_TRUE(prompt.messages.isEmpty());
+  EXPECT_EQ(Read(original), before);
 }
 
 // The portal is tried first: the test program runs itself again under a

@@ -2,6 +2,7 @@
 // each button opens.
 #include <QSettings>
 
+#include "meta/meta.h"
 #include "share/online.h"
 #include "tests/share/sharetest.h"
 
@@ -66,6 +67,42 @@ TEST_F(Online, NamesWithLineBreaksAreRefused) {
   EXPECT_EQ(prompt.messages, QStringList{text.arg("four .jpg")});
   EXPECT_TRUE(launcher.urls.isEmpty());
   EXPECT_FALSE(QFile::exists(TempList()));
+}
+
+// While photos leave without their position, files.txt names new copies
+// made beside it, never written over another file; the originals stay as
+// they were, and are listed themselves with the setting off. A photo that
+// cannot be copied so refuses the list, and no copy of it is left.
+TEST_F(Online, PrivateCopiesAreListed) {
+  const QString share = photos.path() + "/share/", original = photos.path() + "/gps.jpg";
+  ASSERT_TRUE(QDir().mkpath(share));
+  ASSERT_TRUE(QFile::copy(KORVEL_TESTDATA_DIR "/exif/exiftool__GPS.jpg", original));
+  ASSERT_TRUE(Write(share + "gps-shared.jpg", "another file"));
+  ASSERT_TRUE(Write(photos.path() + "/bad.jpg", QByteArray("\xff\xd8\xff\xe1\x00\x40Exif\0\0MM")));
+  const QByteArray before = Read(original);
+  Add(original);
+  Add("/photos/unsaved.jpg");
+  Add(photos.path() + "/bad.jpg");
+  EXPECT_EQ(List({0, 1}), "gps-shared-2.jpg\nunsaved.jpg\n");
+  EXPECT_EQ(List({0}), "gps-shared-3.jpg\n");
+  PhotoMeta copy, kept;
+  ASSERT_TRUE(MetaRead(QFile::encodeName(share + "gps-shared-2.jpg"), &copy));
+  ASSERT_TRUE(MetaRead(QFile::encodeName(original), &kept));
+  EXPECT_FALSE(copy.exif.empty());
+  EXPECT_FALSE(MetaHasPrivate(copy));
+  EXPECT_TRUE(MetaHasPrivate(kept));
+  EXPECT_EQ(Read(original), before);
+  EXPECT_EQ(Read(share + "gps-shared.jpg"), "another file");
+  EXPECT_TRUE(prompt.messages.isEmpty());
+  EXPECT_EQ(List({0, 2}), "<refused>");
+  EXPECT_EQ(prompt.messages, QStringList{"The photo \"bad.jpg\" could not be copied without its "
+                                         "location and camera serial number, so nothing was "
+                                         "listed for Korvel Online."});
+  EXPECT_EQ(Read(share + "files.txt"), "gps-shared-3.jpg\n");
+  CKorvelApp::Settings()->setValue("privacy/stripLocation", false);
+  EXPECT_EQ(List({2, 0}), "bad.jpg\ngps.jpg\n");
+  EXPECT_EQ(Files(share, "*-shared*"),
+            (QStringList{"gps-shared-2.jpg", "gps-shared-3.jpg", "gps-shared.jpg"}));
 }
 
 TEST_F(Online, PagesOpenedByTheButtons) {
