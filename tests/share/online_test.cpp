@@ -78,7 +78,9 @@ TEST_F(Online, PrivateCopiesAreListed) {
   ASSERT_TRUE(QDir().mkpath(share));
   ASSERT_TRUE(QFile::copy(KORVEL_TESTDATA_DIR "/exif/exiftool__GPS.jpg", original));
   ASSERT_TRUE(Write(share + "gps-shared.jpg", "another file"));
-  ASSERT_TRUE(Write(photos.path() + "/bad.jpg", QByteArray("\xff\xd8\xff\xe1\x00\x40Exif\0\0MM")));
+  ASSERT_TRUE(Write(photos.path() + "/bad.jpg", QByteArray("\xff\xd8\xff\xe1\x00\x40"
+                                                           "Exif\0\0MM",
+                                                           14)));
   const QByteArray before = Read(original);
   Add(original);
   Add("/photos/unsaved.jpg");
