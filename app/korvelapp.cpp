@@ -46,6 +46,7 @@ CKorvelApp::CommandLine CKorvelApp::ParseCommandLine(const QStringList &argument
       if (line.action == CommandLine::kRun) {
         line.action = CommandLine::kUsageError;
         line.problem = QStringLiteral("unknown option '%1'").arg(argument);
+        line.longOption = argument.startsWith(QLatin1String("--"));
       }
     } else {
       words.append(argument);

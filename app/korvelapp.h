@@ -26,6 +26,9 @@ class CKorvelApp {
     Action action = kRun;
     QString path;     // kRun: the photo to open, empty for none
     QString problem;  // kUsageError: what is wrong, for the message
+    // kUsageError: a long option, which Qt never takes, so it can be refused
+    // before Qt starts (and without a display).
+    bool longOption = false;
   };
   static CommandLine ParseCommandLine(const QStringList &arguments);
   static QString Usage();

@@ -16,6 +16,13 @@ QStringList RawArguments(int argc, char **argv) {
   return arguments;
 }
 
+// A wrong command line: what is wrong, where to look, and the usual exit code.
+int UsageError(const QString &problem) {
+  std::fprintf(stderr, "korvelapp: %s\nTry 'korvelapp --help' for more information.\n",
+               qPrintable(problem));
+  return 2;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -29,6 +36,8 @@ int main(int argc, char **argv) {
     std::printf("%s\n", qPrintable(CKorvelApp::VersionLine()));
     return 0;
   }
+  if (early.action == CKorvelApp::CommandLine::kUsageError && early.longOption)
+    return UsageError(early.problem);
 
   // Qt takes its own options (-platform, -style, ...) out of the arguments.
   QApplication qt(argc, argv);
@@ -36,11 +45,7 @@ int main(int argc, char **argv) {
   QApplication::setApplicationVersion(KorvelVersion());
   QApplication::setDesktopFileName("korvelapp");
   const CKorvelApp::CommandLine line = CKorvelApp::ParseCommandLine(QApplication::arguments());
-  if (line.action == CKorvelApp::CommandLine::kUsageError) {
-    std::fprintf(stderr, "korvelapp: %s\nTry 'korvelapp --help' for more information.\n",
-                 qPrintable(line.problem));
-    return 2;
-  }
+  if (line.action == CKorvelApp::CommandLine::kUsageError) return UsageError(line.problem);
   // Printing, e-mail, the outside editor and the online service sit above
   // the application, which reaches them through the form's output commands.
   CShareCommands output;

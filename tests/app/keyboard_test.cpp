@@ -228,6 +228,9 @@ TEST(CommandLine, OptionsComeFirstAndTheRestIsOnePath) {
     EXPECT_EQ(line.path, path) << arguments.join(' ').toStdString();
   }
   EXPECT_EQ(CKorvelApp::ParseCommandLine({"korvelapp", "-z"}).problem, "unknown option '-z'");
+  // Only a long option is refused before Qt has taken its own single-dash ones.
+  EXPECT_FALSE(CKorvelApp::ParseCommandLine({"korvelapp", "-z"}).longOption);
+  EXPECT_TRUE(CKorvelApp::ParseCommandLine({"korvelapp", "--bogus"}).longOption);
   EXPECT_TRUE(QRegularExpression("^KorvelApp [0-9]+\\.[0-9]+$")
                   .match(CKorvelApp::VersionLine())
                   .hasMatch());
