@@ -16,15 +16,6 @@ namespace {
 
 using namespace testutil;  // NOLINT(build/namespaces)
 
-Picture Smooth(uint32_t width, uint32_t height, uint32_t channels) {
-  Picture p = Pattern(width, height, channels);
-  for (uint32_t y = 0; y < height; ++y)
-    for (uint32_t x = 0; x < width; ++x)
-      for (uint32_t k = 0; k < channels; ++k)
-        p.At(x, y, k) = uint8_t(k == 3 ? 255 - y : 20 + x + y + 40 * k);
-  return p;
-}
-
 void ExpectClose(const Picture &back, const Picture &want) {
   ASSERT_EQ(back.planes.size(), want.planes.size());
   double sum = 0;

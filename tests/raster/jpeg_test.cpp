@@ -29,7 +29,7 @@ Picture Make(uint32_t width, uint32_t height, uint32_t channels, Sample sample) 
 }
 
 // Smooth shapes with a little texture, so that compression keeps them close.
-Picture Smooth(uint32_t width, uint32_t height, uint32_t channels) {
+Picture Textured(uint32_t width, uint32_t height, uint32_t channels) {
   return Make(width, height, channels, [](uint32_t x, uint32_t y, uint32_t k) {
     return 128 + 90 * std::sin(0.21 * x + k) * std::cos(0.17 * y + 0.5 * k) + (x * 7 + y * 13) % 5;
   });
@@ -106,7 +106,7 @@ TEST_F(JpegTest, RoundTripsMatchAnIndependentDecoderExactly) {
   for (const auto &[model, channels] : models)
     for (const auto &[width, height] : shapes) {
       SCOPED_TRACE(testing::Message() << channels << " channels " << width << "x" << height);
-      const Picture original = Smooth(width, height, channels);
+      const Picture original = Textured(width, height, channels);
       ASSERT_EQ(Write(path, model, original), 0);
       Picture back;
       RasDesc desc{};
@@ -138,7 +138,7 @@ TEST_F(JpegTest, WriterTakesRowsInOrderAndToleratesTheLastAgain) {
   ASSERT_EQ(RasSetDesc(&desc, RasFormatJpeg, 8, 3, 1, RasModelGray, -1.0F), 0);
   ASSERT_EQ(RasOpen(path.c_str(), 'w', &desc), 0);
   EXPECT_EQ(Put(&desc, rows, 0), 0);
-  EXPECT_EQ(Put(&desc, Smooth(8, 3, 1), 0), 0);  // ignored
+  EXPECT_EQ(Put(&desc, Textured(8, 3, 1), 0), 0);  // ignored
   EXPECT_EQ(Put(&desc, rows, 2), -1);
   EXPECT_EQ(log_.Last(), (Logged{"JpegWriteSl", -1, 3}));
   EXPECT_EQ(Put(&desc, rows, 1), 0);
@@ -182,7 +182,7 @@ TEST_F(JpegTest, JfifDensityBothWays) {
   RasDesc desc{};
   for (const auto &[resolution, unit, density] : cases) {
     SCOPED_TRACE(resolution);
-    ASSERT_EQ(Write(path, RasModelRgb, Smooth(5, 5, 3), resolution), 0);
+    ASSERT_EQ(Write(path, RasModelRgb, Textured(5, 5, 3), resolution), 0);
     const Bytes b = ReadFile(path);
     const auto hi = static_cast<uint8_t>(density >> 8), lo = static_cast<uint8_t>(density);
     EXPECT_EQ(
@@ -195,7 +195,7 @@ TEST_F(JpegTest, JfifDensityBothWays) {
   EXPECT_EQ(RasFileSetOption(RasFileOptExpectedSize, &saved), 0);
   EXPECT_EQ(now, expected);
   // Dots per centimetre.
-  ASSERT_EQ(Write(path, RasModelGray, Smooth(5, 5, 1), 100.0F), 0);
+  ASSERT_EQ(Write(path, RasModelGray, Textured(5, 5, 1), 100.0F), 0);
   Bytes file = ReadFile(path);
   file[13] = 2;
   WriteFile(path, file);
@@ -207,7 +207,7 @@ TEST_F(JpegTest, RestartMarkersFollowTheSetting) {
   for (bool off : {false, true}) {  // the default first
     SCOPED_TRACE(off);
     ASSERT_EQ(off ? JpegSetOption(JpegOptRestart, 0) : 0, 0);
-    ASSERT_EQ(Write(TempPath("rst.jpg"), RasModelGray, Smooth(16, 64, 1)), 0);
+    ASSERT_EQ(Write(TempPath("rst.jpg"), RasModelGray, Textured(16, 64, 1)), 0);
     const Bytes b = ReadFile(TempPath("rst.jpg"));
     int markers = 0;  // the interval's definition, and one between each two of 8 MCU rows
     for (size_t i = 0; i + 1 < b.size(); ++i)
@@ -231,7 +231,7 @@ TEST_F(JpegTest, DamagedFilesFailCleanly) {
   EXPECT_EQ(ReadPicture(TempPath("stub.jpg"), &back), -5);
   EXPECT_EQ(log_.Last(), (Logged{"JpegReadSl", -5, 8}));
 
-  ASSERT_EQ(Write(TempPath("whole.jpg"), RasModelRgb, Smooth(64, 48, 3)), 0);
+  ASSERT_EQ(Write(TempPath("whole.jpg"), RasModelRgb, Textured(64, 48, 3)), 0);
   const Bytes whole = ReadFile(TempPath("whole.jpg"));
 
   // A second frame where the end of image belongs fails the last row.
@@ -251,7 +251,7 @@ TEST_F(JpegTest, DamagedFilesFailCleanly) {
 }
 
 TEST_F(JpegTest, HugeDeclaredPicturesAreRefusedBeforeAnyDecoding) {
-  ASSERT_EQ(Write(TempPath("small.jpg"), RasModelRgb, Smooth(16, 16, 3)), 0);
+  ASSERT_EQ(Write(TempPath("small.jpg"), RasModelRgb, Textured(16, 16, 3)), 0);
   const Bytes small = ReadFile(TempPath("small.jpg"));
   const size_t frame = Segment(small, 0xC0);
   ASSERT_LT(frame, small.size());
@@ -290,7 +290,7 @@ TEST_F(JpegTest, HugeDeclaredPicturesAreRefusedBeforeAnyDecoding) {
 }
 
 TEST_F(JpegTest, MemoryBlocksServeAsSourceAndDestination) {
-  const Picture image = Smooth(300, 20, 3);
+  const Picture image = Textured(300, 20, 3);
   ASSERT_EQ(Write(TempPath("disk.jpg"), RasModelRgb, image), 0);
   Bytes file = ReadFile(TempPath("disk.jpg"));
   RasMemName source, dest;

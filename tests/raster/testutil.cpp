@@ -65,6 +65,15 @@ bool operator==(const Picture &a, const Picture &b) {
          a.planes == b.planes;
 }
 
+Picture Smooth(uint32_t width, uint32_t height, uint32_t channels) {
+  Picture p = Pattern(width, height, channels);
+  for (uint32_t y = 0; y < height; ++y)
+    for (uint32_t x = 0; x < width; ++x)
+      for (uint32_t k = 0; k < channels; ++k)
+        p.At(x, y, k) = uint8_t(k == 3 ? 255 - 2 * y : 20 + 2 * x + y + 30 * k);
+  return p;
+}
+
 Picture Pattern(uint32_t width, uint32_t height, uint32_t channels) {
   Picture picture{width, height, channels,
                   std::vector<Bytes>(channels, Bytes(size_t{width} * height))};

@@ -35,6 +35,9 @@ bool operator==(const Picture &a, const Picture &b);
 // Samples that differ by position and channel, so a swapped plane, a row out
 // of place or a pixel off by one shows.
 Picture Pattern(uint32_t width, uint32_t height, uint32_t channels);
+// A smooth picture, as photos mostly are, so lossy coding stays close; a fourth
+// channel falls from top to bottom.
+Picture Smooth(uint32_t width, uint32_t height, uint32_t channels);
 // The largest difference between two pictures of the same shape.
 int MaxDifference(const Picture &a, const Picture &b);
 

@@ -13,16 +13,6 @@ namespace {
 
 using namespace testutil;  // NOLINT(build/namespaces)
 
-// A smooth picture, as photos mostly are, so lossy coding stays close.
-Picture Smooth(uint32_t width, uint32_t height, uint32_t channels) {
-  Picture p = Pattern(width, height, channels);
-  for (uint32_t y = 0; y < height; ++y)
-    for (uint32_t x = 0; x < width; ++x)
-      for (uint32_t k = 0; k < channels; ++k)
-        p.At(x, y, k) = uint8_t(k == 3 ? 255 - 2 * y : 20 + 2 * x + y + 30 * k);
-  return p;
-}
-
 double MeanDifference(const Picture &a, const Picture &b) {
   double sum = 0;
   for (size_t k = 0; k < a.planes.size(); ++k)
