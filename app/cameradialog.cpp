@@ -15,12 +15,12 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "app/dib.h"
-#include "app/dibpreview.h"
-#include "app/dibraster.h"
-#include "app/photometa.h"
-#include "app/prompt.h"
-#include "app/waitcursor.h"
+#include "photo/dib.h"
+#include "photo/dibpreview.h"
+#include "photo/dibraster.h"
+#include "photo/photometa.h"
+#include "photo/prompt.h"
+#include "photo/waitcursor.h"
 #include "raster/core/rasfile.h"
 #include "raster/ras.h"
 

@@ -2,6 +2,8 @@
 // while it is showing.
 #include "app/filedialog.h"
 
+#include "photo/photofiles.h"
+
 #include <QComboBox>
 #include <QLineEdit>
 #include <algorithm>
@@ -72,14 +74,7 @@ int DFileDialog::FilterIndexForName(const QString &name, int current) {
 }
 
 QString DFileDialog::ExtensionForIndex(int index) {
-  switch (index) {
-    case 2:
-      return QStringLiteral("bmp");
-    case 3:
-      return QStringLiteral("tif");
-    default:
-      return QStringLiteral("jpg");
-  }
+  return SaveTypeExtension(index);
 }
 
 QString DFileDialog::RenameForType(const QString &name, int index) {

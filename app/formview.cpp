@@ -6,17 +6,17 @@
 #include <QMimeData>
 #include <QPainter>
 
-#include "app/buttontextview.h"
-#include "app/document.h"
-#include "app/formcontrols.h"
 #include "app/mainframe.h"
-#include "app/outputcommands.h"
-#include "app/photofiles.h"
-#include "app/prompt.h"
-#include "app/skinbutton.h"
-#include "app/thumbview.h"
-#include "edit/imageview.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "photo/prompt.h"
+#include "res/formcontrols.h"
 #include "res/resources.h"
+#include "share/outputcommands.h"
+#include "views/buttontextview.h"
+#include "views/imageview.h"
+#include "views/skinbutton.h"
+#include "views/thumbview.h"
 
 namespace {
 
@@ -114,9 +114,11 @@ void CKorvelAppView::OnInitialUpdate() {
   imageView_ = new CImageView(doc_, this);
   imageView_->setGeometry(QRect(at, QSize(kViewWidth, kViewHeight)));
   imageView_->OnInitialUpdate();
+  connect(imageView_, &CImageView::colorClick, this,
+          [this](QPoint photo) { imageView_->ColorCorrectAt(photo, ChosenColorTool()); });
   imageView_->hide();
 
-  helpPane_ = new CButtonTextView(this);
+  helpPane_ = new CButtonTextView(doc_, this);
   helpPane_->setGeometry(QRect(at + QPoint(0, kViewHeight + 1), QSize(kHelpWidth, kHelpHeight)));
   helpPane_->show();
   helpPane_->SetText(1000);
@@ -406,6 +408,19 @@ void CKorvelAppView::ChooseColorTool(int button, int help) {
     Control(id)->setEnabled(id != button);
 }
 
+COutputContext CKorvelAppView::OutputContext() {
+  return {doc_, [this](int id) { SetHelpText(id); }, window()};
+}
+
+int CKorvelAppView::ChosenColorTool() const {
+  // The chosen tool's button is the one disabled.
+  static const struct { int button, tool; } kTools[] = {{1030, 2}, {1029, 1}, {1026, 3}, {1025, 0}};
+  for (const auto &t : kTools) {
+    if (const QWidget *button = Control(t.button); button && !button->isEnabled()) return t.tool;
+  }
+  return -1;
+}
+
 void CKorvelAppView::OnFoliage() {
   ChooseColorTool(1025, 1012);
 }
@@ -500,23 +515,26 @@ bool CKorvelAppView::QuerySaveBeforeClose() {
 // The output commands show their own help at the moment their flow calls
 // for it; without them installed the buttons only explain themselves.
 void CKorvelAppView::OnGoOnline() {
-  if (COutputCommands *output = COutputCommands::Current()) return output->OnVisitOnline(this);
+  if (COutputCommands *output = COutputCommands::Current())
+    return output->OnVisitOnline(OutputContext());
   SetHelpText(1017);
 }
 void CKorvelAppView::OnShare() {
-  if (COutputCommands *output = COutputCommands::Current()) return output->OnSharePhotos(this);
+  if (COutputCommands *output = COutputCommands::Current())
+    return output->OnSharePhotos(OutputContext());
   SetHelpText(1018);
 }
 void CKorvelAppView::OnProjects() {
-  if (COutputCommands *output = COutputCommands::Current()) return output->OnProjects(this);
+  if (COutputCommands *output = COutputCommands::Current())
+    return output->OnProjects(OutputContext());
   SetHelpText(1003);
 }
 void CKorvelAppView::OnPrint() {
-  if (COutputCommands *output = COutputCommands::Current()) return output->OnPrint(this);
+  if (COutputCommands *output = COutputCommands::Current()) return output->OnPrint(OutputContext());
   SetHelpText(1004);
 }
 void CKorvelAppView::OnEmail() {
-  if (COutputCommands *output = COutputCommands::Current()) output->OnEmail(this);
+  if (COutputCommands *output = COutputCommands::Current()) output->OnEmail(OutputContext());
 }
 
 // Files dropped on the thumbnails open one by one, as the open command would.

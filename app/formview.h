@@ -11,7 +11,8 @@
 #include <QRect>
 #include <QWidget>
 
-#include "app/scaledpixmap.h"
+#include "share/outputcommands.h"
+#include "views/scaledpixmap.h"
 
 class CKorvelAppDoc;
 class CThumbView;
@@ -103,6 +104,10 @@ class CKorvelAppView : public QWidget {
   void ShowControls(std::initializer_list<int> ids, bool show = true);
   void HideGroups();
   void ChooseColorTool(int button, int help);
+  // What the output commands are given: the work area, the help line, the window.
+  COutputContext OutputContext();
+  // The colour tool the user chose (0-3), or -1 before one is chosen.
+  int ChosenColorTool() const;
   // One zoom step in (1) or out (-1) from the scale shown.
   void ZoomStep(int direction);
 

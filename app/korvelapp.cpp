@@ -6,21 +6,18 @@
 #include <QGuiApplication>
 #include <QSessionManager>
 
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/mainframe.h"
 #include "app/shortcuts.h"
+#include "photo/document.h"
+#include "photo/settings.h"
 #include "res/resources.h"
 
 CKorvelApp::CKorvelApp() = default;
 CKorvelApp::~CKorvelApp() = default;
 
-std::unique_ptr<QSettings> CKorvelApp::Settings() {
-  return std::make_unique<QSettings>("Local AppWizard-Generated Applications", "KorvelApp");
-}
-
 void CKorvelApp::LoadStdProfileSettings(int count) {
-  const auto settings = Settings();
+  const auto settings = KorvelSettings();
   settings->beginGroup("Recent File List");
   for (int i = 1; i <= count; ++i) {
     const QString file = settings->value(QString("File%1").arg(i)).toString();

@@ -2,7 +2,6 @@
 // with its main window.
 #pragma once
 
-#include <QSettings>
 #include <QStringList>
 #include <memory>
 
@@ -12,10 +11,6 @@ class CKorvelAppView;
 
 class CKorvelApp {
  public:
-  // The document string: application, (none), document name, (none), (none),
-  // type id, type name.
-  static constexpr char kDocString[] =
-      "KorvelApp\n\nKorvel\n\n\nKorvelApp.Document\nKorvel Document";
   static constexpr int kRecentFiles = 4;
 
   // What the command line asks for. Options come before the photo; "--" ends them,
@@ -48,8 +43,6 @@ class CKorvelApp {
   CKorvelAppView *View() const { return view_; }
   // The recent-file list read from the settings (at most four entries).
   const QStringList &RecentFiles() const { return recent_; }
-  // The settings every part of the program shares.
-  static std::unique_ptr<QSettings> Settings();
 
  private:
   void LoadStdProfileSettings(int count);

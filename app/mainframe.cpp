@@ -8,17 +8,18 @@
 #include <cstring>
 
 #include "app/cameradialog.h"
-#include "app/dibraster.h"
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
-#include "app/photofiles.h"
-#include "app/prompt.h"
-#include "app/thumbview.h"
-#include "app/waitcursor.h"
-#include "edit/imageview.h"
+#include "photo/dibraster.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "photo/prompt.h"
+#include "photo/settings.h"
+#include "photo/waitcursor.h"
 #include "raster/ras.h"
 #include "res/resources.h"
+#include "views/imageview.h"
+#include "views/thumbview.h"
 
 // The session as the frame uses it: pictures go to the work area, and every
 // failure the frame sees becomes one message.
@@ -109,8 +110,7 @@ QStringList CMainFrame::ListSources() {
   for (const TW_IDENTITY &source : sources_)
     names << QString::fromLatin1(source.ProductName,
                                  qsizetype(strnlen(source.ProductName, sizeof source.ProductName)));
-  const QStringList extra =
-      CKorvelApp::Settings()->value(QStringLiteral("cameras/extra")).toStringList();
+  const QStringList extra = KorvelSettings()->value(QStringLiteral("cameras/extra")).toStringList();
   cameras_ = GpFindCameras(extra);
   for (const GpCameraId &camera : cameras_)
     names << QStringLiteral("%1 (%2)").arg(camera.model, camera.port);

@@ -15,7 +15,7 @@
 #include <QVBoxLayout>
 
 #include "app/filedialog.h"
-#include "app/formcontrols.h"
+#include "res/formcontrols.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // Photo" question, the "Get Photo" dialog and the About box.
 #pragma once
 
-#include "app/prompt.h"
+#include "photo/prompt.h"
 
 class QtPrompt : public KorvelPrompt {
  public:

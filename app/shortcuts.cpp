@@ -7,12 +7,12 @@
 #include <tuple>
 #include <vector>
 
-#include "app/document.h"
-#include "app/formcontrols.h"
 #include "app/formview.h"
 #include "app/mainframe.h"
-#include "app/strings.h"
-#include "app/thumbview.h"
+#include "photo/document.h"
+#include "photo/strings.h"
+#include "res/formcontrols.h"
+#include "views/thumbview.h"
 
 namespace {
 

@@ -15,15 +15,16 @@
 #include <cstring>
 #include <string>
 
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
-#include "app/photofiles.h"
-#include "app/thumbview.h"
+#include "app/qtprompt.h"
 #include "bench/spawn.h"
 #include "bench/threads.h"
-#include "edit/dibplanar.h"
-#include "edit/imageview.h"
+#include "photo/dibplanar.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "views/imageview.h"
+#include "views/thumbview.h"
 
 namespace {
 
@@ -99,7 +100,7 @@ void BenchEditor(int runs) {
   form->OnCommand(1026);  // neutrals
   int x = 100;
   const double click = MedianMs(runs, [&] {
-    view->ColorCorrectAt(QPoint(x += 7, 200));
+    view->ColorCorrectAt(QPoint(x += 7, 200), 3);
     return view->CurrentImage() && view->CurrentImage()->Width() == 640 && view->Changed();
   });
   PrintBench("colour_click_640x480", click, "budget", 30.0);
@@ -135,6 +136,8 @@ int main(int argc, char **argv) {
   }
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication qt(argc, argv);
+  QtPrompt dialogs;
+  KorvelPrompt::SetRealDialogs(&dialogs);
   const int runs = std::max(5, std::atoi(argv[2]));
   BenchOpen(argv[1], runs);
   BenchEditor(runs);

@@ -16,7 +16,7 @@
 #include "bench/threads.h"
 #include "colorengine/apply.h"
 #include "colorengine/cc.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 namespace {
 

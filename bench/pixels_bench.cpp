@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "bench/threads.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 int main(int argc, char **argv) {
   const int runs = std::max(5, argc > 1 ? std::atoi(argv[1]) : 5);

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "colorengine/work.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 namespace cc {
 

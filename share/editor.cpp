@@ -5,12 +5,12 @@
 
 #include <QDir>
 
-#include "app/dib.h"
-#include "app/document.h"
-#include "app/korvelapp.h"
-#include "app/photofiles.h"
-#include "app/prompt.h"
-#include "app/strings.h"
+#include "photo/dib.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "photo/prompt.h"
+#include "photo/settings.h"
+#include "photo/strings.h"
 #include "share/launcher.h"
 #include "share/tempfiles.h"
 
@@ -23,7 +23,7 @@ constexpr char kPhotoDeluxeEntries[] = "org.gimp.GIMP.desktop;gimp.desktop";
 QStringList EntriesFor(const QString &progId) {
   const QVariant fallback =
       progId == kPhotoDeluxeProgId ? QVariant(kPhotoDeluxeEntries) : QVariant();
-  const QVariant value = CKorvelApp::Settings()->value("editors/" + progId, fallback);
+  const QVariant value = KorvelSettings()->value("editors/" + progId, fallback);
   // A list written through QSettings comes back as a list; text holds ";".
   const QString joined =
       value.typeId() == QMetaType::QStringList ? value.toStringList().join(';') : value.toString();

@@ -24,13 +24,13 @@
 #include <functional>
 #include <utility>
 
-#include "app/dib.h"
-#include "app/document.h"
-#include "app/korvelapp.h"
-#include "app/photofiles.h"
-#include "app/photometa.h"
-#include "app/prompt.h"
-#include "app/waitcursor.h"
+#include "photo/dib.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "photo/photometa.h"
+#include "photo/prompt.h"
+#include "photo/settings.h"
+#include "photo/waitcursor.h"
 #include "share/desktopentry.h"
 #include "share/tempfiles.h"
 
@@ -255,7 +255,7 @@ void CMailHandOff::Finish(const QString &attachment, bool ok, bool cancelled, co
 }
 
 void CMailHandOff::StartPortal(const QString &attachment) {
-  CKorvelApp::Settings()->setValue("mail/command", QString(kPortalEmail) + ".ComposeEmail");
+  KorvelSettings()->setValue("mail/command", QString(kPortalEmail) + ".ComposeEmail");
   auto *request = new PortalRequest([this, attachment](uint response) {
     // 0: handed to the mail program; 1: the user cancelled; else a failure.
     if (response == 0)
@@ -303,7 +303,7 @@ void CMailHandOff::StartPortal(const QString &attachment) {
 
 void CMailHandOff::StartCommand(const CMailRoute &route, const QString &attachment) {
   const QStringList arguments = route.ArgumentsFor(attachment);
-  CKorvelApp::Settings()->setValue("mail/command", Recorded(route.program, arguments));
+  KorvelSettings()->setValue("mail/command", Recorded(route.program, arguments));
   auto *process = new QProcess(this);
   process->setProgram(route.program);
   process->setArguments(arguments);
@@ -396,7 +396,7 @@ void SendPhotoByEmail(const CKorvelAppDoc *doc) {
   const KorvelPrompt::CheckAnswer privacy = KorvelPrompt::Current().MessageBoxWithCheck(
       kMailCopyMessage, kMailLeaveOutPrivate, StripPrivateOnShare(), KorvelPrompt::MB_OKCANCEL);
   if (privacy.result != KorvelPrompt::IDOK) return;
-  CKorvelApp::Settings()->setValue("privacy/stripLocation", privacy.checked);
+  KorvelSettings()->setValue("privacy/stripLocation", privacy.checked);
   // After a failed save nothing is handed over, since the hand-off deletes
   // the file it was given.
   const QString attachment = SaveAttachment(doc, photo, privacy.checked);

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "app/document.h"
-#include "app/korvelapp.h"
-#include "app/photometa.h"
-#include "app/prompt.h"
+#include "photo/document.h"
+#include "photo/photometa.h"
+#include "photo/prompt.h"
+#include "photo/settings.h"
 #include "share/launcher.h"
 
 namespace {
@@ -24,7 +24,7 @@ constexpr char kDefaultPhotos[] = "photos.korvel-online.example";
 // would hand file:, smb: or ftp: addresses to whatever program the desktop
 // has for them.
 QUrl HostSetting(const char *key, const char *otherwise) {
-  QString value = CKorvelApp::Settings()->value(key, otherwise).toString().trimmed();
+  QString value = KorvelSettings()->value(key, otherwise).toString().trimmed();
   if (value.isEmpty()) value = otherwise;
   // "name:" starts a scheme unless a port number follows the colon
   // ("localhost:8080").

@@ -5,8 +5,8 @@
 #include <QPagedPaintDevice>
 #include <QPrinter>
 
-#include "app/dib.h"
-#include "app/document.h"
+#include "photo/dib.h"
+#include "photo/document.h"
 
 CPrintDC::CPrintDC(QPaintDevice *device) : device_(device) {}
 

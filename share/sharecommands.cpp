@@ -3,10 +3,9 @@
 
 #include <QPrinter>
 
-#include "app/dib.h"
-#include "app/document.h"
-#include "app/formview.h"
-#include "app/prompt.h"
+#include "photo/dib.h"
+#include "photo/document.h"
+#include "photo/prompt.h"
 #include "share/editor.h"
 #include "share/email.h"
 #include "share/online.h"
@@ -23,17 +22,17 @@ void ShareListAndOpen(const CKorvelAppDoc *doc, const QUrl &page) {
 
 }  // namespace
 
-void CShareCommands::OnPrint(CKorvelAppView *view) {
+void CShareCommands::OnPrint(const COutputContext &context) {
   const CShareDialogs::PrintAnswer answer = CShareDialogs::Current().AskPrintChoice();
   if (answer.result != CShareDialogs::IDOK) return;
-  CKorvelAppDoc *doc = view->GetDocument();
+  CKorvelAppDoc *doc = context.doc;
   if (answer.choice == CShareDialogs::kOrderPhotosOnline) {
     ShareListAndOpen(doc, PhotoSitePage("/print"));
     return;
   }
   if (answer.choice != CShareDialogs::kPrintPhoto) return;
 
-  view->SetHelpText(1004);
+  context.ShowHelp(1004);
   if (doc->CurrentIndex() == -1) {
     AfxMessageBox("Please select an image that you would like to print");
     return;
@@ -48,35 +47,35 @@ void CShareCommands::OnPrint(CKorvelAppView *view) {
   PrintPhotos(doc, &printer);
 }
 
-void CShareCommands::OnEmail(CKorvelAppView *view) {
-  SendPhotoByEmail(view->GetDocument());
+void CShareCommands::OnEmail(const COutputContext &context) {
+  SendPhotoByEmail(context.doc);
 }
 
-void CShareCommands::OnSendToPhotoDeluxe(CKorvelAppView *view) {
-  SendToPhotoDeluxe(view->GetDocument());
+void CShareCommands::OnSendToPhotoDeluxe(const COutputContext &context) {
+  SendToPhotoDeluxe(context.doc);
 }
 
-void CShareCommands::OnProjects(CKorvelAppView *view) {
-  view->SetHelpText(1003);
+void CShareCommands::OnProjects(const COutputContext &context) {
+  context.ShowHelp(1003);
   const CShareDialogs::ProjectsAnswer answer = CShareDialogs::Current().AskProjects();
   if (answer.result != CShareDialogs::IDOK) return;
   if (answer.choice == "PrintHouse")
-    OnSendToPhotoDeluxe(view);
+    OnSendToPhotoDeluxe(context);
   else if (answer.choice == "Online")
     OpenPage(PhotoSiteRoot());
 }
 
-void CShareCommands::OnSharePhotos(CKorvelAppView *view) {
-  view->SetHelpText(1018);
+void CShareCommands::OnSharePhotos(const COutputContext &context) {
+  context.ShowHelp(1018);
   const CShareDialogs::ShareAnswer answer = CShareDialogs::Current().AskShare();
   if (answer.result != CShareDialogs::IDOK) return;
   // The share dialog is also where the e-mail command lives, the form's own
   // e-mail button being hidden.
-  if (answer.choice == "EMAIL") return OnEmail(view);
-  ShareListAndOpen(view->GetDocument(), PhotoSitePage("/share"));
+  if (answer.choice == "EMAIL") return OnEmail(context);
+  ShareListAndOpen(context.doc, PhotoSitePage("/share"));
 }
 
-void CShareCommands::OnVisitOnline(CKorvelAppView *view) {
-  view->SetHelpText(1017);
+void CShareCommands::OnVisitOnline(const COutputContext &context) {
+  context.ShowHelp(1017);
   OpenPage(OnlineHomePage());
 }

@@ -2,14 +2,14 @@
 // editor and the online service.
 #pragma once
 
-#include "app/outputcommands.h"
+#include "share/outputcommands.h"
 
 class CShareCommands : public COutputCommands {
  public:
-  void OnPrint(CKorvelAppView *view) override;
-  void OnEmail(CKorvelAppView *view) override;
-  void OnSendToPhotoDeluxe(CKorvelAppView *view) override;
-  void OnProjects(CKorvelAppView *view) override;
-  void OnSharePhotos(CKorvelAppView *view) override;
-  void OnVisitOnline(CKorvelAppView *view) override;
+  void OnPrint(const COutputContext &context) override;
+  void OnEmail(const COutputContext &context) override;
+  void OnSendToPhotoDeluxe(const COutputContext &context) override;
+  void OnProjects(const COutputContext &context) override;
+  void OnSharePhotos(const COutputContext &context) override;
+  void OnVisitOnline(const COutputContext &context) override;
 };

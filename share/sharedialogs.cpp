@@ -11,7 +11,7 @@
 #include <QVBoxLayout>
 #include <functional>
 
-#include "app/prompt.h"
+#include "photo/prompt.h"
 #include "share/seam.h"
 
 namespace {

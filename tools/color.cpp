@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "colorengine/cc.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 #include "raster/ras.h"
 #include "tools/commands.h"
 #include "tools/photoio.h"

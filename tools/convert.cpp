@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "edit/pixels/orient.h"
+#include "pixels/orient.h"
 #include "raster/ras.h"
 #include "raster/rasrgb.h"
 #include "tools/commands.h"

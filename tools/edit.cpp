@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 #include "raster/ras.h"
 #include "tools/commands.h"
 #include "tools/photoio.h"

@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 #include "raster/ras.h"
 
 struct PlanarDeleter {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <string>
 
-#include "edit/pixels/orient.h"
 #include "meta/meta.h"
+#include "pixels/orient.h"
 #include "tools/photoio.h"
 #include "tools/toolio.h"
 

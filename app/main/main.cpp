@@ -3,8 +3,9 @@
 #include <cstdio>
 
 #include "app/korvelapp.h"
-#include "app/outputcommands.h"
+#include "app/qtprompt.h"
 #include "res/resources.h"
+#include "share/outputcommands.h"
 #include "share/sharecommands.h"
 
 namespace {
@@ -48,6 +49,8 @@ int main(int argc, char **argv) {
   if (line.action == CKorvelApp::CommandLine::kUsageError) return UsageError(line.problem);
   // Printing, e-mail, the outside editor and the online service sit above
   // the application, which reaches them through the form's output commands.
+  QtPrompt dialogs;
+  KorvelPrompt::SetRealDialogs(&dialogs);
   CShareCommands output;
   COutputCommands::Install(&output);
   CKorvelApp app;

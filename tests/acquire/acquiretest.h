@@ -19,10 +19,10 @@
 #include <tuple>
 
 #include "acquire/twainsession.h"
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "photo/document.h"
 #include "tests/app/scriptedprompt.h"
 
 // How the source's notifications travel: version 2 manager, source answering

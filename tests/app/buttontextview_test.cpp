@@ -7,10 +7,11 @@
 #include <QScrollBar>
 #include <QSet>
 
-#include "app/buttontextview.h"
-#include "app/document.h"
 #include "app/korvelapp.h"
-#include "app/strings.h"
+#include "photo/document.h"
+#include "photo/settings.h"
+#include "photo/strings.h"
+#include "views/buttontextview.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ TEST(Strings, OnlineInvitationsNameTheConfiguredSite) {
       {"www.photos-elsewhere.example", "www.photos-elsewhere.example"},
       {"https://shop.korvel.example/", "shop.korvel.example"},  // an address as a plain name
   };
-  const auto settings = CKorvelApp::Settings();  // the test program's own
+  const auto settings = KorvelSettings();  // the test program's own
   for (const auto &[stored, site] : cases) {
     if (stored.isValid())
       settings->setValue("online/site", stored);

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "app/dib.h"
-#include "app/dibraster.h"
+#include "photo/dib.h"
+#include "photo/dibraster.h"
 #include "raster/jpeg.h"
 #include "raster/ras.h"
 

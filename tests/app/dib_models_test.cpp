@@ -7,8 +7,8 @@
 #include <cmath>
 #include <string>
 
-#include "app/dib.h"
-#include "app/dibraster.h"
+#include "photo/dib.h"
+#include "photo/dibraster.h"
 #include "raster/photocd.h"
 #include "tests/raster/testutil.h"
 

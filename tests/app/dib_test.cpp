@@ -8,12 +8,12 @@
 #include <string_view>
 #include <vector>
 
-#include "app/dib.h"
-#include "app/dibpreview.h"
-#include "app/dibraster.h"
-#include "app/document.h"
-#include "app/photofiles.h"
-#include "edit/dibplanar.h"
+#include "photo/dib.h"
+#include "photo/dibplanar.h"
+#include "photo/dibpreview.h"
+#include "photo/dibraster.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
 #include "platform/workers.h"
 #include "tests/raster/testutil.h"
 

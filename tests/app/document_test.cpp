@@ -6,9 +6,9 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "app/document.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "photo/document.h"
 #include "raster/ras.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"

@@ -8,19 +8,19 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include "app/buttontextview.h"
-#include "app/document.h"
-#include "app/formcontrols.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
-#include "app/strings.h"
-#include "app/thumbview.h"
-#include "edit/imageview.h"
+#include "photo/document.h"
+#include "photo/strings.h"
+#include "res/formcontrols.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/app/windowtest.h"
 #include "tests/raster/testutil.h"
+#include "views/buttontextview.h"
+#include "views/imageview.h"
+#include "views/thumbview.h"
 
 namespace {
 

@@ -9,16 +9,16 @@
 #include <QTest>
 #include <array>
 
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
-#include "app/photofiles.h"
 #include "colorengine/cc.h"
-#include "edit/dibplanar.h"
-#include "edit/imageview.h"
+#include "photo/dibplanar.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/raster/testutil.h"
+#include "views/imageview.h"
 
 namespace {
 

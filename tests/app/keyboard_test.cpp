@@ -11,19 +11,19 @@
 #include <algorithm>
 #include <iterator>
 
-#include "app/buttontextview.h"
-#include "app/document.h"
-#include "app/formcontrols.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
-#include "app/strings.h"
-#include "app/thumbview.h"
-#include "edit/imageview.h"
+#include "photo/document.h"
+#include "photo/strings.h"
+#include "res/formcontrols.h"
 #include "res/resources.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/app/windowtest.h"
+#include "views/buttontextview.h"
+#include "views/imageview.h"
+#include "views/thumbview.h"
 
 namespace {
 

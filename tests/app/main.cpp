@@ -6,11 +6,16 @@
 #include <QApplication>
 #include <QTemporaryDir>
 
+#include "app/qtprompt.h"
+
 int main(int argc, char **argv) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QTemporaryDir config;
   qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
   QApplication app(argc, argv);
+  // Questions nobody scripted show the real dialogs, as in the program.
+  QtPrompt dialogs;
+  KorvelPrompt::SetRealDialogs(&dialogs);
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

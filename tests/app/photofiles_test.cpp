@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "app/document.h"
 #include "app/filedialog.h"
-#include "app/photofiles.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
 #include "raster/jpeg.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/raster/testutil.h"

@@ -6,10 +6,10 @@
 #include <QTemporaryDir>
 #include <cstdlib>
 
-#include "app/document.h"
-#include "app/photofiles.h"
-#include "app/photometa.h"
-#include "edit/dibplanar.h"
+#include "photo/dibplanar.h"
+#include "photo/document.h"
+#include "photo/photofiles.h"
+#include "photo/photometa.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/meta/metatest.h"
 #include "tests/raster/testutil.h"

@@ -5,7 +5,7 @@
 #include <QColor>
 #include <cstring>
 
-#include "edit/dibplanar.h"
+#include "photo/dibplanar.h"
 
 inline HGLOBAL MakePhoto(int width, int height, QRgb colour = qRgb(200, 120, 40)) {
   PlanarImage *p = PlanarCreate(width, height, 3);

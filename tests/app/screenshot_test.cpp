@@ -6,10 +6,10 @@
 #include <QDir>
 #include <QImage>
 
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "photo/document.h"
 #include "tests/app/scriptedprompt.h"
 
 namespace {

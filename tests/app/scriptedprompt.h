@@ -7,7 +7,7 @@
 #include <QStringList>
 #include <deque>
 
-#include "app/prompt.h"
+#include "photo/prompt.h"
 
 class ScriptedPrompt : public KorvelPrompt {
  public:

@@ -13,8 +13,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "app/formcontrols.h"
-#include "app/skinbutton.h"
+#include "res/formcontrols.h"
+#include "views/skinbutton.h"
 
 namespace {
 

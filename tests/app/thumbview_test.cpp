@@ -13,10 +13,10 @@
 #include <QTest>
 #include <QWheelEvent>
 
-#include "app/document.h"
-#include "app/scrollsizes.h"
-#include "app/thumbview.h"
+#include "photo/document.h"
 #include "tests/app/photos.h"
+#include "views/scrollsizes.h"
+#include "views/thumbview.h"
 
 namespace {
 

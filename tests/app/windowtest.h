@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "photo/document.h"
 #include "tests/app/scriptedprompt.h"
 
 class MainWindowTest : public testing::Test {

@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "colorengine/cc.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 namespace cctest {
 

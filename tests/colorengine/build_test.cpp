@@ -12,7 +12,7 @@
 
 #include "colorengine/cc.h"
 #include "colorengine/work.h"
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 #include "tests/colorengine/build_helpers.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "edit/pixels/orient.h"
+#include "pixels/orient.h"
 #include "tests/raster/testutil.h"
 
 namespace {

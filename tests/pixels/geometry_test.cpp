@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 namespace {
 

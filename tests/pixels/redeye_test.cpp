@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <numeric>
 #include <vector>
 
-#include "edit/pixels/pixels.h"
-#include "edit/pixels/reduce_kernel.h"
+#include "pixels/pixels.h"
+#include "pixels/reduce_kernel.h"
 #include "raster/ras.h"
 
 namespace {

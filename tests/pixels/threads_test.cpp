@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "edit/pixels/pixels.h"
+#include "pixels/pixels.h"
 #include "platform/workers.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <QPushButton>
 #include <QTimer>
 
-#include "app/strings.h"
+#include "photo/strings.h"
 #include "tests/share/sharetest.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // The outside editor: finding its desktop entry, reading the entry's command,
 // and the hand-off with its messages and the files it leaves.
 #include "share/editor.h"
+#include "photo/settings.h"
 #include "share/desktopentry.h"
 #include "tests/share/sharetest.h"
 
@@ -60,10 +61,10 @@ TEST_F(Editor, ServerPathFromTheDesktopEntries) {
   }
   // The setting names other entries; other ProgIDs have none by default.
   WriteEntry(sys, "editor.desktop", "/opt/ed/bin/ed --edit %f");
-  CKorvelApp::Settings()->setValue("editors/PhotoDeluxe.Image", "missing.desktop;editor.desktop");
+  KorvelSettings()->setValue("editors/PhotoDeluxe.Image", "missing.desktop;editor.desktop");
   EXPECT_EQ(GetServerPath("PhotoDeluxe.Image"), "/opt/ed/bin/ed --edit");
   EXPECT_EQ(GetServerPath("Other.Image"), "");
-  CKorvelApp::Settings()->setValue("editors/Other.Image", "gimp.desktop");
+  KorvelSettings()->setValue("editors/Other.Image", "gimp.desktop");
   EXPECT_EQ(GetServerPath("Other.Image"), "gimp-old");
 }
 

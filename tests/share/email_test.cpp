@@ -5,8 +5,9 @@
 #include <QSettings>
 #include <QStandardPaths>
 
-#include "app/photofiles.h"
 #include "meta/meta.h"
+#include "photo/photofiles.h"
+#include "photo/settings.h"
 #include "share/email.h"
 #include "tests/share/sharetest.h"
 
@@ -79,7 +80,7 @@ TEST_F(Email, HandOffThroughXdgEmailFromTheShareDialog) {
   const QString attachment = Kept(1);
   EXPECT_EQ(RecordedArguments(), (QStringList{"--attach", attachment}));
   ExpectJpeg(record.path() + "/attachment", {64, 48}, kBlue);
-  EXPECT_EQ(CKorvelApp::Settings()->value("mail/command").toString(),
+  EXPECT_EQ(KorvelSettings()->value("mail/command").toString(),
             bin.path() + "/xdg-email --attach " + attachment);
   // The .tmp stays empty; the attachment is kept until the application ends.
   const QString tmp = attachment.chopped(4) + ".tmp";
@@ -165,12 +166,12 @@ TEST_F(Email, CheckBoxLeavesOutThePosition) {
     PhotoMeta meta;
     EXPECT_TRUE(MetaRead(QFile::encodeName(sent), &meta) && !meta.exif.empty());
     EXPECT_EQ(hasPrivate(sent), !ticked);
-    EXPECT_EQ(CKorvelApp::Settings()->value("privacy/stripLocation").toBool(), ticked);
+    EXPECT_EQ(KorvelSettings()->value("privacy/stripLocation").toBool(), ticked);
     ASSERT_TRUE(QFile::remove(sent));
   }
   Send();  // cancelled: nothing handed over, the setting as it was
   EXPECT_FALSE(QFile::exists(record.path() + "/attachment"));
-  EXPECT_TRUE(CKorvelApp::Settings()->value("privacy/stripLocation").toBool());
+  EXPECT_TRUE(KorvelSettings()->value("privacy/stripLocation").toBool());
   EXPECT_EQ(prompt.checkShown, (std::deque<bool>{true, false, true}));
   EXPECT_EQ(prompt.checkMessages,
             QStringList(3,
@@ -229,7 +230,7 @@ TEST_F(PortalChild, ComposeThroughThePortal) {
   Send();
   EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_FALSE(QFile::exists(record.path() + "/args"));
-  EXPECT_EQ(CKorvelApp::Settings()->value("mail/command").toString(),
+  EXPECT_EQ(KorvelSettings()->value("mail/command").toString(),
             "org.freedesktop.portal.Email.ComposeEmail");
   const QString attachment = Kept(1);
   // The portal read the photo through the descriptor it was given.

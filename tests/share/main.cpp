@@ -7,6 +7,8 @@
 #include <QApplication>
 #include <QTemporaryDir>
 
+#include "app/qtprompt.h"
+
 int main(int argc, char **argv) {
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QTemporaryDir config, data;
@@ -18,6 +20,9 @@ int main(int argc, char **argv) {
   if (!qEnvironmentVariableIsSet("KORVEL_PRIVATE_BUS"))
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/korvel-no-bus");
   QApplication app(argc, argv);
+  // Questions nobody scripted show the real dialogs, as in the program.
+  QtPrompt dialogs;
+  KorvelPrompt::SetRealDialogs(&dialogs);
   testing::InitGoogleTest(&argc, argv);
   // The PortalChild cases need the private bus the portal test starts.
   if (!qEnvironmentVariableIsSet("KORVEL_PRIVATE_BUS")) {

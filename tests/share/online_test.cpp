@@ -3,6 +3,7 @@
 #include <QSettings>
 
 #include "meta/meta.h"
+#include "photo/settings.h"
 #include "share/online.h"
 #include "tests/share/sharetest.h"
 
@@ -101,7 +102,7 @@ TEST_F(Online, PrivateCopiesAreListed) {
                                          "location and camera serial number, so nothing was "
                                          "listed for Korvel Online."});
   EXPECT_EQ(Read(share + "files.txt"), "gps-shared-3.jpg\n");
-  CKorvelApp::Settings()->setValue("privacy/stripLocation", false);
+  KorvelSettings()->setValue("privacy/stripLocation", false);
   EXPECT_EQ(List({2, 0}), "bad.jpg\ngps.jpg\n");
   EXPECT_EQ(Files(share, "*-shared*"),
             (QStringList{"gps-shared-2.jpg", "gps-shared-3.jpg", "gps-shared.jpg"}));
@@ -133,16 +134,16 @@ TEST_F(Online, PagesOpenedByTheButtons) {
 }
 
 TEST_F(Online, HostNamesFromTheSettings) {
-  CKorvelApp::Settings()->setValue("online/site", "http://shop.korvel.example/some/path");
-  CKorvelApp::Settings()->setValue("online/photos", "pictures.korvel.example");
+  KorvelSettings()->setValue("online/site", "http://shop.korvel.example/some/path");
+  KorvelSettings()->setValue("online/photos", "pictures.korvel.example");
   EXPECT_EQ(OnlineHomePage().toString(), "http://shop.korvel.example/");
   EXPECT_EQ(PhotoSiteRoot().toString(), "https://pictures.korvel.example/");
   EXPECT_EQ(PhotoSitePage("/share").toString(), "https://pictures.korvel.example/share");
   form->OnCommand(1020);
   EXPECT_EQ(launcher.urls, QStringList{"http://shop.korvel.example/"});
   // An empty or unusable setting falls back to the default.
-  CKorvelApp::Settings()->setValue("online/site", "");
-  CKorvelApp::Settings()->setValue("online/photos", "https://");
+  KorvelSettings()->setValue("online/site", "");
+  KorvelSettings()->setValue("online/photos", "https://");
   EXPECT_EQ(OnlineHomePage().toString(), "https://www.korvel-online.example/");
   EXPECT_EQ(PhotoSitePage("/print").toString(), "https://photos.korvel-online.example/print");
 }
@@ -166,7 +167,7 @@ TEST_F(Online, OnlyWebAddressesAreOpened) {
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.setting);
-    CKorvelApp::Settings()->setValue("online/site", c.setting);
+    KorvelSettings()->setValue("online/site", c.setting);
     form->OnCommand(1020);
     EXPECT_EQ(launcher.urls, c.opened ? QStringList{c.opened} : QStringList());
     EXPECT_EQ(prompt.messages, c.refused ? QStringList{text.arg(c.refused)} : QStringList());
@@ -175,7 +176,7 @@ TEST_F(Online, OnlyWebAddressesAreOpened) {
   }
   Add("/photos/a.jpg");
   doc->SetCurrentIndex(0);
-  CKorvelApp::Settings()->setValue("online/photos", "smb://server/photos");
+  KorvelSettings()->setValue("online/photos", "smb://server/photos");
   dialogs.share = {{CShareDialogs::IDOK, "SHARE"}};
   form->OnCommand(1037);
   dialogs.print = {{CShareDialogs::IDOK, CShareDialogs::kOrderPhotosOnline}};

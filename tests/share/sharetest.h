@@ -13,16 +13,17 @@
 #include <deque>
 #include <functional>
 
-#include "app/buttontextview.h"
-#include "app/document.h"
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
+#include "photo/document.h"
+#include "photo/settings.h"
 #include "share/launcher.h"
 #include "share/sharecommands.h"
 #include "share/sharedialogs.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
+#include "views/buttontextview.h"
 
 // Dialogs that answer from queues and a launcher that records instead of
 // starting anything, in place for as long as they live.
@@ -104,7 +105,7 @@ class ShareTest : public testing::Test {
   void TearDown() override {
     app.MainFrame()->close();  // every photo here is added as saved: closes unasked
     COutputCommands::Install(previous_);
-    CKorvelApp::Settings()->clear();
+    KorvelSettings()->clear();
     QFile::remove(qEnvironmentVariable("XDG_CONFIG_HOME") + "/mimeapps.list");
   }
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "app/formcontrols.h"
+#include "res/formcontrols.h"
 
 namespace skingen {
 namespace {

@@ -7,8 +7,8 @@
 #include <QSize>
 #include <span>
 
-#include "app/formcontrols.h"
 #include "pictograms.h"
+#include "res/formcontrols.h"
 
 namespace skingen {
 

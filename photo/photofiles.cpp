@@ -1,0 +1,349 @@
+// Photos in and out of the work area as files. The raster library does the
+// reading and writing; the conversions of dibraster.h move the rows between
+// its scanlines and the work area's pictures.
+#include "photo/photofiles.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "photo/dibraster.h"
+#include "photo/document.h"
+#include "photo/photometa.h"
+#include "photo/prompt.h"
+#include "photo/waitcursor.h"
+#include "platform/safefile.h"
+#include "raster/jpeg.h"
+#include "raster/ras.h"
+
+namespace {
+
+const QString kOpenFilter = QStringLiteral(
+    "JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif|"
+    "PNG Files (*.png)|*.png|WebP Files (*.webp)|*.webp|"
+    "HEIF Files (*.heic,*.heif,*.avif)|*.heic;*.heif;*.avif|"
+    "All Image Files(*.jpg,*.bmp,*.tif,*.png,*.webp,*.heic,*.heif,*.avif)|"
+    "*.jpg;*.bmp;*.tif;*.png;*.webp;*.heic;*.heif;*.avif||");
+const QString kSaveFilter =
+    QStringLiteral("JPEG Files (*.jpg)|*.jpg|BITMAP Files (*.bmp)|*.bmp|TIFF Files(*.tif)|*.tif||");
+
+// One raster file and its scanline frame, both let go on every way out.
+struct RasterFile {
+  RasDesc desc{};
+  RasSl sl{};
+  bool open = false;
+  bool frame = false;
+
+  RasterFile() = default;
+  RasterFile(const RasterFile &) = delete;
+  RasterFile &operator=(const RasterFile &) = delete;
+  ~RasterFile() { (void)Close(); }
+
+  // The library's close result; RasOk when nothing was open.
+  int Close() {
+    int code = RasOk;
+    if (open) code = RasClose(&desc);
+    if (frame) RasFreeSl(&sl);
+    open = frame = false;
+    return code;
+  }
+};
+
+// Photos are written at the best JPEG quality; whatever the library was set
+// to before is put back afterwards, since the setting is process-wide.
+class JpegQualityHold {
+ public:
+  explicit JpegQualityHold(int quality) {
+    JpegGetOption(JpegOptQuality, &saved_);
+    (void)JpegSetOption(JpegOptQuality, quality);
+  }
+  ~JpegQualityHold() { (void)JpegSetOption(JpegOptQuality, saved_); }
+  JpegQualityHold(const JpegQualityHold &) = delete;
+  JpegQualityHold &operator=(const JpegQualityHold &) = delete;
+
+ private:
+  int saved_ = 75;
+};
+
+std::string Local(const QString &path) {
+  return QFile::encodeName(path).toStdString();
+}
+
+int LastSeparator(const QString &path) {
+  return static_cast<int>(std::max(path.lastIndexOf('/'), path.lastIndexOf('\\')));
+}
+
+// The extension of the path's file name, as the file dialog reports it: the
+// text after the name's last dot, empty when the name has none.
+QString ExtensionOf(const QString &path) {
+  const QString name = path.mid(LastSeparator(path) + 1);
+  const qsizetype dot = name.lastIndexOf('.');
+  return dot < 0 ? QString() : name.mid(dot + 1);
+}
+
+const char kUnableToSave[] = "Unable to save image. Please try again";
+
+// BMP has no way to say "unknown" but 0 pixels per metre, which readers take
+// as unspecified; the writer rounds to whole pixels per metre and puts its
+// own 300 dpi in place of anything not above 0, so the resolution handed to
+// it is one that rounds to 0.
+constexpr float kBmpUnspecified = 0.01f;
+// TIFF requires a resolution in every file; 72 dpi is what readers assume.
+constexpr float kTiffUnspecified = 72.0f;
+
+// What the writer of `format` is given for a photo whose resolution is
+// `resolution`: the photo's own when it has one; else JPEG says "unknown"
+// (density unit 0) when given nothing above 0.
+float ResolutionToWrite(uint32_t format, float resolution) {
+  if (resolution > 0.0f) return resolution;
+  if (format == RasFormatBmp) return kBmpUnspecified;
+  if (format == RasFormatTiff) return kTiffUnspecified;
+  return kUnknownResolution;
+}
+
+// The sentence to show, or null when the picture was written; `error` is the
+// system's reason when it is known.
+struct SaveFailure {
+  const char *sentence = nullptr;
+  int error = 0;
+};
+
+// The reason a failed raster write leaves in errno, when it is one that a
+// write alone sets. The library reports no errno of its own, and standard
+// I/O leaves stray values behind on success (ENOTTY from its buffering
+// check), which must not be passed off as the reason.
+int WriteError() {
+  switch (errno) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+    case EIO:
+    case EROFS:
+      return errno;
+    default:
+      return 0;
+  }
+}
+
+// Writes the picture into the file `out` prepared. The raster file is closed
+// on every path, the failed row write included.
+SaveFailure WriteRows(uint32_t format, const ReplacingFile &out, const CDib &picture,
+                      float resolution) {
+  RasterFile file;
+  if (RasSetDesc(&file.desc, format, picture.Width(), picture.Height(), 3, RasModelRgb,
+                 ResolutionToWrite(format, resolution)) != RasOk)
+    return {"Could not save image"};
+  if (out.error() != 0) return {"Could not open file to write", out.error()};
+  if (RasOpen(out.path().c_str(), 'w', &file.desc) != RasOk)
+    return {"Could not open file to write"};
+  file.open = true;
+  if (RasMakeSl(&file.sl, &file.desc) != RasOk) return {"Could not make  header"};
+  file.frame = true;
+  errno = 0;
+  if (DibToScanlines(picture, &file.desc, &file.sl) != RasOk) return {kUnableToSave, WriteError()};
+  // The last buffered rows reach the disk only now; a failure here loses
+  // them just as a failed row write does.
+  if (file.Close() != RasOk) return {kUnableToSave, WriteError()};
+  return {};
+}
+
+// What became of the file at the target after a failed write.
+enum class Outcome { kUnchanged, kNotCreated, kWrittenInPlace };
+
+Outcome OutcomeOf(const ReplacingFile &out) {
+  if (out.direct()) return Outcome::kWrittenInPlace;
+  return out.replacing() ? Outcome::kUnchanged : Outcome::kNotCreated;
+}
+
+// The message for a failure. A failed write keeps its sentence, followed by
+// the system's reason and what became of the file, since the sentence alone
+// leaves the user wondering whether the photo they had is still there.
+QString FailureText(const SaveFailure &failure, const QString &path, Outcome outcome) {
+  QString text = QString::fromLatin1(failure.sentence);
+  if (std::strcmp(failure.sentence, kUnableToSave) != 0) return text;
+  QStringList reason;
+  if (failure.error != 0) reason << QString::fromLocal8Bit(std::strerror(failure.error)) + '.';
+  if (outcome == Outcome::kUnchanged)
+    reason << QStringLiteral("\"%1\" was left as it was.").arg(path);
+  else if (outcome == Outcome::kNotCreated)
+    reason << QStringLiteral("Nothing was saved as \"%1\".").arg(path);
+  return reason.isEmpty() ? text : text + QStringLiteral("\n\n") + reason.join(' ');
+}
+
+// The wait cursor and the best JPEG quality for the length of one write.
+class SaveScope {
+ public:
+  explicit SaveScope(uint32_t format) {
+    if (format == RasFormatJpeg) quality_.emplace(100);
+  }
+
+ private:
+  CWaitCursor wait_;
+  std::optional<JpegQualityHold> quality_;
+};
+
+}  // namespace
+
+QString SaveTypeExtension(int index) {
+  switch (index) {
+    case 2:
+      return QStringLiteral("bmp");
+    case 3:
+      return QStringLiteral("tif");
+    default:
+      return QStringLiteral("jpg");
+  }
+}
+
+uint32_t FormatForExtension(const QString &extension) {
+  const QString lower = extension.toLower();
+  if (lower == QLatin1String("jpg")) return RasFormatJpeg;
+  if (lower == QLatin1String("bmp")) return RasFormatBmp;
+  if (lower == QLatin1String("tiff") || lower == QLatin1String("tif")) return RasFormatTiff;
+  if (lower == QLatin1String("png")) return RasFormatPng;
+  if (lower == QLatin1String("webp")) return RasFormatWebp;
+  if (lower == QLatin1String("heic") || lower == QLatin1String("heif")) return RasFormatHeic;
+  if (lower == QLatin1String("avif")) return RasFormatAvif;
+  return RasFormatJpeg;
+}
+
+bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
+  if (!doc) return false;
+  const QByteArray name = QFile::encodeName(path);
+  RasterFile file;
+  if (RasGetInfo(name.constData(), &file.desc) != RasOk) return false;
+  CWaitCursor wait;
+  if (RasOpen(name.constData(), 'r', &file.desc) != RasOk) return false;
+  file.open = true;
+  if (RasMakeSl(&file.sl, &file.desc) != RasOk) return false;
+  file.frame = true;
+  int code = RasOk;
+  HGLOBAL handle = DibFromScanlines(&file.desc, &file.sl, &code);
+  if (handle) handle = UprightOpenedPhoto(handle, path);
+  if (!handle) return false;
+  doc->AddImage(handle, 0, path, file.desc.resolution);
+  return true;
+}
+
+bool OpenPhotoCommand(CKorvelAppDoc *doc) {
+  const QString folder = CKorvelAppDoc::DefaultPhotoFolder();
+  const QString initial = QFileInfo::exists(folder) ? folder + QStringLiteral("/*.jpg") : QString();
+  const KorvelPrompt::FileAnswer answer = KorvelPrompt::Current().AskOpenFile(kOpenFilter, initial);
+  if (!answer.ok) return false;
+  if (OpenPhotoFile(doc, answer.path)) return true;
+  AfxMessageBox(QStringLiteral("Cannot open file ") + answer.path);
+  return false;
+}
+
+bool SavePhotoCommand(CKorvelAppDoc *doc) {
+  const int index = doc->CurrentIndex();
+  if (index == -1) {
+    AfxMessageBox(QStringLiteral("Please select an image that you would like to save"));
+    return false;
+  }
+  if (doc->Selection().size() > 1) {
+    AfxMessageBox(QStringLiteral("Please select only one image that you would like to save"));
+    return false;
+  }
+  const CDib image = doc->ImageAt(index);
+  if (!image.Header()) {
+    AfxMessageBox(QStringLiteral("Unable to save the image"));
+    return false;
+  }
+  const KorvelPrompt::FileAnswer answer =
+      KorvelPrompt::Current().AskSaveFile(kSaveFilter, doc->PathAt(index));
+  if (!answer.ok) return false;
+
+  QString path = answer.path;
+  QString extension = ExtensionOf(path);
+  if (extension.isEmpty()) extension = SaveTypeExtension(answer.filterIndex);
+  // Anywhere in the path, folders included: "x.jpg.old/photo" keeps its name.
+  if (!path.contains('.' + extension)) path += '.' + extension;
+  // The new file stands for this entry's photo and takes its metadata.
+  CarryKeptMeta(doc->PathAt(index), path);
+  // After a failed write the entry stays as it was: marked saved, its edit
+  // would be lost at close without a question.
+  if (!SavePicture(FormatForExtension(extension), path, image, doc->ResolutionAt(index)))
+    return false;
+  doc->ReplaceImage(index, image, 0, path);
+  return true;
+}
+
+bool SavePicture(uint32_t format, const QString &path, const CDib &picture, float resolution) {
+  SaveFailure failure;
+  Outcome outcome;
+  {
+    SaveScope scope(format);
+    ReplacingFile out(Local(path));
+    failure = WriteRows(format, out, picture, resolution);
+    if (!failure.sentence) {
+      WriteKeptMeta(out.path().c_str(), path, picture);
+      if (const int error = out.Commit()) failure = {kUnableToSave, error};
+    }
+    outcome = OutcomeOf(out);
+  }
+  // The quality is back and the wait cursor gone before the user is asked to
+  // read the message.
+  if (!failure.sentence) return true;
+  AfxMessageBox(FailureText(failure, path, outcome));
+  return false;
+}
+
+QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName,
+                       const CDib &picture, float resolution) {
+  QString name = nextName();
+  SaveFailure failure;
+  {
+    SaveScope scope(format);
+    ReplacingFile out(Local(name), ReplacingFile::kNew);
+    failure = WriteRows(format, out, picture, resolution);
+    if (!failure.sentence) WriteKeptMeta(out.path().c_str(), name, picture);
+    while (!failure.sentence) {
+      const int error = out.CommitNew(Local(name));
+      if (error == 0) break;
+      const QString next = error == EEXIST ? nextName() : QString();
+      if (next.isEmpty() || next == name) {
+        failure = {kUnableToSave, error};
+        break;
+      }
+      name = next;
+    }
+  }
+  if (!failure.sentence) {
+    AdoptKeptMeta(picture.Handle(), name);
+    return name;
+  }
+  AfxMessageBox(FailureText(failure, name, Outcome::kNotCreated));
+  return QString();
+}
+
+bool SaveBeforeClose(CKorvelAppDoc *doc) {
+  KorvelPrompt &prompt = KorvelPrompt::Current();
+  for (int i = 0; i < doc->Count(); ++i) {
+    if (doc->UnsavedAt(i) != 1) continue;
+    prompt.Beep();
+    const QString name = doc->FileNameAt(i);
+    const KorvelPrompt::SavePhotoAnswer answer = prompt.AskSavePhoto(name);
+    if (answer.result != KorvelPrompt::IDOK) return false;
+    if (answer.choice == QLatin1String("YES")) {
+      // Everything after the first dot: "a.b.jpg" gives "b.jpg", which like
+      // every unknown extension is written as JPEG.
+      const qsizetype dot = name.indexOf('.');
+      const QString extension = dot < 0 ? QStringLiteral("jpg") : name.mid(dot + 1);
+      // A photo that could not be saved keeps the program open: closing now
+      // would throw away the only copy of what the user asked to keep.
+      if (!SavePicture(FormatForExtension(extension), doc->PathAt(i), doc->ImageAt(i),
+                       doc->ResolutionAt(i)))
+        return false;
+    } else if (answer.choice == QLatin1String("NOTOALL")) {
+      break;
+    }
+  }
+  return true;
+}
