@@ -1,0 +1,50 @@
+// The thumbnails of photos kept on disk where every desktop program looks for
+// them: $XDG_CACHE_HOME/thumbnails (~/.cache/thumbnails when unset), a
+// folder for each size ("normal" up to 128 pixels, "large" up to 256), one
+// PNG a photo named by the MD5 of the photo's file URI. Each PNG says which
+// file it shows (Thumb::URI) and that file's modification time
+// (Thumb::MTime), so a thumbnail of a file changed since is recognised as
+// stale and made again. Lookups and stores may run on several threads.
+#pragma once
+
+#include <QByteArray>
+#include <QImage>
+#include <QString>
+
+class ThumbCache {
+ public:
+  // The two sizes the cache keeps, as the longer side in pixels.
+  static constexpr int kNormal = 128;
+  static constexpr int kLarge = 256;
+
+  // A cache under `root` (the folder holding "normal" and "large").
+  explicit ThumbCache(QString root = DefaultRoot());
+
+  static QString DefaultRoot();
+  // The file URI of `path` made absolute, percent-encoded.
+  static QByteArray UriOf(const QString &path);
+  // The smallest size the cache keeps that holds `pixels`: kNormal up to
+  // 128, else kLarge.
+  static int FlavourFor(int pixels);
+
+  const QString &Root() const { return root_; }
+  // Where the thumbnail of `path` at `size` (kNormal or kLarge) lives.
+  QString EntryPath(const QString &path, int size) const;
+  // True for files inside the cache: their thumbnails are never stored, or
+  // showing the cache folder would feed it with thumbnails of thumbnails.
+  bool Holds(const QString &path) const;
+
+  // The stored thumbnail of `path`, or a null image when there is none, it
+  // is stale (the file's modification time or name differ from those it
+  // records) or it cannot be read.
+  QImage Lookup(const QString &path, int size) const;
+  // Stores `thumb` as the thumbnail of `path`: written to a private
+  // temporary file in the entry's folder and renamed over the entry, so a
+  // reader never sees half a file. Folders are made readable by the user
+  // only, as are the files. False when `path` is inside the cache, its file
+  // cannot be seen, or the entry could not be written.
+  bool Store(const QString &path, int size, const QImage &thumb) const;
+
+ private:
+  QString root_;
+};

@@ -1,0 +1,116 @@
+// The thumbnailer: answers in priority order, cached thumbnails first,
+// cancelled requests unanswered, and results stored in the cache.
+#include "photo/thumbnailer.h"
+
+#include <gtest/gtest.h>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include "tests/thumbs/thumbtest.h"
+
+namespace {
+
+struct Answers {
+  QStringList order;
+  QHash<QString, QImage> images;
+  QStringList failed;
+  explicit Answers(Thumbnailer *thumbnailer) {
+    QObject::connect(thumbnailer, &Thumbnailer::thumbnailReady,
+                     [this](const QString &path, const QImage &thumb) {
+                       order << path;
+                       images[path] = thumb;
+                     });
+    QObject::connect(thumbnailer, &Thumbnailer::thumbnailFailed,
+                     [this](const QString &path) { failed << path; });
+  }
+};
+
+// Runs the event loop until every request is answered (or a generous limit).
+bool AllAnswered(Thumbnailer *thumbnailer) {
+  QSignalSpy any(thumbnailer, &Thumbnailer::thumbnailReady);
+  for (int i = 0; i < 200 && thumbnailer->Outstanding() > 0; ++i)
+    (void)any.wait(50);
+  return thumbnailer->Outstanding() == 0;
+}
+
+QStringList Photos(const QString &dir, int count) {
+  QStringList paths;
+  for (int i = 0; i < count; ++i) {
+    const QByteArray name = QByteArray("p") + QByteArray::number(i) + ".jpg";
+    paths << thumbtest::Write(dir, name.constData(), thumbtest::Gradient(200, 150));
+  }
+  return paths;
+}
+
+TEST(Thumbnailer, AnswersFollowPrioritiesAndCancellations) {
+  QTemporaryDir dir;
+  const QStringList p = Photos(dir.path(), 6);
+  Thumbnailer thumbnailer(100, ThumbCache(dir.path() + "/thumbnails"), 1);
+  Answers answers(&thumbnailer);
+  thumbnailer.Pause();
+  for (const QString &path : p)
+    thumbnailer.Request(path);
+  EXPECT_TRUE(thumbnailer.SetPriority(p[4], 10));
+  thumbnailer.Request(p[2], 5);  // asked again: the new priority
+  thumbnailer.Cancel(p[1]);
+  EXPECT_FALSE(thumbnailer.SetPriority(p[1], 20));
+  EXPECT_EQ(thumbnailer.Outstanding(), 5);
+  thumbnailer.Resume();
+  ASSERT_TRUE(AllAnswered(&thumbnailer));
+  EXPECT_EQ(answers.order, (QStringList{p[4], p[2], p[0], p[3], p[5]}));
+  EXPECT_TRUE(answers.failed.isEmpty());
+  // Fitted into the box, and stored in the cache at its normal size.
+  EXPECT_EQ(answers.images[p[0]].size(), QSize(100, 75));
+  const ThumbCache cache(dir.path() + "/thumbnails");
+  EXPECT_EQ(cache.Lookup(p[0], ThumbCache::kNormal).size(), QSize(128, 96));
+  EXPECT_TRUE(cache.Lookup(p[1], ThumbCache::kNormal).isNull());
+}
+
+TEST(Thumbnailer, CachedThumbnailsComeBeforeAnyIsMade) {
+  QTemporaryDir dir;
+  const QStringList p = Photos(dir.path(), 3);
+  const ThumbCache cache(dir.path() + "/thumbnails");
+  QImage marked(128, 96, QImage::Format_RGB32);
+  marked.fill(qRgb(1, 250, 3));
+  ASSERT_TRUE(cache.Store(p[2], ThumbCache::kNormal, marked));
+  Thumbnailer thumbnailer(128, cache, 1);
+  Answers answers(&thumbnailer);
+  thumbnailer.Pause();
+  thumbnailer.Request(p[0], 9);
+  thumbnailer.Request(p[1], 8);
+  thumbnailer.Request(p[2], 0);
+  thumbnailer.Resume();
+  ASSERT_TRUE(AllAnswered(&thumbnailer));
+  EXPECT_EQ(answers.order, (QStringList{p[2], p[0], p[1]}));
+  EXPECT_EQ(answers.images[p[2]].pixel(5, 5), qRgb(1, 250, 3));
+  EXPECT_FALSE(cache.Lookup(p[0], ThumbCache::kNormal).isNull());
+}
+
+TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
+  QTemporaryDir dir;
+  const QStringList p = Photos(dir.path(), 2);
+  QFile junk(dir.path() + "/junk.png");
+  ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+  junk.write("junk");
+  junk.close();
+  Thumbnailer thumbnailer(100, ThumbCache(dir.path() + "/thumbnails"), 2);
+  EXPECT_EQ(thumbnailer.Threads(), 2);
+  Answers answers(&thumbnailer);
+  thumbnailer.Request(junk.fileName());
+  QSignalSpy failed(&thumbnailer, &Thumbnailer::thumbnailFailed);
+  ASSERT_TRUE(failed.wait(5000));
+  EXPECT_EQ(answers.failed, QStringList{junk.fileName()});
+
+  thumbnailer.Pause();
+  for (const QString &path : p)
+    thumbnailer.Request(path);
+  thumbnailer.CancelAll();
+  EXPECT_EQ(thumbnailer.Outstanding(), 0);
+  thumbnailer.Resume();
+  QSignalSpy ready(&thumbnailer, &Thumbnailer::thumbnailReady);
+  EXPECT_FALSE(ready.wait(200));
+  EXPECT_TRUE(answers.order.isEmpty());
+}
+
+}  // namespace
