@@ -4,36 +4,22 @@
 // desktop and other programs.
 #include "app/cameradialog.h"
 
-#include <QCoreApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
 #include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QThread>
 #include <QVBoxLayout>
 #include <algorithm>
 
 #include "photo/dib.h"
 #include "photo/dibpreview.h"
-#include "photo/dibraster.h"
 #include "photo/photometa.h"
 #include "photo/prompt.h"
 #include "photo/waitcursor.h"
-#include "raster/core/rasfile.h"
-#include "raster/ras.h"
 
 namespace {
-
-// "Could not claim the USB device" usually passes within a second, when the
-// desktop's volume monitor has only just looked at a newly plugged camera.
-constexpr int kBusyRetries = 4;
-constexpr int kBusyPauseMs = 400;
-
-QString CameraName(const GpCameraId &camera) {
-  return QStringLiteral("%1 (%2)").arg(camera.model, camera.port);
-}
 
 // Whole pictures fetched for previews, at most: enough for a card of a few
 // dozen photos without previews of their own, so that the dialog still comes
@@ -85,70 +71,21 @@ QIcon PreviewIcon(const QImage &image) {
   return QIcon(pixmap);
 }
 
-// What the user is told when another program keeps the camera.
-QString StillBusyText(const GpCameraId &camera, const QString &mount) {
-  if (!mount.isEmpty())
-    return QStringLiteral(
-               "The camera %1 is still in use by another program. Close that program, or eject "
-               "the camera in the file manager (or run \"gio mount -u %2\"), then try again.")
-        .arg(CameraName(camera), mount);
-  return QStringLiteral(
-             "The camera %1 is in use by another program. Close that program, or eject the "
-             "camera in the file manager (\"gio mount -l\" lists its gphoto2:// or mtp:// mount, "
-             "\"gio mount -u\" followed by that address releases it), then try again.")
-      .arg(CameraName(camera));
-}
-
 }  // namespace
 
-HGLOBAL DibFromFileBytes(QByteArray bytes) {
-  if (bytes.isEmpty()) return nullptr;
-  // The library reads the bytes where they are, named as a memory block.
-  RasMemName name;
-  RasMakeMemName(&name, bytes.data(), uint64_t(bytes.size()));
-  RasDesc desc{};
-  if (RasGetInfo(RasMemNameOf(name), &desc) != RasOk) return nullptr;
-  if (RasOpen(RasMemNameOf(name), 'r', &desc) != RasOk) return nullptr;
-  HGLOBAL dib = nullptr;
-  RasSl sl{};
-  if (RasMakeSl(&sl, &desc) == RasOk) {
-    int code = RasOk;
-    dib = DibFromScanlines(&desc, &sl, &code);
-    RasFreeSl(&sl);
-  }
-  RasClose(&desc);
-  return UprightReceivedPhoto(dib, bytes);
-}
-
 int OpenCamera(CGpCamera *camera) {
-  int result = camera->Open();
-  for (int i = 0; CGpCamera::IsBusy(result) && i < kBusyRetries; ++i) {
-    QThread::msleep(kBusyPauseMs);
-    result = camera->Open();
-  }
+  int result = OpenWhenFree(camera);
   if (CGpCamera::IsBusy(result)) {
-    const QString question =
-        QStringLiteral(
-            "The camera %1 is in use by another program, usually the desktop's file manager. "
-            "Release it from the desktop and go on?")
-            .arg(CameraName(camera->Id()));
-    if (AfxMessageBox(question, KorvelPrompt::MB_YESNO) != KorvelPrompt::IDYES) return result;
+    if (AfxMessageBox(BusyQuestion(camera->Id()), KorvelPrompt::MB_YESNO) != KorvelPrompt::IDYES)
+      return result;
     QString mount;
-    if (GpReleaseDesktopMount(camera->Id().port, &mount)) {
-      result = camera->Open();
-      for (int i = 0; CGpCamera::IsBusy(result) && i < kBusyRetries; ++i) {
-        QThread::msleep(kBusyPauseMs);
-        result = camera->Open();
-      }
-    }
+    result = ReleaseDesktopAndOpen(camera, &mount);
     if (CGpCamera::IsBusy(result)) {
       AfxMessageBox(StillBusyText(camera->Id(), mount));
       return result;
     }
   }
-  if (result < 0)
-    AfxMessageBox(QStringLiteral("The camera %1 could not be opened: %2.")
-                      .arg(CameraName(camera->Id()), CGpCamera::ResultText(result)));
+  if (result < 0) AfxMessageBox(OpenFailureText(camera->Id(), result));
   return result;
 }
 
@@ -224,7 +161,7 @@ CCameraDialog::CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures,
 
   connect(download_, &QPushButton::clicked, this, &CCameraDialog::OnDownload);
   connect(cancel_, &QPushButton::clicked, this, &CCameraDialog::reject);
-  connect(stop_, &QPushButton::clicked, this, [this] { stopAsked_ = true; });
+  connect(stop_, &QPushButton::clicked, this, &CCameraDialog::StopDownload);
 
   auto *progressRow = new QHBoxLayout;
   progressRow->addWidget(progress_, 1);
@@ -239,21 +176,37 @@ CCameraDialog::CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures,
   layout->addLayout(buttons);
 }
 
+CCameraDialog::~CCameraDialog() {
+  // Only when the dialog goes while a download runs (the application
+  // quitting): the worker never waits on this thread except for Taken,
+  // which Stop stands in for, so the wait ends.
+  if (worker_) {
+    worker_->Stop();
+    EndWorker();
+  }
+}
+
 void CCameraDialog::reject() {
   // During a download, closing the dialog stops it like the Cancel beside
-  // the progress bar; what has arrived stays.
+  // the progress bar; what has arrived stays, and the dialog closes once the
+  // worker says it is over.
   if (downloading_) {
-    stopAsked_ = true;
+    StopDownload();
     return;
   }
   QDialog::reject();
 }
 
+void CCameraDialog::StopDownload() {
+  stopAsked_ = true;
+  if (worker_) worker_->Stop();
+}
+
 void CCameraDialog::OnDownload() {
-  std::vector<size_t> chosen;
+  chosen_.clear();
   for (int row = 0; row < list_->count(); ++row)
-    if (list_->item(row)->checkState() == Qt::Checked) chosen.push_back(size_t(row));
-  if (chosen.empty()) {
+    if (list_->item(row)->checkState() == Qt::Checked) chosen_.push_back(pictures_[size_t(row)]);
+  if (chosen_.empty()) {
     KorvelPrompt::Current().Beep();
     return;
   }
@@ -262,43 +215,58 @@ void CCameraDialog::OnDownload() {
   list_->setEnabled(false);
   download_->setEnabled(false);
   cancel_->setEnabled(false);
-  progress_->setRange(0, int(chosen.size()));
+  progress_->setRange(0, int(chosen_.size()));
   progress_->setValue(0);
   progress_->setVisible(true);
   stop_->setVisible(true);
-  QCoreApplication::processEvents();
+  StartWorker(false);
+}
 
-  CGpCamera device(camera_);
-  QString failure;
-  int undecodable = 0;
-  if (OpenCamera(&device) >= 0) {
-    int done = 0;
-    for (const size_t index : chosen) {
-      // The Cancel button is looked at between pictures.
-      QCoreApplication::processEvents();
-      if (stopAsked_) break;
-      QByteArray bytes;
-      const int result = device.Download(pictures_[index], &bytes);
-      if (result < 0) {
-        // Typically the camera was unplugged or switched off: what arrived
-        // before stays in the work area.
-        failure = QStringLiteral(
-                      "The camera %1 stopped answering (%2). The photos received before were "
-                      "kept.")
-                      .arg(CameraName(camera_), CGpCamera::ResultText(result));
-        break;
-      }
-      if (HGLOBAL dib = KeepReceivedMeta(DibFromFileBytes(bytes), bytes)) {
-        sink_(dib);
-        ++received_;
-        emit PictureDone(received_);
-      } else {
-        ++undecodable;
-      }
-      progress_->setValue(++done);
-    }
+void CCameraDialog::StartWorker(bool releaseDesktop) {
+  worker_ = std::make_unique<CCameraDownload>(camera_, chosen_, releaseDesktop);
+  CCameraDownload *worker = worker_.get();
+  worker->moveToThread(&thread_);
+  connect(&thread_, &QThread::started, worker, &CCameraDownload::Run);
+  connect(worker, &CCameraDownload::PictureReady, this, &CCameraDialog::OnPictureReady,
+          Qt::QueuedConnection);
+  connect(worker, &CCameraDownload::Progress, progress_, &QProgressBar::setValue,
+          Qt::QueuedConnection);
+  connect(worker, &CCameraDownload::Busy, this, &CCameraDialog::OnBusy, Qt::QueuedConnection);
+  connect(worker, &CCameraDownload::Finished, this, &CCameraDialog::OnFinished,
+          Qt::QueuedConnection);
+  thread_.start();
+}
+
+void CCameraDialog::EndWorker() {
+  // The worker's last act is its Busy or Finished, so the thread ends at once.
+  thread_.quit();
+  thread_.wait();
+  worker_.reset();
+}
+
+void CCameraDialog::OnPictureReady(HGLOBAL dib, const QByteArray &bytes) {
+  // The photo's metadata is kept here: the work area's records belong to
+  // this thread.
+  sink_(KeepReceivedMeta(dib, bytes));
+  ++received_;
+  emit PictureDone(received_);
+  // A receiver that ran an event loop of its own may have seen the download
+  // end already, after a Stop.
+  if (worker_) worker_->Taken();
+}
+
+void CCameraDialog::OnBusy() {
+  EndWorker();
+  if (!stopAsked_ &&
+      AfxMessageBox(BusyQuestion(camera_), KorvelPrompt::MB_YESNO) == KorvelPrompt::IDYES) {
+    StartWorker(true);
+    return;
   }
-  device.Close();
+  OnFinished(QString(), 0);
+}
+
+void CCameraDialog::OnFinished(const QString &failure, int undecodable) {
+  if (worker_) EndWorker();
   downloading_ = false;
   if (undecodable)
     AfxMessageBox(

@@ -7,10 +7,13 @@
 #include <QByteArray>
 #include <QDialog>
 #include <QImage>
+#include <QThread>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "acquire/gpcamera.h"
+#include "app/cameradownload.h"
 #include "platform/movable.h"
 
 class QListWidget;
@@ -28,6 +31,8 @@ class CCameraDialog : public QDialog {
   // or null one shows a plain placeholder.
   CCameraDialog(GpCameraId camera, std::vector<GpPicture> pictures, std::vector<QImage> previews,
                 PictureSink sink, QWidget *parent = nullptr);
+  // A download still running is stopped and waited for.
+  ~CCameraDialog() override;
 
   // Pictures handed on so far.
   int Received() const { return received_; }
@@ -41,7 +46,8 @@ class CCameraDialog : public QDialog {
   static constexpr QSize kIconSize{96, 72};
 
  signals:
-  // After each picture handed on, with the count so far.
+  // After each picture handed on, with the count so far. The download goes
+  // on to the next picture once every receiver has returned.
   void PictureDone(int received);
 
  public slots:
@@ -49,10 +55,21 @@ class CCameraDialog : public QDialog {
 
  private:
   void OnDownload();
+  void StartWorker(bool releaseDesktop);
+  void EndWorker();
+  void StopDownload();
+  void OnPictureReady(HGLOBAL dib, const QByteArray &bytes);
+  void OnBusy();
+  void OnFinished(const QString &failure, int undecodable);
 
   GpCameraId camera_;
   std::vector<GpPicture> pictures_;
+  std::vector<GpPicture> chosen_;
   PictureSink sink_;
+  // The download runs on `thread_`; `worker_` lives from the click on "Get
+  // Photo" until the worker has said it is over.
+  QThread thread_;
+  std::unique_ptr<CCameraDownload> worker_;
   QListWidget *list_;
   QPushButton *download_;
   QPushButton *cancel_;
@@ -63,13 +80,10 @@ class CCameraDialog : public QDialog {
   int received_ = 0;
 };
 
-// A picture file's bytes decoded by the raster library straight from memory
-// into a new 24-bit packed DIB; null when they are no picture it reads.
-HGLOBAL DibFromFileBytes(QByteArray bytes);
-
 // Claims the camera, waiting a moment while another program holds it and
 // then offering to release the desktop's mount of it. libgphoto2's result;
-// every failure has been told to the user.
+// every failure has been told to the user. For the listing, on the calling
+// thread; the download's worker claims the camera itself.
 int OpenCamera(CGpCamera *camera);
 
 // Lists the camera's pictures with their previews (the pictures themselves,

@@ -11,36 +11,12 @@
 
 #include "acquire/gpcamera.h"
 #include "app/cameradialog.h"
-#include "raster/ras.h"
 #include "tests/acquire/acquiretest.h"
+#include "tests/acquire/cameracard.h"
 
 namespace {
 
-// Two with a preview inside (an Exif thumbnail), one without.
-const QStringList kFiles = {"imagers__images_jpg_progressive_cat.jpg", "ljt__testorig.jpg",
-                            "pillow__pil_sample_cmyk.jpg"};
-
-uint32_t WidthOf(const QString &path) {
-  RasDesc desc{};
-  return RasGetInfo(QFile::encodeName(path).constData(), &desc) == RasOk ? desc.width : 0;
-}
-
-// A memory card: the three files in a DCIM folder, and a text file the
-// directory camera does not count as a picture.
-struct Card {
-  Card() {
-    QDir(dir.path()).mkpath("DCIM/100KORVL");
-    for (const QString &name : kFiles)
-      EXPECT_TRUE(QFile::copy(KORVEL_TESTDATA_DIR "/jpeg/" + name, File(name)));
-    QFile notes(dir.path() + "/notes.txt");
-    EXPECT_TRUE(notes.open(QIODevice::WriteOnly));
-    notes.write("not a picture");
-  }
-  QString Folder() const { return dir.path() + "/DCIM/100KORVL"; }
-  QString File(const QString &name) const { return Folder() + "/" + name; }
-  QString Port() const { return "disk:" + dir.path(); }
-  QTemporaryDir dir;
-};
+const QStringList &kFiles = kCardFiles;
 
 TEST(GpCamera, FindListPreviewAndDownload) {
   Card card;
