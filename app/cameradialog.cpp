@@ -1,7 +1,8 @@
 // The camera download dialog and the errand around it. The camera is claimed
 // twice, briefly: once to list the pictures and fetch their previews, once
-// to fetch the chosen pictures. In between, and after, it is free for the
-// desktop and other programs.
+// to fetch the chosen pictures, the second time on the download's worker
+// thread while the dialog keeps answering. In between, and after, it is free
+// for the desktop and other programs.
 #include "app/cameradialog.h"
 
 #include <QHBoxLayout>
