@@ -39,12 +39,9 @@ CKorvelAppView::CKorvelAppView(CKorvelAppDoc *doc, CMainFrame *frame, QWidget *p
   setFixedSize(kFormWidth, kFormHeight);
   setAcceptDrops(true);
   background_.Load(kKorvelFormBackground);
-  doc_->AddView(this);
 }
 
-CKorvelAppView::~CKorvelAppView() {
-  doc_->RemoveView(this);
-}
+CKorvelAppView::~CKorvelAppView() = default;
 
 void CKorvelAppView::CreateControls() {
   for (int i = 0; i < kFormControlCount; ++i) {
@@ -118,7 +115,7 @@ void CKorvelAppView::OnInitialUpdate() {
           [this](QPoint photo) { imageView_->ColorCorrectAt(photo, ChosenColorTool()); });
   imageView_->hide();
 
-  helpPane_ = new CButtonTextView(doc_, this);
+  helpPane_ = new CButtonTextView(this);
   helpPane_->setGeometry(QRect(at + QPoint(0, kViewHeight + 1), QSize(kHelpWidth, kHelpHeight)));
   helpPane_->show();
   helpPane_->SetText(1000);
@@ -133,13 +130,13 @@ void CKorvelAppView::paintEvent(QPaintEvent *) {
 }
 
 CThumbView *CKorvelAppView::GetThumbView() const {
-  return doc_->FindView<CThumbView>();
+  return thumbView_;
 }
 CImageView *CKorvelAppView::GetImageView() const {
-  return doc_->FindView<CImageView>();
+  return imageView_;
 }
 CButtonTextView *CKorvelAppView::GetButtonTextView() const {
-  return doc_->FindView<CButtonTextView>();
+  return helpPane_;
 }
 
 void CKorvelAppView::SetHelpText(int id) {
@@ -454,8 +451,7 @@ void CKorvelAppView::OnSelectSource() {
 
 void CKorvelAppView::OnSavePhoto() {
   SetHelpText(1002);
-  if (SavePhotoCommand(doc_)) update();
-  if (CThumbView *thumbs = GetThumbView()) thumbs->viewport()->update();
+  SavePhotoCommand(doc_);
 }
 
 void CKorvelAppView::OnQuit() {
@@ -476,7 +472,6 @@ void CKorvelAppView::OnRemovePhoto() {
                     KorvelPrompt::MB_YESNOCANCEL) != KorvelPrompt::IDYES)
     return;
   doc_->Remove(doc_->CurrentIndex());
-  GetThumbView()->viewport()->update();
 }
 
 void CKorvelAppView::OnEditPhoto() {
@@ -499,13 +494,11 @@ void CKorvelAppView::OnUndo() {
 }
 
 void CKorvelAppView::OnOpenPhoto() {
-  if (OpenPhotoCommand(doc_)) GetThumbView()->viewport()->update();
+  OpenPhotoCommand(doc_);
 }
 
 bool CKorvelAppView::OpenPhoto(const QString &path) {
-  const bool opened = OpenPhotoFile(doc_, path);
-  if (opened) GetThumbView()->viewport()->update();
-  return opened;
+  return OpenPhotoFile(doc_, path);
 }
 
 bool CKorvelAppView::QuerySaveBeforeClose() {

@@ -19,7 +19,6 @@
 #include "raster/ras.h"
 #include "res/resources.h"
 #include "views/imageview.h"
-#include "views/thumbview.h"
 
 // The session as the frame uses it: pictures go to the work area, and every
 // failure the frame sees becomes one message.
@@ -96,8 +95,6 @@ void CMainFrame::OnPictureReceived(HGLOBAL picture) {
       RasFormatJpeg, [&folder] { return CKorvelAppDoc::UniquePhotoName(folder); },
       doc_->ImageAt(last), resolution);
   if (!saved.isEmpty()) doc_->ReplaceImage(last, doc_->ImageAt(last), 1, saved);
-  if (view_) view_->update();
-  if (view_ && view_->GetThumbView()) view_->GetThumbView()->viewport()->update();
 }
 
 QStringList CMainFrame::ListSources() {

@@ -153,9 +153,8 @@ bool CKeyboard::MoveSelection(int step) {
     next = count - 1;
   if (next < 0 || next >= count) return true;
   doc->SetCurrentIndex(next);
-  doc->Selection().clear();
+  doc->SetSelection({});
   ScrollIntoView(next);
-  if (CThumbView *thumbs = form_->GetThumbView()) thumbs->viewport()->update();
   return true;
 }
 

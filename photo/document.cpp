@@ -3,7 +3,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QWidget>
 
 CKorvelAppDoc::CKorvelAppDoc(QObject *parent) : QObject(parent) {}
 
@@ -13,6 +12,7 @@ void CKorvelAppDoc::AddImage(HGLOBAL handle, uint8_t unsaved, const QString &pat
   unsaved_.push_back(unsaved);
   paths_.append(path);
   resolutions_.push_back(resolution > 0.0f ? resolution : kUnknownResolution);
+  emit photoAdded(Count() - 1);
 }
 
 void CKorvelAppDoc::ReplaceImage(int index, const CDib &image, uint8_t unsaved,
@@ -21,6 +21,7 @@ void CKorvelAppDoc::ReplaceImage(int index, const CDib &image, uint8_t unsaved,
   images_[static_cast<size_t>(index)] = image;
   unsaved_[static_cast<size_t>(index)] = unsaved;
   if (!path.isEmpty()) paths_[index] = path;
+  emit photoReplaced(index);
 }
 
 // An index outside the work area answers as an empty work area does, so a
@@ -53,7 +54,30 @@ void CKorvelAppDoc::Remove(int index) {
   unsaved_.erase(unsaved_.begin() + index);
   paths_.removeAt(index);
   resolutions_.erase(resolutions_.begin() + index);
+  // Both signals go out with the work area settled, so that a slot reading
+  // the current index never sees one left over from before the removal.
+  const bool hadCurrent = current_ != -1;
   current_ = -1;
+  emit photoRemoved(index);
+  if (hadCurrent) emit currentChanged(-1);
+}
+
+void CKorvelAppDoc::SetCurrentIndex(int index) {
+  if (current_ == index) return;
+  current_ = index;
+  emit currentChanged(index);
+}
+
+void CKorvelAppDoc::SetSelection(std::vector<uint32_t> indices) {
+  if (selection_ == indices) return;
+  selection_ = std::move(indices);
+  emit selectionChanged();
+}
+
+void CKorvelAppDoc::SetEditMode(int mode) {
+  if (editMode_ == mode) return;
+  editMode_ = mode;
+  emit editModeChanged(mode);
 }
 
 QString CKorvelAppDoc::FolderOf(const QString &path) {
@@ -83,12 +107,4 @@ QString CKorvelAppDoc::TempPath() {
   QString temp = QDir::tempPath();
   if (!temp.endsWith('/')) temp += '/';
   return temp;
-}
-
-void CKorvelAppDoc::AddView(QWidget *view) {
-  if (!views_.contains(view)) views_.append(view);
-}
-
-void CKorvelAppDoc::RemoveView(QWidget *view) {
-  views_.removeAll(view);
 }

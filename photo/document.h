@@ -1,7 +1,8 @@
 // The photo work area: the photos brought in during this run, as parallel
 // arrays (picture, unsaved flag, path, resolution), with the entry the user last
-// clicked, the thumbnail selection and whether the editor is showing. Every
-// view of the main window is attached to it and finds the others through it.
+// clicked, the thumbnail selection and whether the editor is showing. It knows
+// no view: every change goes out as a signal, and the views that show what
+// changed connect to it and repaint themselves.
 #pragma once
 
 #include <QList>
@@ -11,8 +12,6 @@
 #include <vector>
 
 #include "photo/dib.h"
-
-class QWidget;
 
 class CKorvelAppDoc : public QObject {
   Q_OBJECT
@@ -51,22 +50,36 @@ class CKorvelAppDoc : public QObject {
   static QString TempPath();
 
   int CurrentIndex() const { return current_; }
-  void SetCurrentIndex(int index) { current_ = index; }
-  std::vector<uint32_t> &Selection() { return selection_; }
+  // Emits currentChanged when the index changes.
+  void SetCurrentIndex(int index);
+  // The indices picked with Ctrl-clicks, in click order; empty when only the
+  // current entry is picked.
   const std::vector<uint32_t> &Selection() const { return selection_; }
+  // Emits selectionChanged when the indices differ from the ones held.
+  void SetSelection(std::vector<uint32_t> indices);
+  // The selection to edit in place, for callers that change it piecemeal;
+  // they call NotifySelectionChanged() when done, since the document cannot
+  // see such a change. SetSelection is the way for everyone else.
+  std::vector<uint32_t> &Selection() { return selection_; }
+  void NotifySelectionChanged() { emit selectionChanged(); }
+  // 0 while the thumbnails show, 1 while the editor does. Emits
+  // editModeChanged when the mode changes.
   int EditMode() const { return editMode_; }
-  void SetEditMode(int mode) { editMode_ = mode; }
+  void SetEditMode(int mode);
 
-  // The views attached to the work area, in the order they were added; a view
-  // finds another as the first of the wanted class.
-  void AddView(QWidget *view);
-  void RemoveView(QWidget *view);
-  template <class View>
-  View *FindView() const {
-    for (QWidget *w : views_)
-      if (auto *v = qobject_cast<View *>(w)) return v;
-    return nullptr;
-  }
+ signals:
+  // An entry was appended at `index` (always the last one).
+  void photoAdded(int index);
+  // Entry `index` took a new picture, unsaved flag or path.
+  void photoReplaced(int index);
+  // Entry `index` left the work area; those after it moved down by one.
+  void photoRemoved(int index);
+  // The Ctrl-click selection changed.
+  void selectionChanged();
+  // The entry the user last picked is now `index` (-1 for none).
+  void currentChanged(int index);
+  // The editor opened (1) or closed (0).
+  void editModeChanged(int mode);
 
  private:
   bool Valid(int index) const { return index >= 0 && index < Count(); }
@@ -79,5 +92,4 @@ class CKorvelAppDoc : public QObject {
   CDib empty_;
   int current_ = -1;
   int editMode_ = 0;
-  QList<QWidget *> views_;
 };

@@ -8,21 +8,14 @@
 #include <QScrollBar>
 #include <QStyle>
 
-#include "photo/document.h"
 #include "photo/strings.h"
 #include "views/scrollsizes.h"
 
-CButtonTextView::CButtonTextView(CKorvelAppDoc *doc, QWidget *parent)
-    : QAbstractScrollArea(parent), doc_(doc) {
+CButtonTextView::CButtonTextView(QWidget *parent) : QAbstractScrollArea(parent) {
   setFrameShape(QFrame::NoFrame);
   setFocusPolicy(Qt::NoFocus);
   viewport()->setAutoFillBackground(false);
   UpdateBars();
-  if (doc_) doc_->AddView(this);
-}
-
-CButtonTextView::~CButtonTextView() {
-  if (doc_) doc_->RemoveView(this);
 }
 
 void CButtonTextView::SetText(int stringId) {

@@ -3,10 +3,7 @@
 #pragma once
 
 #include <QAbstractScrollArea>
-#include <QPointer>
 #include <QString>
-
-class CKorvelAppDoc;
 
 class CButtonTextView : public QAbstractScrollArea {
   Q_OBJECT
@@ -18,9 +15,8 @@ class CButtonTextView : public QAbstractScrollArea {
   static constexpr int kScrollWidth = 100;
   static constexpr int kScrollHeight = 100;
 
-  // A pane attached to `doc` is the one the other views find through it.
-  explicit CButtonTextView(CKorvelAppDoc *doc = nullptr, QWidget *parent = nullptr);
-  ~CButtonTextView() override;
+  // The pane shows only what its owner tells it, so it needs no work area.
+  explicit CButtonTextView(QWidget *parent = nullptr);
 
   // Shows string `stringId` of the string table, repainting the whole pane.
   void SetText(int stringId);
@@ -33,6 +29,5 @@ class CButtonTextView : public QAbstractScrollArea {
  private:
   void UpdateBars();
 
-  QPointer<CKorvelAppDoc> doc_;
   QString text_;
 };

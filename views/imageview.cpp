@@ -37,12 +37,9 @@ CImageView::CImageView(CKorvelAppDoc *doc, QWidget *parent)
   viewport()->setAutoFillBackground(true);
   // A rubber band released outside the photo keeps following the pointer.
   viewport()->setMouseTracking(true);
-  doc_->AddView(this);
 }
 
-CImageView::~CImageView() {
-  doc_->RemoveView(this);
-}
+CImageView::~CImageView() = default;
 
 void CImageView::OnInitialUpdate() {
   SetScrollSizes(this, QSize(453, 645));

@@ -77,12 +77,17 @@ CThumbView::CThumbView(CKorvelAppDoc *doc, QWidget *parent)
   setFocusPolicy(Qt::ClickFocus);
   // The right button shows menu 132 itself; no second menu from the form.
   setContextMenuPolicy(Qt::PreventContextMenu);
-  doc_->AddView(this);
+  // Every change to the work area shows in the grid, whoever makes it.
+  QWidget *surface = viewport();
+  const auto repaint = [surface] { surface->update(); };
+  connect(doc, &CKorvelAppDoc::photoAdded, surface, repaint);
+  connect(doc, &CKorvelAppDoc::photoReplaced, surface, repaint);
+  connect(doc, &CKorvelAppDoc::photoRemoved, surface, repaint);
+  connect(doc, &CKorvelAppDoc::selectionChanged, surface, repaint);
+  connect(doc, &CKorvelAppDoc::currentChanged, surface, repaint);
 }
 
-CThumbView::~CThumbView() {
-  if (doc_) doc_->RemoveView(this);
-}
+CThumbView::~CThumbView() = default;
 
 void CThumbView::OnInitialUpdate() {
   SetScrollHeight(kMinScrollHeight);
@@ -190,17 +195,16 @@ void CThumbView::OnLButtonDown(QMouseEvent *event) {
   }
   const int old = doc_->CurrentIndex();
   doc_->SetCurrentIndex(hit);
-  std::vector<uint32_t> &selection = doc_->Selection();
+  std::vector<uint32_t> selection;
   if (IsCtrlClick(event)) {
     // The photo that was current joins the selection it starts. Duplicates
     // are harmless: the selection is only asked whether it holds more than
     // one index and whether it holds a given one.
+    selection = doc_->Selection();
     if (selection.empty() && old != -1) selection.push_back(static_cast<uint32_t>(old));
     selection.push_back(static_cast<uint32_t>(hit));
-  } else {
-    selection.clear();
   }
-  viewport()->update();
+  doc_->SetSelection(std::move(selection));
 }
 
 void CThumbView::mouseDoubleClickEvent(QMouseEvent *event) {
@@ -231,7 +235,6 @@ void CThumbView::OnRButtonDown(QMouseEvent *event) {
     return;
   }
   doc_->SetCurrentIndex(hit);
-  viewport()->update();
 
   const std::unique_ptr<QMenu> menu(CreateContextMenu());
   const QPointer<CThumbView> alive(this);

@@ -37,7 +37,8 @@ class CThumbView : public QAbstractScrollArea {
   // made without a real popup.
   using MenuRunner = std::function<QAction *(QMenu *, const QPoint &)>;
 
-  // The view attaches itself to `doc`, which must outlive it.
+  // The view shows `doc` and repaints itself whenever the work area or its
+  // selection changes; `doc` must outlive it.
   explicit CThumbView(CKorvelAppDoc *doc, QWidget *parent = nullptr);
   ~CThumbView() override;
 

@@ -8,7 +8,6 @@
 #include <QSet>
 
 #include "app/korvelapp.h"
-#include "photo/document.h"
 #include "photo/settings.h"
 #include "photo/strings.h"
 #include "views/buttontextview.h"
@@ -57,8 +56,7 @@ class Pane : public testing::Test {
     pane.setGeometry(0, 0, 545, 10);
     pane.show();
   }
-  CKorvelAppDoc doc;
-  CButtonTextView pane{&doc};
+  CButtonTextView pane;
 };
 
 TEST_F(Pane, ShowsTheChosenStringInItsColoursFromTheCorner) {
@@ -95,15 +93,6 @@ TEST_F(Pane, TooSmallForScrollBarsItNeverScrolls) {
     EXPECT_EQ(pane.verticalScrollBar()->maximum(), vMax);
     EXPECT_EQ(pane.horizontalScrollBar()->maximum(), hMax);
   }
-}
-
-TEST(PaneDocument, OtherViewsFindThePaneUntilItGoes) {
-  CKorvelAppDoc doc;
-  auto pane = std::make_unique<CButtonTextView>(&doc);
-  CButtonTextView loose;  // neither document nor form: attached to nothing
-  EXPECT_EQ(doc.FindView<CButtonTextView>(), pane.get());
-  pane.reset();
-  EXPECT_EQ(doc.FindView<CButtonTextView>(), nullptr);
 }
 
 }  // namespace

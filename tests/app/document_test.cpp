@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <utility>
 
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
@@ -51,6 +52,67 @@ TEST(Document, EntriesStayParallel) {
   EXPECT_EQ(doc.PathAt(1), "bare.tif");
   EXPECT_EQ(doc.UnsavedAt(1), 0);
   EXPECT_EQ(doc.ImageAt(1).Width(), 7u);
+}
+
+// Every signal the work area sends, in order, as "name index".
+class SignalLog {
+ public:
+  explicit SignalLog(CKorvelAppDoc *doc) {
+    const auto with = [this](const char *name) {
+      return [this, name](int index) { log_ << QStringLiteral("%1 %2").arg(name).arg(index); };
+    };
+    QObject::connect(doc, &CKorvelAppDoc::photoAdded, with("added"));
+    QObject::connect(doc, &CKorvelAppDoc::photoReplaced, with("replaced"));
+    QObject::connect(doc, &CKorvelAppDoc::photoRemoved, with("removed"));
+    QObject::connect(doc, &CKorvelAppDoc::currentChanged, with("current"));
+    QObject::connect(doc, &CKorvelAppDoc::editModeChanged, with("mode"));
+    QObject::connect(doc, &CKorvelAppDoc::selectionChanged, [this] { log_ << "selection"; });
+  }
+  // What was sent since the last call.
+  QStringList Take() { return std::exchange(log_, {}); }
+
+ private:
+  QStringList log_;
+};
+
+TEST(Document, EachChangeSaysSoOnceAndOnlyWhenSomethingChanged) {
+  CKorvelAppDoc doc;
+  SignalLog sent(&doc);
+  doc.AddImage(MakePhoto(3, 2), 0, "/a/one.jpg");
+  doc.AddImage(MakePhoto(3, 2), 0, "/a/two.jpg");
+  doc.AddImage(MakePhoto(3, 2), 0, "/a/three.jpg");
+  EXPECT_EQ(sent.Take(), (QStringList{"added 0", "added 1", "added 2"}));
+
+  doc.ReplaceImage(1, doc.ImageAt(0), 1, QString());
+  doc.ReplaceImage(3, doc.ImageAt(0), 1, QString());  // no such entry: nothing happens
+  EXPECT_EQ(sent.Take(), QStringList{"replaced 1"});
+
+  doc.SetCurrentIndex(2);
+  doc.SetCurrentIndex(2);
+  doc.SetEditMode(1);
+  doc.SetEditMode(1);
+  doc.SetEditMode(0);
+  EXPECT_EQ(sent.Take(), (QStringList{"current 2", "mode 1", "mode 0"}));
+
+  doc.SetSelection({0, 2});
+  doc.SetSelection({0, 2});
+  EXPECT_EQ(doc.Selection(), (std::vector<uint32_t>{0, 2}));
+  doc.Selection().push_back(1);  // changed in place, then announced
+  doc.NotifySelectionChanged();
+  doc.SetSelection({});
+  EXPECT_EQ(sent.Take(), (QStringList{"selection", "selection", "selection"}));
+
+  // Removing forgets the current entry, and says so once the entry is gone.
+  int currentSeen = 0;
+  QObject::connect(&doc, &CKorvelAppDoc::photoRemoved, [&] { currentSeen = doc.CurrentIndex(); });
+  doc.Remove(0);
+  EXPECT_EQ(sent.Take(), (QStringList{"removed 0", "current -1"}));
+  EXPECT_EQ(currentSeen, -1);
+  EXPECT_EQ(doc.Count(), 2);
+  doc.Remove(1);  // nothing was current: only the removal
+  doc.Remove(5);
+  EXPECT_EQ(sent.Take(), QStringList{"removed 1"});
+  EXPECT_EQ(doc.PathAt(0), "/a/two.jpg");
 }
 
 TEST(Document, UniqueNamesFillGapsAndGrowPastThreeDigits) {

@@ -129,11 +129,11 @@ TEST_F(Form, RefusalsTellWhyAndChangeNothing) {
   Add(640, 481);
   Add(640, 480);
   doc->SetCurrentIndex(0);
-  doc->Selection() = {0, 2};
+  doc->SetSelection({0, 2});
   Refuses(1012, "Please select only one image that you would like to edit");
   Refuses(32772, "Please select only one image that you would like to remove from your work area");
 
-  doc->Selection().clear();
+  doc->SetSelection({});
   for (int index : {0, 1}) {
     const QString help = Help();
     doc->SetCurrentIndex(index);

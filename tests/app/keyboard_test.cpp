@@ -46,7 +46,7 @@ class Keyboard : public MainWindowTest {
 
 TEST_F(Keyboard, ArrowsWalkTheThumbnailsAndEnterOpensTheSelectedOne) {
   Add(7);  // two rows: five, then two
-  doc->Selection() = {2, 3};
+  doc->SetSelection({2, 3});
   // Key, and the current photo after it: the first arrow picks the first photo, a row
   // is five, down onto a short row lands on the last photo, edges hold.
   const std::pair<int, int> walk[] = {

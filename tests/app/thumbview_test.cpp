@@ -12,6 +12,7 @@
 #include <QStyle>
 #include <QTest>
 #include <QWheelEvent>
+#include <functional>
 
 #include "photo/document.h"
 #include "tests/app/photos.h"
@@ -23,6 +24,22 @@ namespace {
 constexpr QRgb kGrey = qRgb(220, 220, 220), kBlack = qRgb(0, 0, 0), kRed = qRgb(255, 0, 0);
 constexpr QRgb kOrange = qRgb(200, 120, 40), kBlue = qRgb(30, 60, 210), kGreen = qRgb(40, 180, 70);
 using Indices = std::vector<uint32_t>;
+
+// Counts the events of one type that reach a widget.
+class EventCounter : public QObject {
+ public:
+  EventCounter(QObject *target, QEvent::Type type, int *count) : type_(type), count_(count) {
+    target->installEventFilter(this);
+  }
+  bool eventFilter(QObject *, QEvent *event) override {
+    if (event->type() == type_) ++*count_;
+    return false;
+  }
+
+ private:
+  QEvent::Type type_;
+  int *count_;
+};
 
 class Thumbs : public testing::Test {
  protected:
@@ -80,7 +97,30 @@ TEST_F(Thumbs, CellsFollowTheGridAndPicturesAreFittedAndCentred) {
   doc.Remove(6);
   Shot();
   EXPECT_EQ(view.CellRects().size(), 6);  // rebuilt on every paint
-  EXPECT_EQ(doc.FindView<CThumbView>(), &view);
+}
+
+// Nobody tells the view to repaint: it hears every change to the work area
+// and paints again, which rebuilds its cells.
+TEST_F(Thumbs, RepaintsItselfWhenTheWorkAreaChanges) {
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+  int paints = 0;
+  EventCounter counter(port, QEvent::Paint, &paints);
+  const auto paintedAfter = [&](const std::function<void()> &change) {
+    QApplication::processEvents();
+    paints = 0;
+    change();
+    QApplication::processEvents();
+    return paints > 0;
+  };
+  EXPECT_TRUE(paintedAfter([&] { Add(6); }));
+  EXPECT_EQ(view.CellRects().size(), 6);  // the grid has its second row
+  EXPECT_TRUE(paintedAfter([&] { doc.SetCurrentIndex(3); }));
+  EXPECT_TRUE(paintedAfter([&] { doc.SetSelection({1, 2}); }));
+  EXPECT_TRUE(paintedAfter([&] { doc.ReplaceImage(0, doc.ImageAt(1), 1, "/photos/q.jpg"); }));
+  EXPECT_TRUE(paintedAfter([&] { doc.Remove(5); }));
+  EXPECT_EQ(view.CellRects().size(), 5);
+  EXPECT_FALSE(paintedAfter([&] { doc.SetEditMode(1); }));  // nothing of it shows here
+  EXPECT_FALSE(paintedAfter([] {}));
 }
 
 TEST_F(Thumbs, ContentHeightDecidesScrolling) {
@@ -178,9 +218,9 @@ TEST_F(Thumbs, RedFramesMarkTheCurrentEntryOrTheSelection) {
   EXPECT_EQ(tops(), (std::vector<QRgb>{kBlack, kBlack, kRed, kBlack, kGreen}));
   // With a selection the current entry is not marked for itself; the red
   // frame is drawn over a picture that covers the cell's edge.
-  doc.Selection() = {0, 4, 0};
+  doc.SetSelection({0, 4, 0});
   EXPECT_EQ(tops(), (std::vector<QRgb>{kRed, kBlack, kBlack, kBlack, kRed}));
-  doc.Selection() = {9};  // no longer in the work area
+  doc.SetSelection({9});  // no longer in the work area
   EXPECT_EQ(tops(), (std::vector<QRgb>{kBlack, kBlack, kBlack, kBlack, kGreen}));
 }
 
@@ -190,7 +230,7 @@ TEST_F(Thumbs, LeftClicksAndTheDeleteKey) {
   view.activateWindow();
   ASSERT_TRUE(QTest::qWaitForWindowActive(&view));
   doc.SetCurrentIndex(-1);
-  doc.Selection().clear();
+  doc.SetSelection({});
   const Qt::KeyboardModifiers none, ctrl = Qt::ControlModifier;
   const std::tuple<QPoint, Qt::KeyboardModifiers, int, Indices> steps[] = {
       {CentreOf(0), ctrl, 0, {0}},  // nothing was current
@@ -249,7 +289,7 @@ TEST_F(Thumbs, ScrolledRightAndDoubleClicks) {
     return menu->actions().at(5);
   });
   QSignalSpy commands(&view, &CThumbView::commandRequested);
-  doc.Selection() = {7, 8};
+  doc.SetSelection({7, 8});
   QTest::mouseClick(port, Qt::RightButton, {}, spot);
   EXPECT_EQ(doc.CurrentIndex(), 0);
   EXPECT_EQ(doc.Selection(), (Indices{7, 8}));
