@@ -9,6 +9,7 @@
 // references pointer-sized.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 using TW_INT16 = int16_t;
@@ -25,22 +26,17 @@ using TW_STR32 = char[34];
 #pragma pack(push, 2)
 
 struct TW_VERSION {
-  TW_UINT16 MajorNum;
-  TW_UINT16 MinorNum;
-  TW_UINT16 Language;
-  TW_UINT16 Country;
+  TW_UINT16 MajorNum, MinorNum;
+  TW_UINT16 Language, Country;
   TW_STR32 Info;
 };
 
 struct TW_IDENTITY {
   TW_UINT32 Id;
   TW_VERSION Version;
-  TW_UINT16 ProtocolMajor;
-  TW_UINT16 ProtocolMinor;
+  TW_UINT16 ProtocolMajor, ProtocolMinor;
   TW_UINT32 SupportedGroups;
-  TW_STR32 Manufacturer;
-  TW_STR32 ProductFamily;
-  TW_STR32 ProductName;
+  TW_STR32 Manufacturer, ProductFamily, ProductName;
 };
 using pTW_IDENTITY = TW_IDENTITY *;
 
@@ -105,85 +101,45 @@ struct TW_ENTRYPOINT {
 };
 #pragma pack(pop)
 
+// The triplet constants, a line for each group of one kind.
 // Data groups, and the flags of SupportedGroups for version 2 parties.
-enum : TW_UINT32 {
-  DG_CONTROL = 0x0001,
-  DG_IMAGE = 0x0002,
-  DF_DSM2 = 0x10000000,
-  DF_APP2 = 0x20000000,
-  DF_DS2 = 0x40000000,
-};
+constexpr TW_UINT32 DG_CONTROL = 0x0001, DG_IMAGE = 0x0002;
+constexpr TW_UINT32 DF_DSM2 = 0x10000000, DF_APP2 = 0x20000000, DF_DS2 = 0x40000000;
 
-// Data argument types.
-enum : TW_UINT16 {
-  DAT_NULL = 0x0000,
-  DAT_EVENT = 0x0002,
-  DAT_IDENTITY = 0x0003,
-  DAT_PARENT = 0x0004,
-  DAT_PENDINGXFERS = 0x0005,
-  DAT_STATUS = 0x0008,
-  DAT_USERINTERFACE = 0x0009,
-  DAT_CALLBACK = 0x0010,
-  DAT_CALLBACK2 = 0x0012,
-  DAT_IMAGENATIVEXFER = 0x0104,
-  DAT_ENTRYPOINT = 0x0403,
-};
+// Data argument types: control ones, then the image transfer, then the manager's entry points.
+constexpr TW_UINT16 DAT_NULL = 0x0000, DAT_EVENT = 0x0002, DAT_IDENTITY = 0x0003,
+                    DAT_PARENT = 0x0004, DAT_PENDINGXFERS = 0x0005, DAT_STATUS = 0x0008,
+                    DAT_USERINTERFACE = 0x0009, DAT_CALLBACK = 0x0010, DAT_CALLBACK2 = 0x0012;
+constexpr TW_UINT16 DAT_IMAGENATIVEXFER = 0x0104;
+constexpr TW_UINT16 DAT_ENTRYPOINT = 0x0403;
 
-// Messages.
-enum : TW_UINT16 {
-  MSG_NULL = 0x0000,
-  MSG_GET = 0x0001,
-  MSG_GETDEFAULT = 0x0003,
-  MSG_GETFIRST = 0x0004,
-  MSG_GETNEXT = 0x0005,
-  MSG_SET = 0x0006,
-  MSG_RESET = 0x0007,
-  MSG_XFERREADY = 0x0101,
-  MSG_CLOSEDSREQ = 0x0102,
-  MSG_CLOSEDSOK = 0x0103,
-  MSG_OPENDSM = 0x0301,
-  MSG_CLOSEDSM = 0x0302,
-  MSG_OPENDS = 0x0401,
-  MSG_CLOSEDS = 0x0402,
-  MSG_USERSELECT = 0x0403,
-  MSG_DISABLEDS = 0x0501,
-  MSG_ENABLEDS = 0x0502,
-  MSG_PROCESSEVENT = 0x0601,
-  MSG_ENDXFER = 0x0701,
-  MSG_REGISTER_CALLBACK = 0x0902,
-};
+// Messages, a line for each group their high byte names.
+constexpr TW_UINT16 MSG_NULL = 0x0000;
+constexpr TW_UINT16 MSG_GET = 0x0001, MSG_GETDEFAULT = 0x0003, MSG_GETFIRST = 0x0004,
+                    MSG_GETNEXT = 0x0005, MSG_SET = 0x0006, MSG_RESET = 0x0007;
+constexpr TW_UINT16 MSG_XFERREADY = 0x0101, MSG_CLOSEDSREQ = 0x0102, MSG_CLOSEDSOK = 0x0103;
+constexpr TW_UINT16 MSG_OPENDSM = 0x0301, MSG_CLOSEDSM = 0x0302;
+constexpr TW_UINT16 MSG_OPENDS = 0x0401, MSG_CLOSEDS = 0x0402, MSG_USERSELECT = 0x0403;
+constexpr TW_UINT16 MSG_DISABLEDS = 0x0501, MSG_ENABLEDS = 0x0502;
+constexpr TW_UINT16 MSG_PROCESSEVENT = 0x0601;
+constexpr TW_UINT16 MSG_ENDXFER = 0x0701;
+constexpr TW_UINT16 MSG_REGISTER_CALLBACK = 0x0902;
 
 // Return codes.
-enum : TW_UINT16 {
-  TWRC_SUCCESS = 0,
-  TWRC_FAILURE = 1,
-  TWRC_CHECKSTATUS = 2,
-  TWRC_CANCEL = 3,
-  TWRC_DSEVENT = 4,
-  TWRC_NOTDSEVENT = 5,
-  TWRC_XFERDONE = 6,
-  TWRC_ENDOFLIST = 7,
-};
+constexpr TW_UINT16 TWRC_SUCCESS = 0, TWRC_FAILURE = 1, TWRC_CHECKSTATUS = 2, TWRC_CANCEL = 3,
+                    TWRC_DSEVENT = 4, TWRC_NOTDSEVENT = 5, TWRC_XFERDONE = 6, TWRC_ENDOFLIST = 7;
 
-// Condition codes.
-enum : TW_UINT16 {
-  TWCC_SUCCESS = 0,
-  TWCC_BUMMER = 1,
-  TWCC_LOWMEMORY = 2,
-  TWCC_NODS = 3,
-  TWCC_MAXCONNECTIONS = 4,
-  TWCC_OPERATIONERROR = 5,
-  TWCC_BADCAP = 6,
-  TWCC_BADPROTOCOL = 9,
-  TWCC_BADVALUE = 10,
-  TWCC_SEQERROR = 11,
-  TWCC_BADDEST = 12,
-  TWCC_CAPUNSUPPORTED = 13,
-  TWCC_CAPBADOPERATION = 14,
-  TWCC_CAPSEQERROR = 15,
-};
+// Condition codes: general ones, then those about capabilities.
+constexpr TW_UINT16 TWCC_SUCCESS = 0, TWCC_BUMMER = 1, TWCC_LOWMEMORY = 2, TWCC_NODS = 3,
+                    TWCC_MAXCONNECTIONS = 4, TWCC_OPERATIONERROR = 5, TWCC_BADPROTOCOL = 9,
+                    TWCC_BADVALUE = 10, TWCC_SEQERROR = 11, TWCC_BADDEST = 12;
+constexpr TW_UINT16 TWCC_BADCAP = 6, TWCC_CAPUNSUPPORTED = 13, TWCC_CAPBADOPERATION = 14,
+                    TWCC_CAPSEQERROR = 15;
 
 // Languages and countries used by the application's identity.
-enum : TW_UINT16 { TWLG_USA = 13, TWCY_USA = 1 };
+constexpr TW_UINT16 TWLG_USA = 13, TWCY_USA = 1;
 
 static_assert(sizeof(TW_IDENTITY) == 156, "TW_IDENTITY must keep the standard's layout");
+static_assert(offsetof(TW_IDENTITY, ProtocolMajor) == 46 &&
+                  offsetof(TW_IDENTITY, ProductName) == 122,
+              "TW_IDENTITY must keep the standard's layout");

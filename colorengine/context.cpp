@@ -106,20 +106,24 @@ int32_t CcCreateContext(CcTransformContext **out, int32_t inChannels, int32_t ou
   if (code != CcOk) return code;
   auto *c = static_cast<CcTransformContext *>(std::calloc(1, sizeof(CcTransformContext)));
   if (!c) return CcErrMemory;
-  c->mode = mode;
-  c->inChannels = inChannels;
-  c->outChannels = outChannels;
-  c->inSpace = inSpace;
-  c->outSpace = outSpace;
-  c->gridFlag = gridFlag;
-  c->nodeSize = nodeSize;
-  c->inSampleSize = 1;
-  c->outSampleSize = 1;
-  // Creation's own pair: for 16-bit nodes it rounds (2^22) where setting the
-  // output size later truncates; the guard entry of the 8-bit output curves
-  // absorbs the one index it can overshoot by.
-  c->shift = nodeSize == 1 ? 15 : 23;
-  c->rounding = nodeSize == 1 ? 16384 : 4194304;
+  // The shift and rounding are creation's own pair: for 16-bit nodes it rounds
+  // (2^22) where setting the output size later truncates; the guard entry of
+  // the 8-bit output curves absorbs the one index it can overshoot by.
+  *c = CcTransformContext{.mode = mode,
+                          .inChannels = inChannels,
+                          .outChannels = outChannels,
+                          .inSpace = inSpace,
+                          .outSpace = outSpace,
+                          .gridFlag = gridFlag,
+                          .nodeSize = nodeSize,
+                          .inSampleSize = 1,
+                          .outSampleSize = 1,
+                          .shift = nodeSize == 1 ? 15u : 23u,
+                          .rounding = nodeSize == 1 ? 16384u : 4194304u,
+                          .in = {},
+                          .out = {},
+                          .grid = nullptr,
+                          .gridNodes = 0};
   for (int32_t k = 0; k < 4; ++k) {
     c->in[k].nodeCount = 1;
     c->in[k].low = 0;

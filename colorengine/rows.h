@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "colorengine/cc.h"
 #include "colorengine/interp.h"
@@ -76,19 +77,24 @@ int32_t CurvePixels(const CcTransformContext *c, uint32_t count, const CcPixelRo
   return CcOk;
 }
 
+// Calls `run` with std::integral_constant<int, N> when the input channel count
+// is N, one of `Counts`, so that the count reaches the pixel loop as a template
+// argument; any other count gives `otherwise`.
+template <int... Counts, class Run>
+int32_t ByInputs(int32_t inChannels, int32_t otherwise, Run run) {
+  int32_t result = otherwise;
+  (void)((inChannels == Counts && (result = run(std::integral_constant<int, Counts>{}), true)) ||
+         ...);
+  return result;
+}
+
 template <class In, class Out, bool Coarse>
 int32_t CurveRow(const CcTransformContext *c, uint32_t count, const CcPixelRow *src,
                  uint32_t srcStride, const CcPixelRow *dst, uint32_t dstStride) {
-  switch (c->inChannels) {
-    case 1:
-      return CurvePixels<In, Out, Coarse, 1>(c, count, src, srcStride, dst, dstStride);
-    case 3:
-      return CurvePixels<In, Out, Coarse, 3>(c, count, src, srcStride, dst, dstStride);
-    case 4:
-      return CurvePixels<In, Out, Coarse, 4>(c, count, src, srcStride, dst, dstStride);
-    default:
-      return CcErrArgument;
-  }
+  return ByInputs<1, 3, 4>(c->inChannels, CcErrArgument, [&](auto n) {
+    return CurvePixels<In, Out, Coarse, decltype(n)::value>(c, count, src, srcStride, dst,
+                                                            dstStride);
+  });
 }
 
 // The output curves of a row. A row whose curves are all the identity (absent
@@ -328,17 +334,11 @@ int32_t InterpOutputs(const CcTransformContext *c, uint32_t count, const CcPixel
 template <class Node, class In, class Out>
 int32_t InterpRow(const CcTransformContext *c, uint32_t count, const CcPixelRow *src,
                   uint32_t srcStride, const CcPixelRow *dst, uint32_t dstStride) {
-  switch (c->inChannels) {
-    case 3:
-      return InterpOutputs<Node, In, Out, 3>(c, count, src, srcStride, dst, dstStride);
-    case 4:
-      return InterpOutputs<Node, In, Out, 4>(c, count, src, srcStride, dst, dstStride);
-    case 1:
-    case 2:
-      return CcErrArgument;
-    default:
-      return CcOk;
-  }
+  if (c->inChannels == 1 || c->inChannels == 2) return CcErrArgument;
+  return ByInputs<3, 4>(c->inChannels, CcOk, [&](auto n) {
+    return InterpOutputs<Node, In, Out, decltype(n)::value>(c, count, src, srcStride, dst,
+                                                            dstStride);
+  });
 }
 
 }  // namespace cc

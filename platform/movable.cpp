@@ -33,6 +33,14 @@ MovableBlock *Find(HGLOBAL block) {
   return block && Live().count(block) ? block : nullptr;
 }
 
+// One field of a live block, read under the lock; 0 for any other handle.
+template <class T>
+T FieldOf(HGLOBAL handle, T MovableBlock::*field) {
+  std::lock_guard<std::mutex> guard(gMutex);
+  const MovableBlock *block = Find(handle);
+  return block ? block->*field : T{0};
+}
+
 // A photo's block is tens of megabytes, written once from end to end right
 // after it is made. Such blocks are mapped straight from the system: its pages
 // come zeroed (no second pass to honour GMEM_ZEROINIT), 2 MiB at a time where
@@ -182,21 +190,15 @@ HGLOBAL GlobalFree(HGLOBAL handle) {
 }
 
 size_t GlobalSize(HGLOBAL handle) {
-  std::lock_guard<std::mutex> guard(gMutex);
-  const MovableBlock *block = Find(handle);
-  return block ? block->size : 0;
+  return FieldOf(handle, &MovableBlock::size);
 }
 
 uint32_t GlobalLockCount(HGLOBAL handle) {
-  std::lock_guard<std::mutex> guard(gMutex);
-  const MovableBlock *block = Find(handle);
-  return block ? block->locks : 0;
+  return FieldOf(handle, &MovableBlock::locks);
 }
 
 uint64_t GlobalSerial(HGLOBAL handle) {
-  std::lock_guard<std::mutex> guard(gMutex);
-  const MovableBlock *block = Find(handle);
-  return block ? block->serial : 0;
+  return FieldOf(handle, &MovableBlock::serial);
 }
 
 void GlobalTouch(HGLOBAL handle) {

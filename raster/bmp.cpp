@@ -171,9 +171,7 @@ bool AllocRow(BmpPriv *bmp, bool zero) {
   return true;
 }
 
-BmpPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<BmpPriv *>(desc->state->priv);
-}
+constexpr auto PrivOf = RasFormatPriv<BmpPriv>;
 
 void FreePriv(RasState *state) {
   auto *bmp = static_cast<BmpPriv *>(state->priv);

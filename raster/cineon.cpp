@@ -47,58 +47,34 @@
 namespace {
 
 constexpr uint32_t kMagic = 0x802A5FD7;
-constexpr int64_t kGenericSize = 1024;
-constexpr int64_t kIndustrySize = 1024;
+constexpr int64_t kGenericSize = 1024, kIndustrySize = 1024;
 constexpr int64_t kWrittenOffset = kGenericSize + kIndustrySize;
-constexpr uint32_t kMaxDimension = uint32_t{1} << 20;
-constexpr uint32_t kMaxPadding = 1u << 16;
+constexpr uint32_t kMaxDimension = uint32_t{1} << 20, kMaxPadding = 1u << 16;
 constexpr uint32_t kMaxCode = 1023;
 constexpr double kMillimetresPerInch = 25.4;
 
-// Generic header offsets.
-enum : size_t {
-  kAtMagic = 0,
-  kAtImageOffset = 4,
-  kAtGenericSize = 8,
-  kAtIndustrySize = 12,
-  kAtUserSize = 16,
-  kAtFileSize = 20,
-  kAtVersion = 24,
-  kAtFileName = 32,
-  kAtOrientation = 192,
-  kAtChannels = 193,
-  kAtChannelInfo = 196,  // eight entries of 28 bytes
-  kAtInterleave = 680,
-  kAtPacking = 681,
-  kAtSigned = 682,
-  kAtSense = 683,
-  kAtLinePadding = 684,
-  kAtChannelPadding = 688,
-  kAtXPitch = 972,
-  kAtYPitch = 976,
-};
+// Generic header offsets, a line for each part: file information, image
+// information, the channel table, data format and origination.
+constexpr size_t kAtMagic = 0, kAtImageOffset = 4, kAtGenericSize = 8, kAtIndustrySize = 12,
+                 kAtUserSize = 16, kAtFileSize = 20, kAtVersion = 24, kAtFileName = 32;
+constexpr size_t kAtOrientation = 192, kAtChannels = 193;
+constexpr size_t kAtChannelInfo = 196;  // eight entries of 28 bytes
+constexpr size_t kAtInterleave = 680, kAtPacking = 681, kAtSigned = 682, kAtSense = 683,
+                 kAtLinePadding = 684, kAtChannelPadding = 688;
+constexpr size_t kAtXPitch = 972, kAtYPitch = 976;
 
-// Within a channel entry.
-enum : size_t {
-  kChDesignator = 0,
-  kChBits = 2,
-  kChWidth = 4,
-  kChHeight = 8,
-  kChMinData = 12,
-  kChMinQuantity = 16,
-  kChMaxData = 20,
-  kChMaxQuantity = 24,
-  kChannelEntry = 28,
-};
+// Within a channel entry: what the channel is, its size, then the code
+// values and quantities its range maps.
+constexpr size_t kChDesignator = 0, kChBits = 2, kChWidth = 4, kChHeight = 8;
+constexpr size_t kChMinData = 12, kChMinQuantity = 16, kChMaxData = 20, kChMaxQuantity = 24;
+constexpr size_t kChannelEntry = 28;
 
 constexpr uint32_t kPackingLongwordLeft = 5;
 
 struct CineonPriv {
   bool big;
   int64_t dataOffset;
-  uint32_t width;
-  uint32_t height;
-  uint32_t channels;
+  uint32_t width, height, channels;
   uint32_t rowBytes;  // packed samples and the end-of-line padding
   uint32_t words;     // words of packed samples a row
   uint8_t *row;
@@ -123,9 +99,7 @@ void PutFloat(uint8_t *p, float f) {
   Put32(p, bits);
 }
 
-CineonPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<CineonPriv *>(desc->state->priv);
-}
+constexpr auto PrivOf = RasFormatPriv<CineonPriv>;
 
 void FreePriv(RasState *state) {
   auto *c = static_cast<CineonPriv *>(state->priv);
@@ -165,11 +139,9 @@ float ResolutionOf(const uint8_t *h, bool big) {
 int OpenRead(const char *name, RasDesc *desc) {
   RasState *state = desc->state;
   RasFile *file = &state->file;
-  int code = RasFileOpen(file, name, RasFileModeRead);
-  if (code != RasOk) return RasError("CineonOpen", code, 2);
   uint8_t h[kGenericSize];
-  int64_t got = kGenericSize;
-  if (RasFileRead(file, h, &got, 1) != RasOk) return FailOpen(state, RasErrFormat, 3);
+  int code = RasFormatOpenHeader("CineonOpen", state, name, h, kGenericSize, 2);
+  if (code != RasOk) return code;
   bool big;
   if (RasGet32(h + kAtMagic, true) == kMagic)
     big = true;
@@ -336,9 +308,7 @@ void Pack(const CineonPriv &c, const uint16_t *const *planes) {
 }  // namespace
 
 int CineonOpen(const char *name, char mode, RasDesc *desc) {
-  const int begun = RasFormatBegin("CineonOpen", name, mode, desc, 1);
-  if (begun != RasOk) return begun;
-  return mode == 'w' ? OpenWrite(name, desc) : OpenRead(name, desc);
+  return RasFormatOpen("CineonOpen", name, mode, desc, 1, OpenRead, OpenWrite);
 }
 
 int CineonReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {

@@ -232,15 +232,9 @@ int HeifReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 // Details: 0 no open writer, 1 row out of order, 2 planes too small, 3 the
 // encoder failed or the file could not be written.
 int HeifWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  int code = RasOk;
-  RasState *state = RasWholeWriteState("HeifWriteSl", desc, sl, &code);
-  if (!state) return code;
-  auto *priv = static_cast<HeifPriv *>(state->priv);
-  bool complete = false;
-  code = RasWholeKeepRow("HeifWriteSl", &priv->picture, row, sl, &complete);
-  if (code != RasOk || !complete) return code;
-  const int written = HeifFinish(priv, desc->format, &state->file);
-  return written == RasOk ? RasOk : RasError("HeifWriteSl", written, 3);
+  return RasWholeWriteSl<HeifPriv>(
+      "HeifWriteSl", desc, row, sl,
+      [desc](HeifPriv *priv, RasFile *file) { return HeifFinish(priv, desc->format, file); });
 }
 
 int HeifClose(RasDesc *desc) {

@@ -62,9 +62,7 @@ struct PcdPriv {
   PcdRecord b;
 };
 
-PcdPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<PcdPriv *>(desc->state->priv);
-}
+constexpr auto PrivOf = RasFormatPriv<PcdPriv>;
 
 void FreePriv(RasState *state) {
   auto *p = static_cast<PcdPriv *>(state->priv);
@@ -189,10 +187,9 @@ int PcdOpen(const char *name, char mode, RasDesc *desc) {
 }
 
 int PcdReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc) return RasError("PcdReadSl", RasErrArg, 0);
-  if (!sl) return RasError("PcdReadSl", RasErrArg, 1);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("PcdReadSl", RasErrArg, 2);
+  int code = RasOk;
+  RasState *state = RasFormatRowState("PcdReadSl", desc, sl, 'r', &code);
+  if (!state) return code;
   PcdPriv *p = PrivOf(desc);
   if (row >= p->height) return RasError("PcdReadSl", RasErrArg, 10);
   if (sl->width == 0 || sl->channels == 0) {

@@ -100,15 +100,15 @@ int RasSetDesc(RasDesc *desc, uint32_t format, uint32_t width, uint32_t height, 
   if (!RasValidChannels(channels)) return RasError("RasSetDesc", RasErrArg, 1);
   if (format < RasFormatTiff || format > RasFormatAvif) return RasError("RasSetDesc", RasErrArg, 2);
   if (!ValidModel(model)) return RasError("RasSetDesc", RasErrArg, 3);
-  desc->width = width;
-  desc->height = height;
-  desc->channels = channels;
-  desc->model = model;
-  desc->format = format;
-  desc->flags = 0;
-  desc->maxval = RasFormatMaxval(format);
-  desc->resolution = resolution;
-  desc->state = nullptr;
+  *desc = RasDesc{.width = width,
+                  .height = height,
+                  .channels = channels,
+                  .model = model,
+                  .format = format,
+                  .flags = 0,
+                  .maxval = RasFormatMaxval(format),
+                  .resolution = resolution,
+                  .state = nullptr};
   return RasOk;
 }
 

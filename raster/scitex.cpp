@@ -46,49 +46,32 @@
 namespace {
 
 constexpr int64_t kHeaderSize = 2048;
-constexpr float kDefaultResolution = 300.0f;
+constexpr float kDefaultResolution = 300.0f, kMillimetresPerInch = 25.4f;
 constexpr uint32_t kMaxDimension = uint32_t{1} << 20;
-constexpr size_t kNameField = 80;
-constexpr size_t kLongestName = 1022;
-constexpr float kMillimetresPerInch = 25.4f;
+constexpr size_t kNameField = 80, kLongestName = 1022;
 
-// Header offsets.
-enum : size_t {
-  kAtSignature = 80,
-  kAtUnits = 1024,
-  kAtSeparations = 1025,
-  kAtReserved = 1026,
-  kAtMask = 1027,
-  kAtHeightUnits = 1028,
-  kAtWidthUnits = 1042,
-  kAtHeightPixels = 1056,
-  kAtWidthPixels = 1068,
-  kAtEnd = 1080,
-};
+// Header offsets: the name's signature, the one-byte fields, then the size
+// fields in physical units and in pixels.
+constexpr size_t kAtSignature = 80;
+constexpr size_t kAtUnits = 1024, kAtSeparations = 1025, kAtReserved = 1026, kAtMask = 1027;
+constexpr size_t kAtHeightUnits = 1028, kAtWidthUnits = 1042, kAtHeightPixels = 1056,
+                 kAtWidthPixels = 1068, kAtEnd = 1080;
 
 // Within a size field: '+', the point and eight digits, 'E', the exponent's
 // sign and two digits.
-constexpr size_t kMantissaAt = 1;
-constexpr size_t kExpSignAt = 11;
-constexpr size_t kExpDigitsAt = 12;
+constexpr size_t kMantissaAt = 1, kExpSignAt = 11, kExpDigitsAt = 12;
 
 struct ScitexPriv {
   int64_t dataOffset;
-  float widthInches;
-  float heightInches;
-  uint32_t width;
-  uint32_t height;
-  uint32_t padding;
-  uint32_t rowBytes;
-  uint32_t channels;
+  float widthInches, heightInches;
+  uint32_t width, height, channels;
+  uint32_t padding, rowBytes;
   // Where the file stands, so that consecutive rows need no seek; -1 when
   // unknown.
   int64_t position;
 };
 
-ScitexPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<ScitexPriv *>(desc->state->priv);
-}
+constexpr auto PrivOf = RasFormatPriv<ScitexPriv>;
 
 void FreePriv(RasState *state) {
   state->priv = RasFree(state->priv);
@@ -297,16 +280,13 @@ int SeekRow(RasFile *file, ScitexPriv *s, uint32_t row) {
 }  // namespace
 
 int ScitexCTOpen(const char *name, char mode, RasDesc *desc) {
-  const int begun = RasFormatBegin("ScitexCTOpen", name, mode, desc, 10);
-  if (begun != RasOk) return begun;
-  return mode == 'w' ? OpenWrite(name, desc) : OpenRead(name, desc);
+  return RasFormatOpen("ScitexCTOpen", name, mode, desc, 10, OpenRead, OpenWrite);
 }
 
 int ScitexCTReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc) return RasError("ScitexCTReadSl", RasErrArg, 0);
-  if (!sl) return RasError("ScitexCTReadSl", RasErrArg, 1);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("ScitexCTReadSl", RasErrArg, 2);
+  int code = RasOk;
+  RasState *state = RasFormatRowState("ScitexCTReadSl", desc, sl, 'r', &code);
+  if (!state) return code;
   ScitexPriv *s = PrivOf(desc);
   if (row >= s->height) return RasError("ScitexCTReadSl", RasErrArg, 5);
   const int made = RasFormatMakePlanes(sl, desc);
@@ -331,10 +311,9 @@ int ScitexCTReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 }
 
 int ScitexCTWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc) return RasError("ScitexCTWriteSl", RasErrArg, 0);
-  if (!sl) return RasError("ScitexCTWriteSl", RasErrArg, 1);
-  RasState *state = RasFormatState(desc, 'w');
-  if (!state) return RasError("ScitexCTWriteSl", RasErrArg, 2);
+  int code = RasOk;
+  RasState *state = RasFormatRowState("ScitexCTWriteSl", desc, sl, 'w', &code);
+  if (!state) return code;
   ScitexPriv *s = PrivOf(desc);
   if (row >= s->height) return RasError("ScitexCTWriteSl", RasErrArg, 5);
   if (!RasFormatPlanesFit(sl, s->width, s->channels, false))

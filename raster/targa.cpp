@@ -94,9 +94,7 @@ struct Scale5Table {
 };
 constexpr Scale5Table kScale5;
 
-TargaPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<TargaPriv *>(desc->state->priv);
-}
+constexpr auto PrivOf = RasFormatPriv<TargaPriv>;
 
 TargaPriv *NewPriv() {
   auto *t = static_cast<TargaPriv *>(RasAlloc(sizeof(TargaPriv)));
@@ -351,16 +349,13 @@ int ReadGrey(RasState *state, TargaPriv *t, uint32_t row, RasSl *sl) {
 }  // namespace
 
 int TargaOpen(const char *name, char mode, RasDesc *desc) {
-  const int begun = RasFormatBegin("TargaOpen", name, mode, desc, 16);
-  if (begun != RasOk) return begun;
-  return mode == 'w' ? OpenWrite(name, desc) : OpenRead(name, desc);
+  return RasFormatOpen("TargaOpen", name, mode, desc, 16, OpenRead, OpenWrite);
 }
 
 int TargaReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
-  if (!desc) return RasError("TargaReadSl", RasErrArg, 0);
-  if (!sl) return RasError("TargaReadSl", RasErrArg, 1);
-  RasState *state = RasFormatState(desc, 'r');
-  if (!state) return RasError("TargaReadSl", RasErrArg, 2);
+  int code = RasOk;
+  RasState *state = RasFormatRowState("TargaReadSl", desc, sl, 'r', &code);
+  if (!state) return code;
   TargaPriv *t = PrivOf(desc);
   if (row >= t->height) return RasError("TargaReadSl", RasErrArg, 15);
   const uint32_t channels = t->imageType == kTypeGrey ? 1 : 3;
@@ -385,10 +380,9 @@ int TargaReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 }
 
 int TargaWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  if (!desc) return RasError("TargaWriteSl", RasErrArg, 0);
-  if (!sl) return RasError("TargaWriteSl", RasErrArg, 1);
-  RasState *state = RasFormatState(desc, 'w');
-  if (!state) return RasError("TargaWriteSl", RasErrArg, 2);
+  int code = RasOk;
+  RasState *state = RasFormatRowState("TargaWriteSl", desc, sl, 'w', &code);
+  if (!state) return code;
   TargaPriv *t = PrivOf(desc);
   if (row >= t->height) return RasError("TargaWriteSl", RasErrArg, 9);
   switch (desc->model) {

@@ -99,7 +99,7 @@ TiffPriv *NewPriv(uint32_t sampleBytes) {
 }
 
 TiffPriv *PrivOf(const RasDesc *desc) {
-  return static_cast<TiffPriv *>(desc->state->priv);
+  return RasFormatPriv<TiffPriv>(desc);
 }
 
 void FreePriv(RasState *state) {

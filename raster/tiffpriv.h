@@ -12,61 +12,33 @@
 
 namespace tiff {
 
-constexpr uint32_t kOrderIntel = 18761;     // "II"
-constexpr uint32_t kOrderMotorola = 19789;  // "MM"
+// The byte-order marks "II" and "MM", read as little-endian words.
+constexpr uint32_t kOrderIntel = 18761, kOrderMotorola = 19789;
 constexpr uint32_t kMagic = 42;
-constexpr int64_t kHeaderSize = 8;
-constexpr int64_t kEntrySize = 12;
+constexpr int64_t kHeaderSize = 8, kEntrySize = 12;
 
-enum : uint16_t {
-  kTypeByte = 1,
-  kTypeAscii = 2,
-  kTypeShort = 3,
-  kTypeLong = 4,
-  kTypeRational = 5,
-  kTypeSByte = 6,
-  kTypeUndefined = 7,
-  kTypeSShort = 8,
-  kTypeSLong = 9,
-  kTypeSRational = 10,
-  kTypeFloat = 11,
-  kTypeDouble = 12,
-};
+// Field types, by the size of their values: bytes, text, 16-bit, 32-bit and the
+// rationals and floats.
+constexpr uint16_t kTypeByte = 1, kTypeAscii = 2, kTypeSByte = 6, kTypeUndefined = 7;
+constexpr uint16_t kTypeShort = 3, kTypeSShort = 8;
+constexpr uint16_t kTypeLong = 4, kTypeSLong = 9, kTypeFloat = 11;
+constexpr uint16_t kTypeRational = 5, kTypeSRational = 10, kTypeDouble = 12;
 
-enum : uint16_t {
-  kTagNewSubfileType = 254,
-  kTagImageWidth = 256,
-  kTagImageLength = 257,
-  kTagBitsPerSample = 258,
-  kTagCompression = 259,
-  kTagPhotometric = 262,
-  kTagStripOffsets = 273,
-  kTagSamplesPerPixel = 277,
-  kTagRowsPerStrip = 278,
-  kTagStripByteCounts = 279,
-  kTagXResolution = 282,
-  kTagYResolution = 283,
-  kTagPlanarConfiguration = 284,
-  kTagResolutionUnit = 296,
-  kTagTileWidth = 322,
-  kTagTileLength = 323,
-  kTagTileOffsets = 324,
-  kTagTileByteCounts = 325,
-  kTagInkSet = 332,
-  kTagIptc = 33723,
-};
+// Tags: the picture's shape and samples, where its strips or tiles are, its
+// resolution, then the rest.
+constexpr uint16_t kTagNewSubfileType = 254, kTagImageWidth = 256, kTagImageLength = 257,
+                   kTagBitsPerSample = 258, kTagCompression = 259, kTagPhotometric = 262,
+                   kTagSamplesPerPixel = 277, kTagPlanarConfiguration = 284;
+constexpr uint16_t kTagStripOffsets = 273, kTagRowsPerStrip = 278, kTagStripByteCounts = 279,
+                   kTagTileWidth = 322, kTagTileLength = 323, kTagTileOffsets = 324,
+                   kTagTileByteCounts = 325;
+constexpr uint16_t kTagXResolution = 282, kTagYResolution = 283, kTagResolutionUnit = 296;
+constexpr uint16_t kTagInkSet = 332, kTagIptc = 33723;
 
-enum : uint32_t {
-  kPhotometricMinIsWhite = 0,
-  kPhotometricMinIsBlack = 1,
-  kPhotometricRgb = 2,
-  kPhotometricSeparated = 5,
-  kPhotometricCieLab = 8,
-  kPhotometricIccLab = 9,
-};
+constexpr uint32_t kPhotometricMinIsWhite = 0, kPhotometricMinIsBlack = 1, kPhotometricRgb = 2,
+                   kPhotometricSeparated = 5, kPhotometricCieLab = 8, kPhotometricIccLab = 9;
 
-constexpr uint32_t kUnitInch = 2;
-constexpr uint32_t kInkSetCmyk = 1;
+constexpr uint32_t kUnitInch = 2, kInkSetCmyk = 1;
 // A strip of the files we write holds about this many bytes.
 constexpr uint64_t kStripBudget = 30000;
 constexpr float kDefaultResolution = 300.0f;
@@ -76,17 +48,13 @@ constexpr double kCentimetresPerInch = 2.54;
 // Limits against forged headers. Real directories have a few dozen entries;
 // no photo is a million pixels on a side; a strip table can never be longer
 // than the file that holds it.
-constexpr uint32_t kMaxEntries = 4096;
-constexpr uint32_t kMaxDimension = uint32_t{1} << 20;
-constexpr uint32_t kMaxTable = uint32_t{1} << 24;
-constexpr int64_t kMaxBuffer = int64_t{256} << 20;
-constexpr int64_t kMaxOffset = 0xFFFFFFFF;
+constexpr uint32_t kMaxEntries = 4096, kMaxDimension = uint32_t{1} << 20,
+                   kMaxTable = uint32_t{1} << 24;
+constexpr int64_t kMaxBuffer = int64_t{256} << 20, kMaxOffset = 0xFFFFFFFF;
 
 // Process-wide settings and the IPTC buffer carried from one file to the next.
-extern uint32_t gPlanar;
-extern uint32_t gByteOrder;
-extern uint32_t gIptcWords;
-extern uint32_t *gIptc;
+extern uint32_t gPlanar, gByteOrder;
+extern uint32_t gIptcWords, *gIptc;
 
 // One directory entry as read: the value field is kept as the file's four
 // bytes, since whether it holds the value or an offset depends on the type.
@@ -101,26 +69,18 @@ static_assert(sizeof(TiffEntry) == kEntrySize);
 struct TiffPriv {
   bool big;              // the file's byte order is "MM"
   uint32_t sampleBytes;  // bytes per sample in the file and in the planes
-  uint32_t width;
-  uint32_t height;
-  uint32_t samples;
+  uint32_t width, height, samples;
   uint32_t bitsCount;  // values the BitsPerSample entry carried
   uint16_t bits[4];
-  uint32_t compression;
-  uint32_t photometric;
-  uint32_t planar;
-  uint32_t resolutionUnit;
-  uint32_t inkSet;
-  uint32_t rowsPerStrip;
-  uint32_t stripsPerImage;
+  uint32_t compression, photometric, planar, resolutionUnit, inkSet;
+  uint32_t rowsPerStrip, stripsPerImage;
   uint32_t offsetCount;
   uint32_t *offsets;  // StripOffsets, plane by plane for planar configuration 2
   uint32_t byteCountCount;
   uint32_t *byteCounts;
   bool tiled;  // any tile field was present
   bool hasXResolution;
-  uint32_t xResolution[2];  // numerator, denominator
-  uint32_t yResolution[2];
+  uint32_t xResolution[2], yResolution[2];  // numerator, denominator
   uint32_t iptcWords;
   uint32_t *iptc;
   bool hasIptc;

@@ -84,11 +84,9 @@ int64_t RowOffset(const TiffPriv &p, uint32_t row, uint32_t k, uint64_t bytes) {
 int OpenRead(const char *name, RasDesc *desc, uint32_t bits, uint32_t format) {
   RasState *state = desc->state;
   RasFile *file = &state->file;
-  int code = RasFileOpen(file, name, RasFileModeRead);
-  if (code != RasOk) return RasError("TiffOpen", code, 2);
   uint8_t header[kHeaderSize];
-  int64_t got = kHeaderSize;
-  if (RasFileRead(file, header, &got, 1) != RasOk) return FailOpen(state, RasErrFormat, 3);
+  int code = RasFormatOpenHeader("TiffOpen", state, name, header, kHeaderSize, 2);
+  if (code != RasOk) return code;
   const uint32_t order = RasGet16(header, false);
   if (order != kOrderIntel && order != kOrderMotorola) return FailOpen(state, RasErrFormat, 4);
   const bool big = order == kOrderMotorola;

@@ -166,15 +166,7 @@ int WebpReadSl(RasDesc *desc, uint32_t row, RasSl *sl) {
 // Details: 0 no open writer, 1 row out of order, 2 planes too small, 3 the
 // encoder failed or the file could not be written.
 int WebpWriteSl(RasDesc *desc, uint32_t row, const RasSl *sl) {
-  int code = RasOk;
-  RasState *state = RasWholeWriteState("WebpWriteSl", desc, sl, &code);
-  if (!state) return code;
-  auto *priv = static_cast<WebpPriv *>(state->priv);
-  bool complete = false;
-  code = RasWholeKeepRow("WebpWriteSl", &priv->picture, row, sl, &complete);
-  if (code != RasOk || !complete) return code;
-  const int written = WebpFinish(priv, &state->file);
-  return written == RasOk ? RasOk : RasError("WebpWriteSl", written, 3);
+  return RasWholeWriteSl<WebpPriv>("WebpWriteSl", desc, row, sl, WebpFinish);
 }
 
 int WebpClose(RasDesc *desc) {

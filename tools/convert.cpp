@@ -35,20 +35,18 @@ bool FormatStoresModel(uint32_t format, uint32_t model) {
 }
 
 const char *ModelName(uint32_t model) {
-  switch (model) {
-    case RasModelRgb:
-      return "RGB";
-    case RasModelCmyk:
-      return "CMYK";
-    case RasModelGray:
-      return "grayscale";
-    case RasModelLab:
-      return "CIE L*a*b*";
-    case RasModelYcc:
-      return "Photo CD YCC";
-    default:
-      return "unknown-model";
-  }
+  struct Named {
+    uint32_t model;
+    const char *name;
+  };
+  static constexpr Named kNames[] = {{RasModelRgb, "RGB"},
+                                     {RasModelCmyk, "CMYK"},
+                                     {RasModelGray, "grayscale"},
+                                     {RasModelLab, "CIE L*a*b*"},
+                                     {RasModelYcc, "Photo CD YCC"}};
+  for (const Named &named : kNames)
+    if (named.model == model) return named.name;
+  return "unknown-model";
 }
 
 // Samples go from one file's range to the other's (0..255 for 8-bit formats,

@@ -8,65 +8,35 @@
 #include <cstdint>
 
 // Format codes. Their order is also the order of the dispatch switches.
-enum : uint32_t {
-  RasFormatTiff = 1,
-  RasFormatTarga = 2,
-  RasFormatScitex = 3,
-  RasFormatEps = 4,
-  RasFormatDcs = 5,
-  RasFormatPhotoCd = 6,
-  RasFormatBmp = 7,
-  RasFormatCineon = 8,
-  RasFormatJpeg = 9,
-  RasFormatTiff16 = 10,
-  // The formats below take their sample width from the file: PNG and HEIF
-  // files of more than 8 bits a sample open with maxval 65535 (PNG) or
-  // 2^bits - 1 (HEIF, e.g. 1023 for 10 bits), and a PNG is written with
-  // 16-bit samples when the caller sets maxval 65535 after RasSetDesc.
-  RasFormatPng = 11,
-  RasFormatWebp = 12,
-  RasFormatHeic = 13,  // HEIF with HEVC pictures
-  RasFormatAvif = 14,  // HEIF with AV1 pictures
-};
+constexpr uint32_t RasFormatTiff = 1, RasFormatTarga = 2, RasFormatScitex = 3, RasFormatEps = 4,
+                   RasFormatDcs = 5, RasFormatPhotoCd = 6, RasFormatBmp = 7, RasFormatCineon = 8,
+                   RasFormatJpeg = 9, RasFormatTiff16 = 10;
+// The formats below take their sample width from the file: PNG and HEIF
+// files of more than 8 bits a sample open with maxval 65535 (PNG) or
+// 2^bits - 1 (HEIF, e.g. 1023 for 10 bits), and a PNG is written with
+// 16-bit samples when the caller sets maxval 65535 after RasSetDesc. The two
+// HEIF codes are for HEVC and for AV1 pictures.
+constexpr uint32_t RasFormatPng = 11, RasFormatWebp = 12, RasFormatHeic = 13, RasFormatAvif = 14;
 
 // Colour model codes; 0 is never valid. An RGB descriptor of four channels
 // carries alpha in plane 3 (0 transparent, maxval opaque); PNG, WebP and HEIF
 // pictures with alpha, grey ones included, open that way.
-enum : uint32_t {
-  RasModelRgb = 1,
-  RasModelCmyk = 4,
-  RasModelGray = 5,
-  RasModelLab = 7,
-  RasModelYcc = 8,
-};
+constexpr uint32_t RasModelRgb = 1, RasModelCmyk = 4, RasModelGray = 5, RasModelLab = 7,
+                   RasModelYcc = 8;
 
 // Result codes shared by every routine of the library.
-enum : int {
-  RasOk = 0,
-  RasErrArg = -1,
-  RasErrPosition = -2,
-  RasErrMemory = -3,
-  RasErrOpen = -4,
-  RasErrRead = -5,
-  RasErrWrite = -6,
-  RasErrSeek = -7,
-  RasErrFormat = -8,
-  RasErrUnsupported = -9,
-  RasErrNullString = -1000,
-};
+constexpr int RasOk = 0;
+constexpr int RasErrArg = -1, RasErrPosition = -2, RasErrMemory = -3, RasErrOpen = -4,
+              RasErrRead = -5, RasErrWrite = -6, RasErrSeek = -7, RasErrFormat = -8,
+              RasErrUnsupported = -9, RasErrNullString = -1000;
 
 struct RasState;
 
 // The raster descriptor, owned by the caller. `state` is non-null exactly
 // while a file is open on it.
 struct RasDesc {
-  uint32_t width;
-  uint32_t height;
-  uint32_t channels;
-  uint32_t model;
-  uint32_t format;
-  uint32_t flags;
-  uint32_t maxval;
+  uint32_t width, height, channels;
+  uint32_t model, format, flags, maxval;
   float resolution;  // pixels per inch, -1.0 when unknown
   RasState *state;
 };
@@ -74,8 +44,7 @@ struct RasDesc {
 // One planar image row. Exactly one of the two pointer sets is allocated:
 // 8-bit planes while maxval is below 256, 16-bit planes otherwise.
 struct RasSl {
-  uint32_t width;
-  uint32_t channels;
+  uint32_t width, channels;
   uint8_t *plane8[4];
   uint16_t *plane16[4];
 };

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -18,6 +19,12 @@ int64_t gBufferSize = 0;
 
 bool IsOpen(const RasFile *file) {
   return file && file->kind != RasFileKindClosed;
+}
+
+// How many of `wanted` bytes a memory block holds from its position on: a
+// read or write there stops at the block's end.
+int64_t MemoryRoom(const RasFile *file, int64_t wanted) {
+  return std::clamp<int64_t>(file->capacity - file->position, 0, wanted);
 }
 
 // The expected size of a file opened for writing is only a hint: reserving
@@ -120,9 +127,7 @@ int RasFileRead(RasFile *file, void *buffer, int64_t *count, int exact) {
   if (wanted == 0) return RasOk;
   int64_t got;
   if (file->kind == RasFileKindMemory) {
-    got = file->capacity - file->position;
-    if (got > wanted) got = wanted;
-    if (got < 0) got = 0;
+    got = MemoryRoom(file, wanted);
     std::memcpy(buffer, file->block + file->position, static_cast<size_t>(got));
     file->position += got;
   } else {
@@ -140,9 +145,7 @@ int RasFileWrite(RasFile *file, const void *buffer, int64_t *count) {
   if (wanted == 0) return RasOk;
   int64_t put;
   if (file->kind == RasFileKindMemory) {
-    put = file->capacity - file->position;
-    if (put > wanted) put = wanted;
-    if (put < 0) put = 0;
+    put = MemoryRoom(file, wanted);
     std::memcpy(file->block + file->position, buffer, static_cast<size_t>(put));
     file->position += put;
     if (file->position > file->high) file->high = file->position;

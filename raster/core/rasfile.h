@@ -7,21 +7,11 @@
 
 constexpr int RasNameSize = 256;
 
-enum : int32_t {
-  RasFileKindDisk = 0,
-  RasFileKindMemory = 4,
-  RasFileKindClosed = 1000,
-};
-
-enum : int32_t {
-  RasFileModeRead = 1,
-  RasFileModeWrite = 2,
-  RasFileModeUpdate = 3,
-};
+constexpr int32_t RasFileKindDisk = 0, RasFileKindMemory = 4, RasFileKindClosed = 1000;
+constexpr int32_t RasFileModeRead = 1, RasFileModeWrite = 2, RasFileModeUpdate = 3;
 
 struct RasFile {
-  int32_t kind;
-  int32_t mode;
+  int32_t kind, mode;
   char name[RasNameSize];
   FILE *stream;
   // Memory block: current position, block, capacity and the high-water mark
@@ -69,12 +59,7 @@ int RasFileCloseRemove(RasFile *file);
 // Library-wide options: 1 resets option 4; 3 refuses disk names; 4 is the
 // size the next file opened for writing is expected to reach; 6 the standard
 // I/O buffer size; 7 sets or gets options 3, 6 and 4 through a three-word array.
-enum : int {
-  RasFileOptReset = 1,
-  RasFileOptMemoryOnly = 3,
-  RasFileOptExpectedSize = 4,
-  RasFileOptBufferSize = 6,
-  RasFileOptAll = 7,
-};
+constexpr int RasFileOptReset = 1, RasFileOptMemoryOnly = 3, RasFileOptExpectedSize = 4,
+              RasFileOptBufferSize = 6, RasFileOptAll = 7;
 [[nodiscard]] int RasFileSetOption(int option, const int64_t *value);
 [[nodiscard]] int RasFileGetOption(int option, int64_t *value);

@@ -58,10 +58,28 @@ int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *de
   return RasOk;
 }
 
+int RasFormatOpen(const char *routine, const char *name, char mode, RasDesc *desc, int modeDetail,
+                  RasFormatSideFn openRead, RasFormatSideFn openWrite) {
+  const int begun = RasFormatBegin(routine, name, mode, desc, modeDetail);
+  if (begun != RasOk) return begun;
+  return mode == 'w' ? openWrite(name, desc) : openRead(name, desc);
+}
+
 RasState *RasFormatState(const RasDesc *desc, char mode) {
   RasState *state = desc->state;
   if (!state || !state->priv || state->mode != mode || state->file.kind == RasFileKindClosed)
     return nullptr;
+  return state;
+}
+
+RasState *RasFormatRowState(const char *routine, const RasDesc *desc, const RasSl *sl, char mode,
+                            int *code) {
+  if (!desc || !sl) {
+    *code = RasError(routine, RasErrArg, desc ? 1 : 0);
+    return nullptr;
+  }
+  RasState *state = RasFormatState(desc, mode);
+  if (!state) *code = RasError(routine, RasErrArg, 2);
   return state;
 }
 
@@ -94,6 +112,15 @@ int RasFormatRead(RasFile *file, void *bytes, int64_t count) {
 int RasFormatWrite(RasFile *file, const void *bytes, int64_t count) {
   int64_t n = count;
   return RasFileWrite(file, bytes, &n);
+}
+
+int RasFormatOpenHeader(const char *routine, RasState *state, const char *name, uint8_t *header,
+                        int64_t size, int detail) {
+  const int code = RasFileOpen(&state->file, name, RasFileModeRead);
+  if (code != RasOk) return RasError(routine, code, detail);
+  if (RasFormatRead(&state->file, header, size) == RasOk) return RasOk;
+  RasFormatDropFile(state, true);
+  return RasError(routine, RasErrFormat, detail + 1);
 }
 
 int RasFormatOpenWrite(RasFile *file, const char *name, int64_t expected) {

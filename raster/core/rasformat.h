@@ -17,6 +17,14 @@
 [[nodiscard]] int RasFormatBegin(const char *routine, const char *name, char mode, RasDesc *desc,
                                  int modeDetail);
 
+// An open's whole course for a module whose reader and writer each take the
+// name and the descriptor: RasFormatBegin's checks, then `openRead` or
+// `openWrite` by the mode.
+using RasFormatSideFn = int (*)(const char *name, RasDesc *desc);
+[[nodiscard]] int RasFormatOpen(const char *routine, const char *name, char mode, RasDesc *desc,
+                                int modeDetail, RasFormatSideFn openRead,
+                                RasFormatSideFn openWrite);
+
 // 0 when a declared picture of `width` x `height` is within RasMaxPixels,
 // else -9 reported for `routine` with `detail` and remembered for
 // RasPixelLimitRefused. The generic open checks every reader; a reader that
@@ -28,6 +36,18 @@ void RasFormatClearPixelRefusal();
 
 // The state of a descriptor open in `mode` with its private block, or null.
 RasState *RasFormatState(const RasDesc *desc, char mode);
+
+// The first checks of a row routine: a null descriptor is -1 with detail 0, a
+// null record -1 with detail 1, a descriptor not open in `mode` -1 with detail
+// 2. The state, or null with the RasError code in `*code`.
+RasState *RasFormatRowState(const char *routine, const RasDesc *desc, const RasSl *sl, char mode,
+                            int *code);
+
+// The private block of a descriptor that is open, as the module's own type.
+template <class Priv>
+Priv *RasFormatPriv(const RasDesc *desc) {
+  return static_cast<Priv *>(desc->state->priv);
+}
 
 // Makes the planes of a record that has none (width or channels 0); the
 // code of RasMakeSl, or 0 when the record had planes.
@@ -41,6 +61,12 @@ bool RasFormatPlanesFit(const RasSl *sl, uint32_t width, uint32_t channels, bool
 [[nodiscard]] int RasFormatSeek(RasFile *file, int64_t *position, int64_t target);
 [[nodiscard]] int RasFormatRead(RasFile *file, void *bytes, int64_t count);  // exactly
 [[nodiscard]] int RasFormatWrite(RasFile *file, const void *bytes, int64_t count);
+
+// Opens `name` for reading and reads its first `size` bytes into `header`. A
+// failed open is reported for `routine` with its own code and `detail`; a file
+// shorter than the header is closed and reported as -8 with `detail` + 1.
+[[nodiscard]] int RasFormatOpenHeader(const char *routine, RasState *state, const char *name,
+                                      uint8_t *header, int64_t size, int detail);
 
 // Opens `name` for writing with the file layer's expected-size option set to
 // `expected` for the open and restored afterwards.

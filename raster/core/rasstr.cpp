@@ -314,12 +314,9 @@ const char *ScanFloat(const char *in, float &value) {
   constexpr int kFractionDigits = 18;
   const bool negative = *in == '-';
   if (negative) ++in;
-  double whole = 0.0;
-  double fraction = 0.0;
-  double divisor = 1.0;
+  double whole = 0.0, fraction = 0.0, divisor = 1.0;
   int fractionDigits = 0;
-  bool digits = false;
-  bool point = false;
+  bool digits = false, point = false;
   for (;; ++in) {
     if (IsDigit(*in)) {
       digits = true;

@@ -9,6 +9,7 @@
 #include "raster/core/rasdesc.h"
 #include "raster/core/raserror.h"
 #include "raster/core/rasfile.h"
+#include "raster/core/rasstate.h"
 
 // The file's bytes from its start, in one RasAlloc block the caller frees.
 [[nodiscard]] int RasWholeReadFile(RasFile *file, uint8_t **bytes, size_t *size);
@@ -51,6 +52,24 @@ RasState *RasWholeWriteState(const char *routine, RasDesc *desc, const RasSl *sl
 [[nodiscard]] int RasWholeKeepRow(const char *routine, RasWholePicture *picture, uint32_t row,
                                   const RasSl *sl, bool *complete);
 void RasWholeFree(RasWholePicture *picture);
+
+// A whole-picture writer's row routine: keeps the row in the private block's
+// `picture` and, once every row is in, calls `finish(priv, file)` to encode
+// and write the file. Details: 0 no open writer, 1 row out of order, 2 planes
+// too small, 3 `finish` failed.
+template <class Priv, class Finish>
+[[nodiscard]] int RasWholeWriteSl(const char *routine, RasDesc *desc, uint32_t row, const RasSl *sl,
+                                  Finish finish) {
+  int code = RasOk;
+  RasState *state = RasWholeWriteState(routine, desc, sl, &code);
+  if (!state) return code;
+  auto *priv = static_cast<Priv *>(state->priv);
+  bool complete = false;
+  code = RasWholeKeepRow(routine, &priv->picture, row, sl, &complete);
+  if (code != RasOk || !complete) return code;
+  const int written = finish(priv, &state->file);
+  return written == RasOk ? RasOk : RasError(routine, written, 3);
+}
 
 // Spreads row `row` of a decoded picture (`stride` bytes a row, `channels`
 // samples a pixel, 8 or host-order 16 bits by `wide`) into the planes.

@@ -27,13 +27,8 @@ struct Source {
   TW_IDENTITY identity{};
   TW_IDENTITY app{};
   TW_ENTRYPOINT entry{};
-  int pictures = 0;
-  int pending = 0;
-  int transferred = 0;
-  int cancel = 0;
-  bool callback = false;
-  bool announced = false;
-  bool closeAsked = false;
+  int pictures = 0, pending = 0, transferred = 0, cancel = 0;
+  bool callback = false, announced = false, closeAsked = false;
   TW_UINT16 condition = TWCC_SUCCESS;
   std::thread notifier;
 };

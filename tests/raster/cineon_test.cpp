@@ -60,13 +60,7 @@ TEST(Cineon, RoundTripsEveryWidthInEitherByteOrder) {
       // Then the same file with every word of the header's fields and of the
       // data reversed.
       for (int pass = 0; pass < 2; ++pass) {
-        Planes16 back;
-        RasDesc desc{};
-        ASSERT_EQ(ReadPlanes16(path, &desc, &back), RasOk);
-        EXPECT_EQ(std::tuple(desc.format, desc.maxval, desc.model),
-                  std::tuple(RasFormatCineon, 1023u, model));
-        EXPECT_NEAR(desc.resolution, 254.0f, 0.01f);
-        EXPECT_EQ(back, p);
+        ExpectPlanes16(path, RasFormatCineon, 1023u, model, 254.0f, p);
         std::vector<size_t> words = {0, 4, 8, 12, 16, 20, 684, 688, 972, 976};
         for (uint32_t k = 0; k < channels; ++k)
           for (size_t at : {4, 8, 12, 16, 20, 24})

@@ -45,16 +45,6 @@ Bytes Render(const std::string &eps, uint32_t *width, uint32_t *height) {
   return in ? Bytes(ppm.begin() + in.tellg() + 1, ppm.end()) : Bytes{};
 }
 
-// Opens `path` as `format` for reading: the code, nothing left open.
-int OpenAs(const std::string &path, uint32_t format) {
-  RasDesc desc{};
-  desc.format = format;
-  const int code = RasOpen(path.c_str(), 'r', &desc);
-  if (code == RasOk) return RasClose(&desc);
-  EXPECT_EQ(desc.state, nullptr);
-  return code;
-}
-
 TEST(Eps, WritesPostScriptThatRendersAsThePictureAndReadsBack) {
   const std::string path = TempPath("w.eps");
   const std::tuple<uint32_t, uint32_t, std::string> models[] = {

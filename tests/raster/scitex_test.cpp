@@ -39,16 +39,6 @@ int WriteScitex(const std::string &path, uint32_t model, const Picture &p, float
   return code != RasOk ? code : closed;
 }
 
-// Opens `path` as Scitex CT for reading: the code, nothing left open.
-int OpenAs(const std::string &path) {
-  RasDesc desc{};
-  desc.format = RasFormatScitex;
-  const int code = RasOpen(path.c_str(), 'r', &desc);
-  if (code == RasOk) return RasClose(&desc);
-  EXPECT_EQ(desc.state, nullptr);
-  return code;
-}
-
 // Bytes 1024 to 1080: units, separations, mask and the sizes in inches from
 // the pixel counts and resolution (none means 300); 640 pixels at 300 an inch
 // as the format's own example; at 1 an inch the exponent is positive.
@@ -137,7 +127,7 @@ TEST(Scitex, AppliesTheReadingRules) {
     Bytes bad = good;
     bad[at] = value;
     WriteFile(path, bad);
-    EXPECT_EQ(OpenAs(path), RasErrFormat);
+    EXPECT_EQ(OpenAs(path, RasFormatScitex), RasErrFormat);
     EXPECT_EQ(log.Last(), (Logged{"ScitexCTOpen", RasErrFormat, 4}));
   }
   // Masks by separation count: four need 15, three 7.
@@ -148,11 +138,12 @@ TEST(Scitex, AppliesTheReadingRules) {
     b[1027] = static_cast<uint8_t>(mask);
     b.resize(2048 + 2 * 100 * separations, 0);
     WriteFile(path, b);
-    EXPECT_EQ(OpenAs(path), ok ? RasOk : RasErrFormat) << separations << "/" << mask;
+    EXPECT_EQ(OpenAs(path, RasFormatScitex), ok ? RasOk : RasErrFormat)
+        << separations << "/" << mask;
   }
   // A header cut short, and rows missing from the end.
   WriteFile(path, Bytes(good.begin(), good.begin() + 2000));
-  EXPECT_EQ(OpenAs(path), RasErrRead);
+  EXPECT_EQ(OpenAs(path, RasFormatScitex), RasErrRead);
   WriteFile(path, Bytes(good.begin(), good.begin() + 2048 + 150));
   desc.format = RasFormatScitex;
   ASSERT_EQ(RasOpen(path.c_str(), 'r', &desc), RasOk);

@@ -11,6 +11,7 @@
 #include <ostream>
 #include <regex>
 #include <sstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -189,6 +190,25 @@ int ReadPlanes16(const std::string &name, RasDesc *desc, Planes16 *planes) {
   RasFreeSl(&sl);
   const int closed = RasClose(desc);
   return code != RasOk ? code : closed;
+}
+
+void ExpectPlanes16(const std::string &path, uint32_t format, uint32_t maxval, uint32_t model,
+                    float resolution, const Planes16 &planes) {
+  Planes16 back;
+  RasDesc desc{};
+  ASSERT_EQ(ReadPlanes16(path, &desc, &back), RasOk);
+  EXPECT_EQ(std::tuple(desc.format, desc.maxval, desc.model), std::tuple(format, maxval, model));
+  EXPECT_NEAR(desc.resolution, resolution, 0.01f);
+  EXPECT_EQ(back, planes);
+}
+
+int OpenAs(const std::string &path, uint32_t format) {
+  RasDesc desc{};
+  desc.format = format;
+  const int code = RasOpen(path.c_str(), 'r', &desc);
+  if (code == RasOk) return RasClose(&desc);
+  EXPECT_EQ(desc.state, nullptr);
+  return code;
 }
 
 ToolResult RunTool(const std::string &args) {

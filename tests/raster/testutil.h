@@ -76,6 +76,15 @@ int WritePlanes16(const std::string &name, uint32_t format, uint32_t model, uint
 // 16-bit planes only; `desc` receives what the probe filled in.
 int ReadPlanes16(const std::string &name, RasDesc *desc, Planes16 *planes);
 
+// Reads `path` back through ReadPlanes16 and checks what the probe filled in
+// (format, maxval, model and, within 0.01, the resolution) and every sample.
+void ExpectPlanes16(const std::string &path, uint32_t format, uint32_t maxval, uint32_t model,
+                    float resolution, const Planes16 &planes);
+
+// Opens `path` as `format` for reading and closes it again: the open's code,
+// checking that a refused open left nothing open.
+int OpenAs(const std::string &path, uint32_t format);
+
 // Rows of the tables of `testData`/MANIFEST.md: | `file` | bytes | origin |
 // licence | what it is | expected outcome | verified |, each with the folder
 // its section's heading names.

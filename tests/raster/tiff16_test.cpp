@@ -48,13 +48,7 @@ TEST(Tiff16, RoundTripsEveryModelInBothOrdersAndLayouts) {
           EXPECT_EQ(GetField(file, planar == 1 ? data + 2 : data + 7 * 5 * 2, 2, big),
                     p[1][0] ^ 0x8000u);
         }
-        Planes16 back;
-        RasDesc desc{};
-        ASSERT_EQ(ReadPlanes16(path, &desc, &back), RasOk);
-        EXPECT_EQ(std::tuple(desc.format, desc.maxval, desc.model),
-                  std::tuple(RasFormatTiff16, 65535u, model));
-        EXPECT_NEAR(desc.resolution, 150.0f, 0.01f);
-        EXPECT_EQ(back, p);
+        ExpectPlanes16(path, RasFormatTiff16, 65535u, model, 150.0f, p);
       }
     }
   }

@@ -16,9 +16,7 @@
 namespace skingen {
 namespace {
 
-constexpr qreal kPadX = 5.0;
-constexpr qreal kPadY = 3.0;
-constexpr qreal kGap = 4.0;
+constexpr qreal kPadX = 5.0, kPadY = 3.0, kGap = 4.0;
 constexpr int kSmallestPixelSize = 9;
 // Two-line captions sit a pixel closer than the font's own leading: capitals and
 // descenders of these words never meet, and the pixel lets two lines of 12-pixel text

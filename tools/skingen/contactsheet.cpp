@@ -9,10 +9,8 @@
 namespace skingen {
 namespace {
 
-constexpr int kSheetWidth = 840;
-constexpr int kCellGap = 8;
-constexpr int kRowHeight = 50;
-constexpr int kLabelWidth = 36;
+// The sheet's width and the cells' layout, in pixels.
+constexpr int kSheetWidth = 840, kCellGap = 8, kRowHeight = 50, kLabelWidth = 36;
 
 // The buttons that are out together while the colour tools are chosen: the top bar in
 // edit mode (with downloading disabled), the bottom tools and the colour tool column
