@@ -153,6 +153,7 @@ int JpegThumbDecode(const char *name, uint32_t atLeastWidth, uint32_t atLeastHei
     return RasError("JpegThumbDecode", RasErrArg, 0);
   }
   RasMemSet(thumb, 0, sizeof(JpegThumb));
+  RasFormatClearPixelRefusal();
   RasErrorFileScope scope(name);
   auto *codec = static_cast<ThumbCodec *>(RasAlloc(sizeof(ThumbCodec)));
   if (codec == nullptr) {

@@ -28,7 +28,8 @@ uint32_t JpegThumbDenominator(uint32_t width, uint32_t height, uint32_t atLeastW
 // JpegThumbDenominator. On success `thumb` holds the rows, to be released
 // with JpegThumbFree; on failure it holds no rows and the code is -1 for a
 // null argument, -4 when the file cannot be opened, -3 when memory ran out,
-// -9 for a picture over RasMaxPixels (the full sizes are then filled in) and
+// -9 for a picture over RasMaxPixels (the full sizes are then filled in, and
+// RasPixelLimitRefused says so) and
 // -8 when the codec refused the data. A file cut short still decodes: a
 // thumbnail of what arrived, the rest grey, tells the user more than none.
 [[nodiscard]] int JpegThumbDecode(const char *name, uint32_t atLeastWidth, uint32_t atLeastHeight,

@@ -130,4 +130,21 @@ TEST(JpegThumb, RefusalsSayWhyAndLeaveNoRows) {
   EXPECT_EQ(decoded.thumb.width, 32U);
 }
 
+TEST(JpegThumb, PicturesOverThePixelLimitAreRefusedBeforeDecoding) {
+  QTemporaryDir dir;
+  // 700 x 600 is over the 400000 pixels the test main allows, even though
+  // its reduced picture would be small.
+  const QString path = thumbtest::Write(dir.path(), "big.jpg", thumbtest::Gradient(700, 600));
+  Decoded decoded;
+  EXPECT_EQ(JpegThumbDecode(QFile::encodeName(path).constData(), 8, 8, &decoded.thumb),
+            RasErrUnsupported);
+  EXPECT_TRUE(RasPixelLimitRefused());
+  EXPECT_EQ(decoded.thumb.fullWidth, 700U);
+  EXPECT_EQ(decoded.thumb.fullHeight, 600U);
+  EXPECT_EQ(decoded.thumb.rgb, nullptr);
+  const QString fits = thumbtest::Write(dir.path(), "fits.jpg", thumbtest::Gradient(600, 600));
+  EXPECT_EQ(JpegThumbDecode(QFile::encodeName(fits).constData(), 8, 8, &decoded.thumb), RasOk);
+  EXPECT_FALSE(RasPixelLimitRefused());
+}
+
 }  // namespace
