@@ -7,6 +7,7 @@
 #include <QPainter>
 
 #include "app/mainframe.h"
+#include "app/openphotos.h"
 #include "photo/document.h"
 #include "photo/photofiles.h"
 #include "photo/prompt.h"
@@ -494,7 +495,8 @@ void CKorvelAppView::OnUndo() {
 }
 
 void CKorvelAppView::OnOpenPhoto() {
-  OpenPhotoCommand(doc_);
+  COpenProgress progress(window());
+  OpenPhotoCommand(doc_, progress.Callback());
 }
 
 bool CKorvelAppView::OpenPhoto(const QString &path) {
@@ -530,17 +532,19 @@ void CKorvelAppView::OnEmail() {
   if (COutputCommands *output = COutputCommands::Current()) output->OnEmail(OutputContext());
 }
 
-// Files dropped on the thumbnails open one by one, as the open command would.
+// Files and folders dropped on the thumbnails open in the order dropped, a
+// folder as the photos in it, as the open command would open them.
 void CKorvelAppView::dragEnterEvent(QDragEnterEvent *event) {
   if (doc_->EditMode() == 0 && event->mimeData()->hasUrls()) event->acceptProposedAction();
 }
 
 void CKorvelAppView::dropEvent(QDropEvent *event) {
   if (doc_->EditMode() != 0) return;
-  for (const QUrl &url : event->mimeData()->urls()) {
-    if (!url.isLocalFile()) continue;
-    const QString path = url.toLocalFile();
-    if (!OpenPhoto(path)) AfxMessageBox("Cannot open file " + path);
-  }
+  QStringList paths;
+  for (const QUrl &url : event->mimeData()->urls())
+    if (url.isLocalFile()) paths.append(url.toLocalFile());
+  // Taken before the batch, whose progress lets events through: the source
+  // of the drag is not kept waiting for a long folder.
   event->acceptProposedAction();
+  OpenPhotos(doc_, paths, window(), OpenReport::kShow);
 }

@@ -2,12 +2,14 @@
 #include "app/korvelapp.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 #include <QGuiApplication>
 #include <QSessionManager>
 
 #include "app/formview.h"
 #include "app/mainframe.h"
+#include "app/openphotos.h"
 #include "app/shortcuts.h"
 #include "photo/document.h"
 #include "photo/settings.h"
@@ -25,6 +27,22 @@ void CKorvelApp::LoadStdProfileSettings(int count) {
   }
   settings->endGroup();
 }
+
+namespace {
+
+// The photos the words name. A file manager that passes one name without
+// quoting it splits it at its spaces: when the joined words name a file and
+// none of the words does on its own, they are that one name.
+QStringList PathsOf(const QStringList &words) {
+  if (words.size() < 2) return words;
+  const QString joined = words.join(' ');
+  if (!QFileInfo::exists(joined)) return words;
+  for (const QString &word : words)
+    if (QFileInfo::exists(word)) return words;
+  return {joined};
+}
+
+}  // namespace
 
 CKorvelApp::CommandLine CKorvelApp::ParseCommandLine(const QStringList &arguments) {
   CommandLine line;
@@ -49,20 +67,23 @@ CKorvelApp::CommandLine CKorvelApp::ParseCommandLine(const QStringList &argument
       words.append(argument);
     }
   }
-  if (line.action == CommandLine::kRun) line.path = words.join(' ');
+  if (line.action == CommandLine::kRun) line.paths = PathsOf(words);
   return line;
 }
 
 QString CKorvelApp::Usage() {
   return QStringLiteral(
-      "Usage: korvelapp [OPTION]... [PHOTO]\n"
-      "Open PHOTO (a JPEG, BMP, TIFF or other photo file) in KorvelApp's work area.\n"
+      "Usage: korvelapp [OPTION]... [PHOTO]...\n"
+      "Open each PHOTO (a JPEG, BMP, TIFF or other photo file, or a folder of them)\n"
+      "in KorvelApp's work area, in the order given.\n"
       "\n"
       "  -h, --help     show this help and exit\n"
       "      --version  show the version and exit\n"
-      "  --             end of options: what follows is the photo's name\n"
+      "  --             end of options: what follows are photos' names\n"
       "\n"
-      "The words after the options make one path, joined by single spaces.\n"
+      "A folder opens the photos in it, sorted by name. When KorvelApp is already\n"
+      "running, the photos open in its window instead of a new one.\n"
+      "Words that name no file, but name one joined by single spaces, are that one path.\n"
       "Qt's own options, such as -platform NAME or -style NAME, work as well.\n"
       "See korvelapp(1) for the keyboard and the files the program uses.\n");
 }
@@ -84,8 +105,6 @@ bool CKorvelApp::InitInstance(const QStringList &arguments) {
   DescribeFormButtons(view_);
   OrderFormTabs(view_);
 
-  if (!line.path.isEmpty()) view_->OpenPhoto(line.path);
-
   // The session ending goes through the same question as closing the window.
   if (auto *gui = qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
     QObject::connect(gui, &QGuiApplication::commitDataRequest, frame_.get(),
@@ -95,5 +114,9 @@ bool CKorvelApp::InitInstance(const QStringList &arguments) {
                      });
   }
   frame_->show();
+  // After the window shows, so that a long list opens under the eyes of its
+  // progress; a photo that does not open is passed over in silence, as at
+  // any start.
+  OpenPhotos(doc_.get(), line.paths, frame_.get(), OpenReport::kSilent);
   return true;
 }

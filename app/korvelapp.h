@@ -13,14 +13,15 @@ class CKorvelApp {
  public:
   static constexpr int kRecentFiles = 4;
 
-  // What the command line asks for. Options come before the photo; "--" ends them,
-  // and whatever else follows the program's name is one path, spaces and all, as a
-  // file manager passes a single file.
+  // What the command line asks for. Options come before the photos; "--" ends them.
+  // Every other word is a photo (or a folder of photos) of its own, except that words
+  // which name no file while the whole line joined by spaces does are that one path:
+  // some file managers pass a single name with spaces unquoted.
   struct CommandLine {
     enum Action { kRun, kHelp, kVersion, kUsageError };
     Action action = kRun;
-    QString path;     // kRun: the photo to open, empty for none
-    QString problem;  // kUsageError: what is wrong, for the message
+    QStringList paths;  // kRun: the photos to open, in order; empty for none
+    QString problem;    // kUsageError: what is wrong, for the message
     // kUsageError: a long option, which Qt never takes, so it can be refused
     // before Qt starts (and without a display).
     bool longOption = false;
@@ -33,8 +34,8 @@ class CKorvelApp {
   CKorvelApp();
   ~CKorvelApp();
 
-  // Creates the work area, frame and form, opens the command line's photo and
-  // shows the window; false, creating nothing, for a command line that does not
+  // Creates the work area, frame and form, shows the window and opens the
+  // command line's photos; false, creating nothing, for a command line that does not
   // ask to run.
   bool InitInstance(const QStringList &arguments);
 

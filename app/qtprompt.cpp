@@ -142,19 +142,41 @@ KorvelPrompt::SavePhotoAnswer QtPrompt::AskSavePhoto(const QString &fileName) {
   return answer;
 }
 
-KorvelPrompt::FileAnswer QtPrompt::AskOpenFile(const QString &filter, const QString &initial) {
-  QFileDialog dialog(ParentWindow());
+namespace {
+
+// The plain open dialog in `mode`: the files chosen, empty when cancelled,
+// and the 1-based index of the type it ended on.
+QStringList RunOpenDialog(QFileDialog::FileMode mode, const QString &filter, const QString &initial,
+                          int *filterIndex) {
+  QFileDialog dialog(KorvelPrompt::ParentWindow());
   dialog.setAcceptMode(QFileDialog::AcceptOpen);
+  dialog.setFileMode(mode);
+  DFileDialog::SetUp(&dialog, filter, initial);
+  if (dialog.exec() != QDialog::Accepted) return {};
+  *filterIndex = static_cast<int>(dialog.nameFilters().indexOf(dialog.selectedNameFilter())) + 1;
+  return dialog.selectedFiles();
+}
+
+}  // namespace
+
+KorvelPrompt::FileAnswer QtPrompt::AskOpenFile(const QString &filter, const QString &initial) {
+  FileAnswer answer;
   // Any name is taken, as the program's open dialog does not insist on an
   // existing file; a name that opens nothing is reported by the caller.
-  dialog.setFileMode(QFileDialog::AnyFile);
-  DFileDialog::SetUp(&dialog, filter, initial);
-  FileAnswer answer;
-  if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) return answer;
+  const QStringList chosen =
+      RunOpenDialog(QFileDialog::AnyFile, filter, initial, &answer.filterIndex);
+  if (chosen.isEmpty()) return answer;
   answer.ok = true;
-  answer.path = dialog.selectedFiles().constFirst();
-  answer.filterIndex =
-      static_cast<int>(dialog.nameFilters().indexOf(dialog.selectedNameFilter())) + 1;
+  answer.path = chosen.constFirst();
+  return answer;
+}
+
+// Several photos at once: only files that exist can be chosen, since a list
+// of names typed by hand could not be told apart from one name with quotes.
+KorvelPrompt::FilesAnswer QtPrompt::AskOpenFiles(const QString &filter, const QString &initial) {
+  FilesAnswer answer;
+  answer.paths = RunOpenDialog(QFileDialog::ExistingFiles, filter, initial, &answer.filterIndex);
+  answer.ok = !answer.paths.isEmpty();
   return answer;
 }
 

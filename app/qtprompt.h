@@ -12,6 +12,7 @@ class QtPrompt : public KorvelPrompt {
                                   int buttons) override;
   SavePhotoAnswer AskSavePhoto(const QString &fileName) override;
   FileAnswer AskOpenFile(const QString &filter, const QString &initial) override;
+  FilesAnswer AskOpenFiles(const QString &filter, const QString &initial) override;
   FileAnswer AskSaveFile(const QString &filter, const QString &initial) override;
   // Without a list, the combo box names the program's own camera source,
   // which the camera choice then opens by default.

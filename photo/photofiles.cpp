@@ -4,6 +4,7 @@
 #include "photo/photofiles.h"
 
 #include <QByteArray>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
@@ -231,14 +232,61 @@ bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   return true;
 }
 
-bool OpenPhotoCommand(CKorvelAppDoc *doc) {
+OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
+                         const OpenProgress &progress) {
+  OpenBatch batch;
+  const int total = static_cast<int>(paths.size());
+  for (int i = 0; i < total; ++i) {
+    if (OpenPhotoFile(doc, paths[i]))
+      ++batch.opened;
+    else
+      batch.failed.append(paths[i]);
+    // Asked after the file rather than before it: the first one is always
+    // opened, and a stop never throws away a photo already read.
+    if (progress && !progress(i + 1, total) && i + 1 < total) {
+      batch.stopped = true;
+      break;
+    }
+  }
+  return batch;
+}
+
+QStringList PhotosInFolder(const QString &folder) {
+  QStringList photos;
+  const QDir dir(folder);
+  for (const QString &name : dir.entryList(QDir::Files, QDir::Name)) {
+    const QString path = dir.filePath(name);
+    RasDesc desc{};
+    if (RasGetInfo(QFile::encodeName(path).constData(), &desc) == RasOk) photos.append(path);
+  }
+  return photos;
+}
+
+QStringList ExpandPhotoFolders(const QStringList &paths) {
+  QStringList expanded;
+  for (const QString &path : paths) {
+    if (QFileInfo(path).isDir())
+      expanded += PhotosInFolder(path);
+    else
+      expanded.append(path);
+  }
+  return expanded;
+}
+
+void ReportUnopened(const QStringList &paths) {
+  for (const QString &path : paths)
+    AfxMessageBox(QStringLiteral("Cannot open file ") + path);
+}
+
+bool OpenPhotoCommand(CKorvelAppDoc *doc, const OpenProgress &progress) {
   const QString folder = CKorvelAppDoc::DefaultPhotoFolder();
   const QString initial = QFileInfo::exists(folder) ? folder + QStringLiteral("/*.jpg") : QString();
-  const KorvelPrompt::FileAnswer answer = KorvelPrompt::Current().AskOpenFile(kOpenFilter, initial);
+  const KorvelPrompt::FilesAnswer answer =
+      KorvelPrompt::Current().AskOpenFiles(kOpenFilter, initial);
   if (!answer.ok) return false;
-  if (OpenPhotoFile(doc, answer.path)) return true;
-  AfxMessageBox(QStringLiteral("Cannot open file ") + answer.path);
-  return false;
+  const OpenBatch batch = OpenPhotoFiles(doc, answer.paths, progress);
+  ReportUnopened(batch.failed);
+  return batch.opened > 0;
 }
 
 bool SavePhotoCommand(CKorvelAppDoc *doc) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <cstdint>
 #include <functional>
 
@@ -25,9 +26,34 @@ QString SaveTypeExtension(int index);
 // and nothing shown, when no reader takes the file or memory runs out.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path);
 
-// The open command: the file dialog, then OpenPhotoFile; a failure shows
-// "Cannot open file " and the path. True when a photo was added.
-bool OpenPhotoCommand(CKorvelAppDoc *doc);
+// Told after each file of a batch that `done` of `total` are handled. False
+// asks to stop before the next one; the photos opened so far stay.
+using OpenProgress = std::function<bool(int done, int total)>;
+
+// What became of a batch of files.
+struct OpenBatch {
+  int opened = 0;
+  QStringList failed;    // the paths that did not open, in order
+  bool stopped = false;  // the progress asked to stop before the end
+};
+
+// Opens `paths` in order, each as OpenPhotoFile does; nothing is shown.
+OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
+                         const OpenProgress &progress = {});
+
+// The files directly in `folder` that a reader takes, sorted by name. Hidden
+// files and subfolders are passed over; an unreadable folder gives none.
+QStringList PhotosInFolder(const QString &folder);
+// `paths` with every folder in it replaced by the photos in it.
+QStringList ExpandPhotoFolders(const QStringList &paths);
+
+// Shows "Cannot open file " and the path for each of `paths`.
+void ReportUnopened(const QStringList &paths);
+
+// The open command: the file dialog, which takes several files, then each
+// opened in turn; a failure shows "Cannot open file " and the path. True when
+// a photo was added.
+bool OpenPhotoCommand(CKorvelAppDoc *doc, const OpenProgress &progress = {});
 
 // The save command for the current entry (refusals, dialog, extension rules,
 // save, entry marked saved). True when the entry was replaced; after a failed

@@ -27,6 +27,7 @@ class CStderrPrompt : public KorvelPrompt {
   }
   SavePhotoAnswer AskSavePhoto(const QString &) override { return {}; }
   FileAnswer AskOpenFile(const QString &, const QString &) override { return {}; }
+  FilesAnswer AskOpenFiles(const QString &, const QString &) override { return {}; }
   FileAnswer AskSaveFile(const QString &, const QString &) override { return {}; }
   GetPhotoAnswer AskGetPhoto(const QStringList &, int) override { return {}; }
   void ShowAbout() override {}

@@ -26,6 +26,12 @@ class KorvelPrompt {
     QString path;
     int filterIndex = 1;  // 1-based, as the filter string lists them
   };
+  // The answer of an open dialog that takes several files.
+  struct FilesAnswer {
+    bool ok = false;
+    QStringList paths;  // in the order the dialog gives them
+    int filterIndex = 1;
+  };
   // The answer of the "Get Photo" dialog (dialog 194).
   struct GetPhotoAnswer {
     int result = IDCANCEL;
@@ -50,6 +56,8 @@ class KorvelPrompt {
   virtual SavePhotoAnswer AskSavePhoto(const QString &fileName) = 0;
   // `filter` is in the "Name (*.x)|*.x|...||" form; `initial` the name shown.
   virtual FileAnswer AskOpenFile(const QString &filter, const QString &initial) = 0;
+  // The same dialog letting the user choose several existing files at once.
+  virtual FilesAnswer AskOpenFiles(const QString &filter, const QString &initial) = 0;
   // The save dialog also rewrites the name's extension when another type is
   // chosen (DFileDialog).
   virtual FileAnswer AskSaveFile(const QString &filter, const QString &initial) = 0;

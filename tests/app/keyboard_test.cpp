@@ -6,7 +6,6 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QTest>
 #include <algorithm>
 #include <iterator>
@@ -205,40 +204,6 @@ TEST_F(Keyboard, TabFollowsTheLayout) {
         c(1030), c(1025), c(1029), c(1026), c(1018), c(1002),
         c(1003), pane,    c(1007), c(1008), c(1011), c(1024),
         c(1012), c(1013), c(1020)});
-}
-
-TEST(CommandLine, OptionsComeFirstAndTheRestIsOnePath) {
-  using Line = CKorvelApp::CommandLine;
-  // Arguments after the program's name, the action and the path.
-  const std::tuple<QStringList, Line::Action, QString> lines[] = {
-      {{}, Line::kRun, ""},
-      {{"/photos/My", "Trip.jpg"}, Line::kRun, "/photos/My Trip.jpg"},
-      {{"--help"}, Line::kHelp, ""},
-      {{"photo.jpg", "-h"}, Line::kHelp, ""},
-      {{"--version"}, Line::kVersion, ""},
-      {{"--bogus", "--help"}, Line::kHelp, ""},
-      {{"--bogus"}, Line::kUsageError, ""},
-      {{"--", "--help"}, Line::kRun, "--help"},
-      {{"--", "-x", "y"}, Line::kRun, "-x y"},
-      {{"-"}, Line::kRun, "-"},
-  };
-  for (const auto &[arguments, action, path] : lines) {
-    const Line line = CKorvelApp::ParseCommandLine(QStringList{"korvelapp"} + arguments);
-    EXPECT_EQ(line.action, action) << arguments.join(' ').toStdString();
-    EXPECT_EQ(line.path, path) << arguments.join(' ').toStdString();
-  }
-  EXPECT_EQ(CKorvelApp::ParseCommandLine({"korvelapp", "-z"}).problem, "unknown option '-z'");
-  // Only a long option is refused before Qt has taken its own single-dash ones.
-  EXPECT_FALSE(CKorvelApp::ParseCommandLine({"korvelapp", "-z"}).longOption);
-  EXPECT_TRUE(CKorvelApp::ParseCommandLine({"korvelapp", "--bogus"}).longOption);
-  EXPECT_TRUE(QRegularExpression("^KorvelApp [0-9]+\\.[0-9]+$")
-                  .match(CKorvelApp::VersionLine())
-                  .hasMatch());
-  // A command line that does not ask to run starts nothing, and opens no photo.
-  ScriptedPrompt prompt;
-  CKorvelApp app;
-  EXPECT_FALSE(app.InitInstance({"korvelapp", "--help"}));
-  EXPECT_EQ(app.MainFrame(), nullptr);
 }
 
 TEST(CommandLine, TheToolAnswersHelpAndVersionAndRefusesWhatItDoesNotKnow) {

@@ -37,6 +37,16 @@ class ScriptedPrompt : public KorvelPrompt {
     openInitials.append(initial);
     return Pop(openFiles, FileAnswer{});
   }
+  // Asked like AskOpenFile; a test that queued no lists answers from the
+  // single-file queue, a chosen file being a list of one.
+  FilesAnswer AskOpenFiles(const QString &filter, const QString &initial) override {
+    openFilters.append(filter);
+    openInitials.append(initial);
+    ++openManyAsked;
+    if (!openFileLists.empty()) return Pop(openFileLists, FilesAnswer{});
+    const FileAnswer one = Pop(openFiles, FileAnswer{});
+    return FilesAnswer{one.ok, one.ok ? QStringList{one.path} : QStringList{}, one.filterIndex};
+  }
   FileAnswer AskSaveFile(const QString &filter, const QString &initial) override {
     saveFilters.append(filter);
     saveInitials.append(initial);
@@ -55,12 +65,13 @@ class ScriptedPrompt : public KorvelPrompt {
   std::deque<int> buttonSets;
   std::deque<int> checkButtonSets;
   std::deque<bool> checkShown;  // how each check box was ticked when shown
-  int getPhotoAsked = 0, aboutShown = 0, beeps = 0;
+  int getPhotoAsked = 0, aboutShown = 0, beeps = 0, openManyAsked = 0;
   // What to answer, first in first out.
   std::deque<int> answers;
   std::deque<CheckAnswer> checkAnswers;
   std::deque<SavePhotoAnswer> savePhoto;
   std::deque<FileAnswer> openFiles, saveFiles;
+  std::deque<FilesAnswer> openFileLists;
   std::deque<GetPhotoAnswer> getPhoto;
 
  private:
