@@ -4,11 +4,21 @@
 #include <QDir>
 #include <QFileInfo>
 
-CKorvelAppDoc::CKorvelAppDoc(QObject *parent) : QObject(parent) {}
+CKorvelAppDoc::CKorvelAppDoc(QObject *parent)
+    : QObject(parent), pixels_(PhotoStore::ConfiguredBudget(), TempPath()) {}
 
 void CKorvelAppDoc::AddImage(HGLOBAL handle, uint8_t unsaved, const QString &path,
                              float resolution) {
-  images_.emplace_back(handle);
+  pixels_.AddPixels(CDib(handle));
+  AppendEntry(unsaved, path, resolution);
+}
+
+void CKorvelAppDoc::AddPath(const QString &path, float resolution, const CDib &decoded) {
+  pixels_.AddFile(path, decoded);
+  AppendEntry(0, path, resolution);
+}
+
+void CKorvelAppDoc::AppendEntry(uint8_t unsaved, const QString &path, float resolution) {
   unsaved_.push_back(unsaved);
   paths_.append(path);
   resolutions_.push_back(resolution > 0.0f ? resolution : kUnknownResolution);
@@ -18,7 +28,16 @@ void CKorvelAppDoc::AddImage(HGLOBAL handle, uint8_t unsaved, const QString &pat
 void CKorvelAppDoc::ReplaceImage(int index, const CDib &image, uint8_t unsaved,
                                  const QString &path) {
   if (!Valid(index)) return;
-  images_[static_cast<size_t>(index)] = image;
+  // Saved under a path that names a file (the save command's "entry marked
+  // saved"): the file holds the user's picture from now on, and the entry
+  // reads it back from there once the budget has dropped it. For JPEG that is
+  // the picture as written, not the exact pixels before; that is what the
+  // user chose to keep and what reopening the file shows. A flag set to 0
+  // with no file behind it keeps the pixels, which are then all there is.
+  if (unsaved == 0 && !path.isEmpty() && QFileInfo(path).isFile())
+    pixels_.SetFile(index, path, image);
+  else
+    pixels_.SetPixels(index, image);
   unsaved_[static_cast<size_t>(index)] = unsaved;
   if (!path.isEmpty()) paths_[index] = path;
   emit photoReplaced(index);
@@ -26,8 +45,8 @@ void CKorvelAppDoc::ReplaceImage(int index, const CDib &image, uint8_t unsaved,
 
 // An index outside the work area answers as an empty work area does, so a
 // stale index can never reach past the arrays.
-const CDib &CKorvelAppDoc::ImageAt(int index) const {
-  return Valid(index) ? images_[static_cast<size_t>(index)] : empty_;
+CDib CKorvelAppDoc::ImageAt(int index) const {
+  return Valid(index) ? pixels_.At(index) : CDib();
 }
 
 uint8_t CKorvelAppDoc::UnsavedAt(int index) const {
@@ -50,7 +69,7 @@ QString CKorvelAppDoc::FileNameAt(int index) const {
 
 void CKorvelAppDoc::Remove(int index) {
   if (!Valid(index)) return;
-  images_.erase(images_.begin() + index);
+  pixels_.Remove(index);
   unsaved_.erase(unsaved_.begin() + index);
   paths_.removeAt(index);
   resolutions_.erase(resolutions_.begin() + index);

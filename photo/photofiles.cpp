@@ -17,6 +17,7 @@
 #include "photo/dibraster.h"
 #include "photo/document.h"
 #include "photo/photometa.h"
+#include "photo/photostore.h"
 #include "photo/prompt.h"
 #include "photo/waitcursor.h"
 #include "platform/safefile.h"
@@ -214,21 +215,18 @@ uint32_t FormatForExtension(const QString &extension) {
   return RasFormatJpeg;
 }
 
+// The photo is read whole here although the entry only needs its path: a
+// file whose header reads but whose rows do not is refused now, as before,
+// rather than showing up empty later, and the grid wants the pixels at once.
+// The entry is a saved one, so the work area drops them when it needs room
+// and reads the file again.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   if (!doc) return false;
-  const QByteArray name = QFile::encodeName(path);
-  RasterFile file;
-  if (RasGetInfo(name.constData(), &file.desc) != RasOk) return false;
   CWaitCursor wait;
-  if (RasOpen(name.constData(), 'r', &file.desc) != RasOk) return false;
-  file.open = true;
-  if (RasMakeSl(&file.sl, &file.desc) != RasOk) return false;
-  file.frame = true;
-  int code = RasOk;
-  HGLOBAL handle = DibFromScanlines(&file.desc, &file.sl, &code);
-  if (handle) handle = UprightOpenedPhoto(handle, path);
+  float resolution = kUnknownResolution;
+  HGLOBAL handle = ReadPhotoFile(path, &resolution);
   if (!handle) return false;
-  doc->AddImage(handle, 0, path, file.desc.resolution);
+  doc->AddPath(path, resolution, CDib(handle));
   return true;
 }
 

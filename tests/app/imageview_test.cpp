@@ -128,7 +128,8 @@ TEST_F(Editor, DraggedBandCropsAndTheCropIsKept) {
   const QString saved = dir.filePath("cropped.bmp");
   ASSERT_TRUE(SavePicture(RasFormatBmp, saved, doc->ImageAt(0)));
   ASSERT_TRUE(form->OpenPhoto(saved));
-  const testutil::Picture back = Current(&doc->ImageAt(1));
+  const CDib second = doc->ImageAt(1);
+  const testutil::Picture back = Current(&second);
   ASSERT_EQ(back.width, 62u);
   for (uint32_t y = 0; y < back.height; ++y)
     for (uint32_t x = 0; x < back.width; ++x)
@@ -287,7 +288,8 @@ TEST_F(Editor, ZoomDrawsCentredAndEditsStayFullSize) {
   const QString saved = dir.filePath("turned.bmp");
   ASSERT_TRUE(SavePicture(RasFormatBmp, saved, doc->ImageAt(0)));
   ASSERT_TRUE(form->OpenPhoto(saved));
-  const testutil::Picture back = Current(&doc->ImageAt(1));
+  const CDib second = doc->ImageAt(1);
+  const testutil::Picture back = Current(&second);
   ASSERT_TRUE(back == turned);
   for (uint32_t y = 0; y < 640; y += 7)
     for (uint32_t x = 0; x < 480; x += 5)
