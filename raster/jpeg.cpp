@@ -30,10 +30,10 @@
 
 namespace {
 
-// Process-wide settings: DCT method, smoothing, restart interval in MCU rows,
-// fancy upsampling off. The quality (index 0) is the core's encoder quality,
-// which the WebP and HEIF writers share; its slot here is unused.
-int gJpegSettings[5] = {0, 0, 0, 1, 0};
+// Settings, per thread like every setting of the library: DCT method, smoothing, restart interval
+// in MCU rows, fancy upsampling off. The quality (index 0) is the core's encoder quality, which the
+// WebP and HEIF writers share; its slot here is unused.
+thread_local int gJpegSettings[5] = {0, 0, 0, 1, 0};
 
 constexpr size_t kJpegBufferSize = 4096;
 

@@ -1,5 +1,5 @@
 // The JPEG module (format 9): its entry points for the dispatcher, its
-// process-wide settings and its direct row decoding.
+// settings (per thread) and its direct row decoding.
 #pragma once
 
 #include <cstdint>

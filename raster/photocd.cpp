@@ -45,7 +45,7 @@ struct Level {
 };
 constexpr Level kLevels[] = {{192, 128, 8192}, {384, 256, 47104}, {768, 512, 196608}};
 
-uint32_t gLevel = 3;
+thread_local uint32_t gLevel = 3;  // per thread, as every library setting
 
 struct PcdRecord {
   uint8_t *bytes;

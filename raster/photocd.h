@@ -1,5 +1,5 @@
 // The Photo CD module (format 6): its entry points for the dispatcher and the
-// reader's process-wide setting, which of the image pack's three lowest
+// reader's setting (per thread), which of the image pack's three lowest
 // resolutions it delivers.
 #pragma once
 

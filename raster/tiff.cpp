@@ -73,10 +73,10 @@
 
 namespace tiff {
 
-uint32_t gPlanar = 1;
-uint32_t gByteOrder = kOrderIntel;
-uint32_t gIptcWords = 0;
-uint32_t *gIptc = nullptr;
+thread_local uint32_t gPlanar = 1;
+thread_local uint32_t gByteOrder = kOrderIntel;
+thread_local uint32_t gIptcWords = 0;
+thread_local uint32_t *gIptc = nullptr;
 
 TiffPriv *NewPriv(uint32_t sampleBytes) {
   auto *p = static_cast<TiffPriv *>(RasAlloc(sizeof(TiffPriv)));

@@ -1,5 +1,5 @@
 // The TIFF module (formats 1 and 10, 8- and 16-bit samples): its entry
-// points for the dispatcher and its process-wide settings.
+// points for the dispatcher and its settings (per thread).
 #pragma once
 
 #include <cstdint>

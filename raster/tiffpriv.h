@@ -52,9 +52,10 @@ constexpr uint32_t kMaxEntries = 4096, kMaxDimension = uint32_t{1} << 20,
                    kMaxTable = uint32_t{1} << 24;
 constexpr int64_t kMaxBuffer = int64_t{256} << 20, kMaxOffset = 0xFFFFFFFF;
 
-// Process-wide settings and the IPTC buffer carried from one file to the next.
-extern uint32_t gPlanar, gByteOrder;
-extern uint32_t gIptcWords, *gIptc;
+// The writer's options and the IPTC buffer carried from one file to the next,
+// per thread like every setting of the library.
+extern thread_local uint32_t gPlanar, gByteOrder;
+extern thread_local uint32_t gIptcWords, *gIptc;
 
 // One directory entry as read: the value field is kept as the file's four
 // bytes, since whether it holds the value or an offset depends on the type.

@@ -11,8 +11,10 @@
 
 namespace {
 
-int gReporting = 1;
-const char *gFileName = nullptr;
+// Each thread has its own reporting switch, file name and first report, so a
+// thumbnail read on a worker thread never mixes its errors with the window's.
+thread_local int gReporting = 1;
+thread_local const char *gFileName = nullptr;
 
 struct Report {
   const char *function = "";
@@ -23,8 +25,8 @@ struct Report {
 // format: the innermost check that refused, which says more than the open
 // routine's own report. The file layer's reports only say that a read fell
 // short, so the format's report about it is the one kept.
-Report gFirst;
-bool gFirstTaken = false;
+thread_local Report gFirst;
+thread_local bool gFirstTaken = false;
 
 // The log destination is read at each report, so a user can turn it on for
 // one run without anything else changing.

@@ -12,10 +12,12 @@
 
 namespace {
 
-// Options 3, 4 and 6: process-wide, like the rest of the library's settings.
-int64_t gMemoryOnly = 0;
-int64_t gExpectedSize = 0;
-int64_t gBufferSize = 0;
+// Options 3, 4 and 6, like the rest of the library's settings, belong to the
+// thread that sets them: a caller sets them, opens, and sets them back, and a
+// worker thread reading another picture meanwhile must not see them.
+thread_local int64_t gMemoryOnly = 0;
+thread_local int64_t gExpectedSize = 0;
+thread_local int64_t gBufferSize = 0;
 
 bool IsOpen(const RasFile *file) {
   return file && file->kind != RasFileKindClosed;

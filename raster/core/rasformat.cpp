@@ -7,8 +7,10 @@
 namespace {
 
 constexpr uint64_t kDefaultMaxPixels = 500'000'000;
-bool gPixelRefusal = false;
-int gEncoderQuality = 75;
+// Per thread, as every setting and report of the library: the refusal is
+// about the last open on the asking thread.
+thread_local bool gPixelRefusal = false;
+thread_local int gEncoderQuality = 75;
 
 // Only a plain positive number replaces the default: a typo must not turn
 // the limit off or make every photo too large.

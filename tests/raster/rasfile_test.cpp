@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -139,6 +140,29 @@ TEST(RasFile, OptionsAreLibraryWideWords) {
   RasFile file;
   EXPECT_EQ(RasFileOpen(&file, "/dev/null", RasFileModeRead), RasErrArg);
   EXPECT_EQ(MemoryFile(std::string("x"), RasFileModeRead).file.kind, RasFileKindMemory);
+  ASSERT_EQ(RasFileSetOption(RasFileOptAll, saved), RasOk);
+}
+
+// Thumbnails are read on worker threads while the window reads and writes
+// photos: a setting made on one thread must not change how another opens.
+TEST(RasFile, OptionsBelongToTheThreadThatSetsThem) {
+  int64_t saved[3];
+  ASSERT_EQ(RasFileGetOption(RasFileOptAll, saved), RasOk);
+  const int64_t on = 1;
+  ASSERT_EQ(RasFileSetOption(RasFileOptMemoryOnly, &on), RasOk);
+  int64_t elsewhere = -1;
+  int openedElsewhere = RasErrArg;
+  std::thread worker([&] {
+    EXPECT_EQ(RasFileGetOption(RasFileOptMemoryOnly, &elsewhere), RasOk);
+    RasFile file;
+    openedElsewhere = RasFileOpen(&file, "/dev/null", RasFileModeRead);
+    if (openedElsewhere == RasOk) RasFileClose(&file);
+  });
+  worker.join();
+  EXPECT_EQ(elsewhere, 0);
+  EXPECT_EQ(openedElsewhere, RasOk);
+  RasFile file;
+  EXPECT_EQ(RasFileOpen(&file, "/dev/null", RasFileModeRead), RasErrArg);
   ASSERT_EQ(RasFileSetOption(RasFileOptAll, saved), RasOk);
 }
 
