@@ -1,4 +1,4 @@
-// The main form: its controls, the two modes and the command map.
+// The main form: its controls, its screens and the command table.
 #include "app/formview.h"
 
 #include <QDragEnterEvent>
@@ -32,6 +32,114 @@ constexpr int kHelpHeight = 10;
 constexpr int kZoomSteps[] = {25, 50, 75, 100, 200, 400, 800};
 constexpr int kZoomStart = 3;
 constexpr int kZoomFit = int(std::size(kZoomSteps));
+
+using Screen = CKorvelAppView::Screen;
+
+// The screens a control shows on, as a set of bits.
+constexpr unsigned On(Screen screen) {
+  return 1u << static_cast<unsigned>(screen);
+}
+constexpr unsigned kNowhere = 0;
+constexpr unsigned kEditing = On(Screen::kEditor) | On(Screen::kCrop) | On(Screen::kRotate) |
+                              On(Screen::kColor) | On(Screen::kRedEye);
+constexpr unsigned kWithTools = kEditing & ~On(Screen::kEditor);
+constexpr unsigned kEverywhere = kEditing | On(Screen::kThumbnails);
+
+struct Placement {
+  int id;
+  unsigned shownOn;
+};
+// Quit, Open Image, Select Source, Edit Photo, Email and the zoom list stay
+// commands the keys and the menu reach, but the skin has no place for them.
+constexpr Placement kPlacements[] = {
+    {kIdGetPhotos, kEverywhere},
+    {kIdSavePhoto, kEverywhere},
+    {kIdShare, kEverywhere},
+    {kIdProjects, kEverywhere},
+    {kIdPrint, kEverywhere},
+    {kIdRemovePhoto, On(Screen::kThumbnails)},
+    {kIdThumbnails, kEditing},
+    {kIdQuit, kNowhere},
+    {kIdOpenPhoto, kNowhere},
+    {kIdSelectSource, kNowhere},
+    {kIdWorkArea, kNowhere},
+    {kIdZoomIn, kEditing},
+    {kIdZoomOut, kEditing},
+    {kIdZoomCombo, kNowhere},
+    {kIdCrop, kEverywhere},
+    {kIdColorCorrection, kEverywhere},
+    {kIdRotate, kEverywhere},
+    {kIdRedEye, kEverywhere},
+    {kIdEditPhoto, kNowhere},
+    {kIdGoOnline, kEverywhere},
+    {kIdEmail, kNowhere},
+    {kIdSky, On(Screen::kColor)},
+    {kIdFoliage, On(Screen::kColor)},
+    {kIdRotateRight, On(Screen::kRotate)},
+    {kIdRedEyeTool, On(Screen::kRedEye)},
+    {kIdCropNow, On(Screen::kCrop)},
+    {kIdSkin, On(Screen::kColor)},
+    {kIdRotateLeft, On(Screen::kRotate)},
+    {kIdNeutrals, On(Screen::kColor)},
+    {kIdUndo, kWithTools},
+    {kIdKeepEdit, kWithTools},
+    {kIdCloseEditor, kWithTools},
+};
+
+// The colour tools as the correction engine numbers them, and their buttons.
+constexpr int kToolFoliage = 0, kToolSkin = 1, kToolSky = 2, kToolNeutrals = 3;
+struct ColorToolButton {
+  int id, tool;
+};
+constexpr ColorToolButton kColorTools[] = {{kIdSky, kToolSky},
+                                           {kIdSkin, kToolSkin},
+                                           {kIdNeutrals, kToolNeutrals},
+                                           {kIdFoliage, kToolFoliage}};
+
+// What each button and context-menu item runs.
+struct Command {
+  int id;
+  void (CKorvelAppView::*run)();
+};
+constexpr Command kCommands[] = {
+    {kIdRotateLeft, &CKorvelAppView::OnRotateLeft},
+    {kIdRotateRight, &CKorvelAppView::OnRotateRight},
+    {kIdZoomOut, &CKorvelAppView::OnZoomOut},
+    {kIdZoomIn, &CKorvelAppView::OnZoomIn},
+    {kIdCropNow, &CKorvelAppView::OnCropNow},
+    {kIdKeepEdit, &CKorvelAppView::OnKeepEdit},
+    {kIdCloseEditor, &CKorvelAppView::OnCloseEditor},
+    {kIdThumbnails, &CKorvelAppView::OnCloseEditor},
+    {kIdCrop, &CKorvelAppView::OnStartCrop},
+    {kIdMenuCrop, &CKorvelAppView::OnStartCrop},
+    {kIdRotate, &CKorvelAppView::OnStartRotate},
+    {kIdMenuRotate, &CKorvelAppView::OnStartRotate},
+    {kIdGetPhotos, &CKorvelAppView::OnGetPhotos},
+    {kIdSelectSource, &CKorvelAppView::OnSelectSource},
+    {kIdSavePhoto, &CKorvelAppView::OnSavePhoto},
+    {kIdMenuSave, &CKorvelAppView::OnSavePhoto},
+    {kIdQuit, &CKorvelAppView::OnQuit},
+    {kIdRemovePhoto, &CKorvelAppView::OnRemovePhoto},
+    {kIdMenuRemove, &CKorvelAppView::OnRemovePhoto},
+    {kIdEditPhoto, &CKorvelAppView::OnEditPhoto},
+    {kIdMenuEdit, &CKorvelAppView::OnEditPhoto},
+    {kIdUndo, &CKorvelAppView::OnUndo},
+    {kIdOpenPhoto, &CKorvelAppView::OnOpenPhoto},
+    {kIdGoOnline, &CKorvelAppView::OnGoOnline},
+    {kIdColorCorrection, &CKorvelAppView::OnStartColorCorrection},
+    {kIdMenuColor, &CKorvelAppView::OnStartColorCorrection},
+    {kIdRedEye, &CKorvelAppView::OnStartRedEye},
+    {kIdMenuRedEye, &CKorvelAppView::OnStartRedEye},
+    {kIdProjects, &CKorvelAppView::OnProjects},
+    {kIdShare, &CKorvelAppView::OnShare},
+    {kIdPrint, &CKorvelAppView::OnPrint},
+    {kIdFoliage, &CKorvelAppView::OnFoliage},
+    {kIdSkin, &CKorvelAppView::OnSkin},
+    {kIdSky, &CKorvelAppView::OnSky},
+    {kIdNeutrals, &CKorvelAppView::OnNeutrals},
+    {kIdEmail, &CKorvelAppView::OnEmail},
+    {kIdRedEyeTool, &CKorvelAppView::OnRedEyeTool},
+};
 
 }  // namespace
 
@@ -71,7 +179,6 @@ void CKorvelAppView::CreateControls() {
     }
     control->setObjectName(QString::number(c.id));
     control->setGeometry(place);
-    if (c.hiddenAtStart) control->hide();
     controls_.insert(c.id, control);
   }
 }
@@ -81,9 +188,7 @@ void CKorvelAppView::OnInitialUpdate() {
   initialised_ = true;
   CreateControls();
   if (QWidget *top = window(); top != this) top->adjustSize();
-  QWidget *corner = Control(1021);
-  workArea_ = corner->geometry();
-  corner->hide();
+  workArea_ = Control(kIdWorkArea)->geometry();
   for (int i = 0; i < kFormControlCount; ++i) {
     const FormControl &c = kFormControls[i];
     if (c.kind != FormKind::Skinned) continue;
@@ -91,35 +196,32 @@ void CKorvelAppView::OnInitialUpdate() {
     button->LoadBitmaps(c.skins[0], c.skins[1], c.skins[2], c.skins[3]);
     button->SizeToContent();
   }
-  HideGroups();
   for (int percent : kZoomSteps)
     zoom_->addItem(QString("%1%").arg(percent), percent);
   zoom_->addItem("Fit", 0);
   zoom_->setCurrentIndex(kZoomStart);
+  CreateViews();
+  UpdateControls();
+  helpPane_->SetText(kHelpWelcome);
+}
 
+void CKorvelAppView::CreateViews() {
   const QPoint at = workArea_.topLeft();
   thumbView_ = new CThumbView(doc_, this);
   thumbView_->setGeometry(QRect(at, QSize(kViewWidth, kViewHeight)));
   thumbView_->OnInitialUpdate();
-  thumbView_->show();
   connect(thumbView_, &CThumbView::editPhotoRequested, this, &CKorvelAppView::OnEditPhoto);
   connect(thumbView_, &CThumbView::removePhotoRequested, this, &CKorvelAppView::OnRemovePhoto);
   connect(thumbView_, &CThumbView::commandRequested, this, &CKorvelAppView::OnCommand);
-  ShowControls({1004}, false);
-  ShowControls({1017});
-  ShowControls({1019, 1022}, false);
 
   imageView_ = new CImageView(doc_, this);
   imageView_->setGeometry(QRect(at, QSize(kViewWidth, kViewHeight)));
   imageView_->OnInitialUpdate();
   connect(imageView_, &CImageView::colorClick, this,
-          [this](QPoint photo) { imageView_->ColorCorrectAt(photo, ChosenColorTool()); });
-  imageView_->hide();
+          [this](QPoint photo) { imageView_->ColorCorrectAt(photo, colorTool_); });
 
   helpPane_ = new CButtonTextView(this);
   helpPane_->setGeometry(QRect(at + QPoint(0, kViewHeight + 1), QSize(kHelpWidth, kHelpHeight)));
-  helpPane_->show();
-  helpPane_->SetText(1000);
 }
 
 void CKorvelAppView::paintEvent(QPaintEvent *) {
@@ -141,158 +243,92 @@ CButtonTextView *CKorvelAppView::GetButtonTextView() const {
 }
 
 void CKorvelAppView::SetHelpText(int id) {
-  if (CButtonTextView *pane = GetButtonTextView()) pane->SetText(id);
+  if (helpPane_) helpPane_->SetText(id);
 }
 
-void CKorvelAppView::ShowControls(std::initializer_list<int> ids, bool show) {
-  for (int id : ids)
-    if (QWidget *w = Control(id)) w->setVisible(show);
+void CKorvelAppView::UpdateControls() {
+  const unsigned now = On(screen_);
+  for (const Placement &p : kPlacements)
+    if (QWidget *control = Control(p.id)) control->setVisible(p.shownOn & now);
+  Control(kIdGetPhotos)->setEnabled(screen_ == Screen::kThumbnails);
+  // The chosen tool's button is disabled: its skin then shows it selected.
+  for (const ColorToolButton &t : kColorTools)
+    Control(t.id)->setEnabled(t.tool != colorTool_);
+  // Red eye has a single tool, chosen whenever its set shows; the click on
+  // the photo does the work.
+  Control(kIdRedEyeTool)->setEnabled(screen_ != Screen::kRedEye);
+  if (!thumbView_) return;
+  thumbView_->setVisible(screen_ == Screen::kThumbnails);
+  imageView_->setVisible(screen_ != Screen::kThumbnails);
+  helpPane_->setVisible(true);
 }
 
-void CKorvelAppView::ShowGroup(const int *ids, int count, bool show) {
-  for (int i = 0; i < count; ++i)
-    if (QWidget *w = Control(ids[i])) w->setVisible(show);
-}
-
-void CKorvelAppView::HideGroups() {
-  ShowGroup(kGroupA, std::size(kGroupA), false);
-  ShowGroup(kGroupB, std::size(kGroupB), false);
+void CKorvelAppView::ShowScreen(Screen screen) {
+  screen_ = screen;
+  colorTool_ = -1;
+  UpdateControls();
 }
 
 void CKorvelAppView::SwitchToThumbnailMode() {
-  GetThumbView()->show();
   doc_->SetEditMode(0);
-  GetImageView()->hide();
-  HideGroups();
-  ShowControls({1004}, false);
-  ShowControls({1017});
-  ShowControls({1019}, false);
-  Control(1014)->setEnabled(true);
+  ShowScreen(Screen::kThumbnails);
 }
 
 void CKorvelAppView::SwitchToEditMode() {
-  GetThumbView()->hide();
-  CImageView *view = GetImageView();
-  view->LoadCurrentPhoto();
+  imageView_->LoadCurrentPhoto();
   doc_->SetEditMode(1);
-  view->show();
-  HideGroups();
-  ShowControls({1007, 1008, 1033});
-  Control(1014)->setEnabled(false);
+  ShowScreen(Screen::kEditor);
   zoom_->setCurrentIndex(kZoomStart);
   const int index = doc_->CurrentIndex();
   if (index != -1) {
     const CDib &photo = doc_->ImageAt(index);
     // A photo as large as the work area or larger starts where it is seen whole.
-    if (photo.Width() >= 645 || photo.Height() >= 453) {
+    if (photo.Width() >= kViewWidth || photo.Height() >= kViewHeight) {
       zoom_->setCurrentIndex(kZoomFit);
-      view->ZoomToFit();
-      SetHelpText(1021);
+      imageView_->ZoomToFit();
+      SetHelpText(kHelpEditPhoto);
     }
   }
 }
 
-bool CKorvelAppView::PrepareEdit() {
+// The refusals every command on one photo makes: none picked, or several.
+bool CKorvelAppView::OnePhotoPicked(const QString &action) {
   if (doc_->CurrentIndex() == -1) {
-    AfxMessageBox("Please select an image that you would like to edit");
+    AfxMessageBox("Please select an image that you would like to " + action);
     return false;
   }
   if (doc_->Selection().size() > 1) {
-    AfxMessageBox("Please select only one image that you would like to edit");
+    AfxMessageBox("Please select only one image that you would like to " + action);
     return false;
   }
+  return true;
+}
+
+bool CKorvelAppView::PrepareEdit() {
+  if (!OnePhotoPicked("edit")) return false;
   if (!doc_->EditMode()) SwitchToEditMode();
-  ShowGroup(kGroupB, std::size(kGroupB), false);
   return true;
 }
 
 void CKorvelAppView::OnCommand(int id) {
-  switch (id) {
-    case 1005:
-      return OnRotateLeft();
-    case 1006:
-      return OnRotateRight();
-    case 1008:
-      return OnZoomOut();
-    case 1007:
-      return OnZoomIn();
-    case 1010:
-      return OnCropNow();
-    case 1002:
-      return OnKeepEdit();
-    case 1003:
-    case 1033:
-      return OnCloseEditor();
-    case 1011:
-    case 32774:
-      return OnStartCrop();
-    case 1012:
-    case 32773:
-      return OnStartRotate();
-    case 1014:
-      return OnGetPhotos();
-    case 1004:
-      return OnSelectSource();
-    case 1015:
-    case 32776:
-      return OnSavePhoto();
-    case 1016:
-      return OnQuit();
-    case 32772:
-    case 1017:
-      return OnRemovePhoto();
-    case 32778:
-    case 1022:
-      return OnEditPhoto();
-    case 1018:
-      return OnUndo();
-    case 1019:
-      return OnOpenPhoto();
-    case 1020:
-      return OnGoOnline();
-    case 1024:
-    case 32779:
-      return OnStartColorCorrection();
-    case 1013:
-    case 32775:
-      return OnStartRedEye();
-    case 1023:
-      return OnProjects();
-    case 1037:
-      return OnShare();
-    case 1032:
-      return OnPrint();
-    case 1025:
-      return OnFoliage();
-    case 1029:
-      return OnSkin();
-    case 1030:
-      return OnSky();
-    case 1026:
-      return OnNeutrals();
-    case 1049:
-      return OnEmail();
-    case 1031:
-      return OnRedEyeTool();
-    default:
-      return;
-  }
+  for (const Command &command : kCommands)
+    if (command.id == id) return (this->*command.run)();
 }
 
 void CKorvelAppView::OnRotateLeft() {
-  SetHelpText(1015);
-  GetImageView()->Rotate(0);
+  SetHelpText(kHelpRotateLeft);
+  imageView_->Rotate(0);
 }
 
 void CKorvelAppView::OnRotateRight() {
-  SetHelpText(1016);
-  GetImageView()->Rotate(1);
+  SetHelpText(kHelpRotateRight);
+  imageView_->Rotate(1);
 }
 
 // The steps go on from the scale shown, whichever entry gave it: from Fit,
 // out is the next step below its scale and in the next step above.
 void CKorvelAppView::ZoomStep(int direction) {
-  const double scale = GetImageView()->Scale();
+  const double scale = imageView_->Scale();
   int next = -1;
   for (int i = 0; i < kZoomFit; ++i) {
     const double step = kZoomSteps[i] * 0.01;
@@ -307,58 +343,59 @@ void CKorvelAppView::ZoomStep(int direction) {
 }
 
 void CKorvelAppView::OnZoomOut() {
-  SetHelpText(1020);
+  SetHelpText(kHelpZoomOut);
   ZoomStep(-1);
 }
 
 void CKorvelAppView::OnZoomIn() {
-  SetHelpText(1019);
+  SetHelpText(kHelpZoomIn);
   ZoomStep(1);
 }
 
 void CKorvelAppView::OnZoomSelChange() {
   if (zoom_->currentIndex() < 0) return;
   if (const int percent = zoom_->currentData().toInt())
-    GetImageView()->Zoom(percent * 0.01);
+    imageView_->Zoom(percent * 0.01);
   else
-    GetImageView()->ZoomToFit();
+    imageView_->ZoomToFit();
 }
 
 void CKorvelAppView::OnCropNow() {
-  SetHelpText(1007);
-  GetImageView()->Crop();
+  SetHelpText(kHelpCrop);
+  imageView_->Crop();
 }
 
+// The edit goes back to the work area and the tools go; the editor stays.
 void CKorvelAppView::OnKeepEdit() {
-  GetImageView()->KeepChanges();
-  ShowGroup(kGroupB, std::size(kGroupB), false);
+  imageView_->KeepChanges();
+  if (screen_ != Screen::kThumbnails) ShowScreen(Screen::kEditor);
 }
 
 void CKorvelAppView::OnCloseEditor() {
-  SetHelpText(1005);
+  SetHelpText(kHelpThumbnails);
   if (doc_->EditMode() == 0) SwitchToEditMode();
-  if (GetImageView()->QueryKeepChanges()) {
-    SetHelpText(1000);
+  if (imageView_->QueryKeepChanges()) {
+    SetHelpText(kHelpWelcome);
     SwitchToThumbnailMode();
   }
 }
 
 void CKorvelAppView::OnStartCrop() {
   if (PrepareEdit()) {
-    GetImageView()->ClearMode();
-    GetImageView()->SetCropMode();
-    ShowControls({1010, 1018, 1003, 1002});
+    imageView_->ClearMode();
+    imageView_->SetCropMode();
+    ShowScreen(Screen::kCrop);
   }
-  SetHelpText(1007);
+  SetHelpText(kHelpCrop);
 }
 
 void CKorvelAppView::OnStartRotate() {
   if (PrepareEdit()) {
-    GetImageView()->ClearSelection();
-    GetImageView()->ClearMode();
-    ShowControls({1005, 1006, 1018, 1003, 1002});
+    imageView_->ClearSelection();
+    imageView_->ClearMode();
+    ShowScreen(Screen::kRotate);
   }
-  SetHelpText(1009);
+  SetHelpText(kHelpRotate);
 }
 
 void CKorvelAppView::OnStartColorCorrection() {
@@ -371,69 +408,54 @@ void CKorvelAppView::OnStartColorCorrection() {
     }
   }
   if (PrepareEdit()) {
-    GetImageView()->ClearSelection();
-    GetImageView()->StartColorCorrection();
-    // No tool is chosen yet: every tool button can be pressed.
-    for (int id : {1030, 1029, 1026, 1025})
-      Control(id)->setEnabled(true);
-    ShowControls({1030, 1029, 1026, 1025, 1018, 1003, 1002});
+    imageView_->ClearSelection();
+    imageView_->StartColorCorrection();
+    ShowScreen(Screen::kColor);  // no tool chosen yet
   }
-  SetHelpText(1008);
+  SetHelpText(kHelpColorCorrection);
 }
 
 void CKorvelAppView::OnStartRedEye() {
   if (PrepareEdit()) {
-    GetImageView()->ClearMode();
-    GetImageView()->ClearSelection();
-    GetImageView()->SetRedEyeMode();
-    ShowControls({1031, 1018, 1003, 1002});
-    Control(1031)->setEnabled(false);
+    imageView_->ClearMode();
+    imageView_->ClearSelection();
+    imageView_->SetRedEyeMode();
+    ShowScreen(Screen::kRedEye);
   }
-  SetHelpText(1010);
+  SetHelpText(kHelpRedEye);
 }
 
 void CKorvelAppView::OnRedEyeTool() {
-  SetHelpText(1010);
-  GetImageView()->SetRedEyeMode();
+  SetHelpText(kHelpRedEye);
+  imageView_->SetRedEyeMode();
 }
 
-// The chosen tool's button is disabled (its skin shows it selected); the
-// editing view reads the choice back from the buttons when the photo is
-// clicked.
-void CKorvelAppView::ChooseColorTool(int button, int help) {
+// The editing view is told the tool with each click on the photo.
+void CKorvelAppView::ChooseColorTool(int tool, int help) {
   SetHelpText(help);
-  for (int id : {1030, 1029, 1026, 1025})
-    Control(id)->setEnabled(id != button);
+  colorTool_ = tool;
+  UpdateControls();
 }
 
 COutputContext CKorvelAppView::OutputContext() {
   return {doc_, [this](int id) { SetHelpText(id); }, window()};
 }
 
-int CKorvelAppView::ChosenColorTool() const {
-  // The chosen tool's button is the one disabled.
-  static const struct { int button, tool; } kTools[] = {{1030, 2}, {1029, 1}, {1026, 3}, {1025, 0}};
-  for (const auto &t : kTools) {
-    if (const QWidget *button = Control(t.button); button && !button->isEnabled()) return t.tool;
-  }
-  return -1;
-}
-
 void CKorvelAppView::OnFoliage() {
-  ChooseColorTool(1025, 1012);
+  ChooseColorTool(kToolFoliage, kHelpFoliage);
 }
 void CKorvelAppView::OnSkin() {
-  ChooseColorTool(1029, 1013);
+  ChooseColorTool(kToolSkin, kHelpSkin);
 }
 void CKorvelAppView::OnSky() {
-  ChooseColorTool(1030, 1011);
+  ChooseColorTool(kToolSky, kHelpSky);
 }
 void CKorvelAppView::OnNeutrals() {
-  ChooseColorTool(1026, 1014);
+  ChooseColorTool(kToolNeutrals, kHelpNeutrals);
 }
 
 void CKorvelAppView::OnGetPhotos() {
-  SetHelpText(1001);
+  SetHelpText(kHelpGetPhotos);
   const QStringList sources = frame_->ListSources();
   const KorvelPrompt::GetPhotoAnswer answer =
       KorvelPrompt::Current().AskGetPhoto(sources, frame_->PreferredSource());
@@ -451,7 +473,7 @@ void CKorvelAppView::OnSelectSource() {
 }
 
 void CKorvelAppView::OnSavePhoto() {
-  SetHelpText(1002);
+  SetHelpText(kHelpSavePhoto);
   SavePhotoCommand(doc_);
 }
 
@@ -460,15 +482,8 @@ void CKorvelAppView::OnQuit() {
 }
 
 void CKorvelAppView::OnRemovePhoto() {
-  SetHelpText(1006);
-  if (doc_->CurrentIndex() == -1) {
-    AfxMessageBox("Please select an image that you would like to remove from your work area");
-    return;
-  }
-  if (doc_->Selection().size() > 1) {
-    AfxMessageBox("Please select only one image that you would like to remove from your work area");
-    return;
-  }
+  SetHelpText(kHelpRemovePhoto);
+  if (!OnePhotoPicked("remove from your work area")) return;
   if (AfxMessageBox("Are you sure you want to remove this image from your work area?",
                     KorvelPrompt::MB_YESNOCANCEL) != KorvelPrompt::IDYES)
     return;
@@ -476,22 +491,15 @@ void CKorvelAppView::OnRemovePhoto() {
 }
 
 void CKorvelAppView::OnEditPhoto() {
-  if (doc_->CurrentIndex() == -1) {
-    AfxMessageBox("Please select an image that you would like to edit");
-    return;
-  }
-  if (doc_->Selection().size() > 1) {
-    AfxMessageBox("Please select only one image that you would like to edit");
-    return;
-  }
-  SetHelpText(1021);
+  if (!OnePhotoPicked("edit")) return;
+  SetHelpText(kHelpEditPhoto);
   SwitchToEditMode();
-  GetImageView()->ClearSelection();
-  GetImageView()->ClearMode();
+  imageView_->ClearSelection();
+  imageView_->ClearMode();
 }
 
 void CKorvelAppView::OnUndo() {
-  GetImageView()->Undo();
+  imageView_->Undo();
 }
 
 void CKorvelAppView::OnOpenPhoto() {
@@ -512,21 +520,21 @@ bool CKorvelAppView::QuerySaveBeforeClose() {
 void CKorvelAppView::OnGoOnline() {
   if (COutputCommands *output = COutputCommands::Current())
     return output->OnVisitOnline(OutputContext());
-  SetHelpText(1017);
+  SetHelpText(kHelpGoOnline);
 }
 void CKorvelAppView::OnShare() {
   if (COutputCommands *output = COutputCommands::Current())
     return output->OnSharePhotos(OutputContext());
-  SetHelpText(1018);
+  SetHelpText(kHelpShare);
 }
 void CKorvelAppView::OnProjects() {
   if (COutputCommands *output = COutputCommands::Current())
     return output->OnProjects(OutputContext());
-  SetHelpText(1003);
+  SetHelpText(kHelpProjects);
 }
 void CKorvelAppView::OnPrint() {
   if (COutputCommands *output = COutputCommands::Current()) return output->OnPrint(OutputContext());
-  SetHelpText(1004);
+  SetHelpText(kHelpPrint);
 }
 void CKorvelAppView::OnEmail() {
   if (COutputCommands *output = COutputCommands::Current()) output->OnEmail(OutputContext());

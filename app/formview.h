@@ -1,6 +1,7 @@
 // The main form: skinned buttons around the work area, which shows either the
 // thumbnails or the photo being edited, and the help pane below it. The form
-// decides which buttons show in which mode, checks the selection before every
+// holds which screen shows and which colour tool is chosen, derives every
+// button's state from them in one place, checks the selection before every
 // edit command and hands each command on.
 #pragma once
 
@@ -29,6 +30,10 @@ class CKorvelAppView : public QWidget {
   static constexpr int kFormWidth = 800;
   static constexpr int kFormHeight = 585;
 
+  // What the form shows: the thumbnails, or the editor, either with no tools
+  // beside the photo or with the set of one tool.
+  enum class Screen { kThumbnails, kEditor, kCrop, kRotate, kColor, kRedEye };
+
   CKorvelAppView(CKorvelAppDoc *doc, CMainFrame *frame, QWidget *parent = nullptr);
   ~CKorvelAppView() override;
 
@@ -43,6 +48,13 @@ class CKorvelAppView : public QWidget {
 
   void SwitchToThumbnailMode();
   void SwitchToEditMode();
+  Screen CurrentScreen() const { return screen_; }
+  // The colour tool the user chose (0 foliage, 1 skin, 2 sky, 3 neutrals), or
+  // -1 before one is chosen in this colour correction.
+  int ColorTool() const { return colorTool_; }
+  // Sets which view shows and every control's visibility and enabled state
+  // from the screen and the colour tool; nothing else changes them.
+  void UpdateControls();
   // The check every edit command makes first; false after telling the user.
   bool PrepareEdit();
   // Shows help string `id` in the pane.
@@ -58,8 +70,8 @@ class CKorvelAppView : public QWidget {
   bool QuerySaveBeforeClose();
 
  public slots:
-  // Runs the command of a control or menu item id, as the command map binds
-  // them (1002-1049 buttons, 32772-32779 the thumbnail menu).
+  // Runs the command of a control or menu item id (FormId or MenuId); other
+  // ids do nothing.
   void OnCommand(int id);
 
   void OnRotateLeft();
@@ -100,14 +112,15 @@ class CKorvelAppView : public QWidget {
 
  private:
   void CreateControls();
-  void ShowGroup(const int *ids, int count, bool show);
-  void ShowControls(std::initializer_list<int> ids, bool show = true);
-  void HideGroups();
-  void ChooseColorTool(int button, int help);
+  void CreateViews();
+  // False, after telling the user, unless exactly one photo is picked for
+  // `action` ("edit", ...).
+  bool OnePhotoPicked(const QString &action);
+  // Shows `screen` with no colour tool chosen.
+  void ShowScreen(Screen screen);
+  void ChooseColorTool(int tool, int help);
   // What the output commands are given: the work area, the help line, the window.
   COutputContext OutputContext();
-  // The colour tool the user chose (0-3), or -1 before one is chosen.
-  int ChosenColorTool() const;
   // One zoom step in (1) or out (-1) from the scale shown.
   void ZoomStep(int direction);
 
@@ -120,5 +133,7 @@ class CKorvelAppView : public QWidget {
   CThumbView *thumbView_ = nullptr;
   CImageView *imageView_ = nullptr;
   CButtonTextView *helpPane_ = nullptr;
+  Screen screen_ = Screen::kThumbnails;
+  int colorTool_ = -1;
   bool initialised_ = false;
 };

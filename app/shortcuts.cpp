@@ -16,10 +16,6 @@
 
 namespace {
 
-// The form's command ids the keys press.
-constexpr int kOpenImage = 1019, kGetPhotos = 1014, kSaveImage = 1015, kUndo = 1018, kPrint = 1032,
-              kZoomIn = 1007, kZoomOut = 1008, kThumbNails = 1033, kEditPhoto = 32778;
-
 // What a screen reader says for each button: its name, and either the help line it
 // shows (a string id) or, for buttons that show none, a sentence of the same kind.
 struct ButtonWords {
@@ -29,33 +25,33 @@ struct ButtonWords {
   const char *description;
 };
 constexpr ButtonWords kButtonWords[] = {
-    {1014, nullptr, 1001, nullptr},
-    {1015, nullptr, 1002, nullptr},
-    {1037, nullptr, 1018, nullptr},
-    {1023, "Projects", 1003, nullptr},
-    {1032, nullptr, 1004, nullptr},
-    {1017, nullptr, 1006, nullptr},
-    {1033, nullptr, 1005, nullptr},
-    {1007, "Zoom In", 1019, nullptr},
-    {1008, "Zoom Out", 1020, nullptr},
-    {1011, nullptr, 1007, nullptr},
-    {1024, "Color Correction", 1008, nullptr},
-    {1012, nullptr, 1009, nullptr},
-    {1013, nullptr, 1010, nullptr},
-    {1022, nullptr, 1021, nullptr},
-    {1020, nullptr, 1017, nullptr},
-    {1049, nullptr, 0, "Send your photo by e-mail."},
-    {1030, nullptr, 1011, nullptr},
-    {1025, nullptr, 1012, nullptr},
-    {1006, nullptr, 1016, nullptr},
-    {1031, nullptr, 1010, nullptr},
-    {1010, nullptr, 1007, nullptr},
-    {1029, nullptr, 1013, nullptr},
-    {1005, nullptr, 1015, nullptr},
-    {1026, nullptr, 1014, nullptr},
-    {1018, nullptr, 0, "Undo the last change to your photo."},
-    {1002, nullptr, 0, "Keep the changes you've made to your photo."},
-    {1003, nullptr, 1005, nullptr},
+    {kIdGetPhotos, nullptr, kHelpGetPhotos, nullptr},
+    {kIdSavePhoto, nullptr, kHelpSavePhoto, nullptr},
+    {kIdShare, nullptr, kHelpShare, nullptr},
+    {kIdProjects, "Projects", kHelpProjects, nullptr},
+    {kIdPrint, nullptr, kHelpPrint, nullptr},
+    {kIdRemovePhoto, nullptr, kHelpRemovePhoto, nullptr},
+    {kIdThumbnails, nullptr, kHelpThumbnails, nullptr},
+    {kIdZoomIn, "Zoom In", kHelpZoomIn, nullptr},
+    {kIdZoomOut, "Zoom Out", kHelpZoomOut, nullptr},
+    {kIdCrop, nullptr, kHelpCrop, nullptr},
+    {kIdColorCorrection, "Color Correction", kHelpColorCorrection, nullptr},
+    {kIdRotate, nullptr, kHelpRotate, nullptr},
+    {kIdRedEye, nullptr, kHelpRedEye, nullptr},
+    {kIdEditPhoto, nullptr, kHelpEditPhoto, nullptr},
+    {kIdGoOnline, nullptr, kHelpGoOnline, nullptr},
+    {kIdEmail, nullptr, 0, "Send your photo by e-mail."},
+    {kIdSky, nullptr, kHelpSky, nullptr},
+    {kIdFoliage, nullptr, kHelpFoliage, nullptr},
+    {kIdRotateRight, nullptr, kHelpRotateRight, nullptr},
+    {kIdRedEyeTool, nullptr, kHelpRedEye, nullptr},
+    {kIdCropNow, nullptr, kHelpCrop, nullptr},
+    {kIdSkin, nullptr, kHelpSkin, nullptr},
+    {kIdRotateLeft, nullptr, kHelpRotateLeft, nullptr},
+    {kIdNeutrals, nullptr, kHelpNeutrals, nullptr},
+    {kIdUndo, nullptr, 0, "Undo the last change to your photo."},
+    {kIdKeepEdit, nullptr, 0, "Keep the changes you've made to your photo."},
+    {kIdCloseEditor, nullptr, kHelpThumbnails, nullptr},
 };
 
 bool Showing(const QWidget *control) {
@@ -85,22 +81,22 @@ bool CKeyboard::HandleKey(const QKeyEvent &key) {
     // "+" is a shifted key on many layouts, and Ctrl with + or - is the usual zoom.
     case Qt::Key_Plus:
     case Qt::Key_Equal:
-      return !(modifiers & ~(Qt::ShiftModifier | Qt::ControlModifier)) && Press(kZoomIn);
+      return !(modifiers & ~(Qt::ShiftModifier | Qt::ControlModifier)) && Press(kIdZoomIn);
     case Qt::Key_Minus:
-      return !(modifiers & ~(Qt::ShiftModifier | Qt::ControlModifier)) && Press(kZoomOut);
+      return !(modifiers & ~(Qt::ShiftModifier | Qt::ControlModifier)) && Press(kIdZoomOut);
     default:
       break;
   }
   if (modifiers == Qt::ControlModifier) {
     switch (key.key()) {
       case Qt::Key_O:
-        return Showing(form_->Control(kGetPhotos)) && InThumbnails() && Press(kOpenImage);
+        return Showing(form_->Control(kIdGetPhotos)) && InThumbnails() && Press(kIdOpenPhoto);
       case Qt::Key_S:
-        return Press(kSaveImage);
+        return Press(kIdSavePhoto);
       case Qt::Key_Z:
-        return Press(kUndo);
+        return Press(kIdUndo);
       case Qt::Key_P:
-        return Press(kPrint);
+        return Press(kIdPrint);
       case Qt::Key_Q:
       case Qt::Key_W:
         frame_->close();
@@ -112,10 +108,10 @@ bool CKeyboard::HandleKey(const QKeyEvent &key) {
   if (modifiers != Qt::NoModifier) return false;
   switch (key.key()) {
     case Qt::Key_Escape:
-      return Press(kThumbNails);
+      return Press(kIdThumbnails);
     case Qt::Key_Return:
     case Qt::Key_Enter:
-      return InThumbnails() && Press(kEditPhoto);
+      return InThumbnails() && Press(kIdMenuEdit);
     case Qt::Key_Left:
       return MoveSelection(-1);
     case Qt::Key_Right:
@@ -131,7 +127,7 @@ bool CKeyboard::HandleKey(const QKeyEvent &key) {
 
 bool CKeyboard::Press(int id) {
   // The open and edit commands have no button showing: their keys check the mode.
-  if (id != kOpenImage && id != kEditPhoto && !Showing(form_->Control(id))) return false;
+  if (id != kIdOpenPhoto && id != kIdMenuEdit && !Showing(form_->Control(id))) return false;
   form_->OnCommand(id);
   return true;
 }

@@ -120,7 +120,7 @@ float CImageView::FitScale() const {
 }
 
 void CImageView::ZoomKeepingSelection(bool fit, float scale) {
-  const CRectTracker::Rect band = tracker_.m_rect;
+  const CRectTracker::Rect band = tracker_.rect_;
   const QPoint from = ComputeImageRect().topLeft();
   const QPoint a = zoomed_.EdgeToPhoto(QPoint(band.left, band.top) - from);
   const QPoint b = zoomed_.EdgeToPhoto(QPoint(band.right, band.bottom) - from);
@@ -130,7 +130,7 @@ void CImageView::ZoomKeepingSelection(bool fit, float scale) {
   if (band == CRectTracker::Rect{}) return;
   const QPoint to = imageRect_.topLeft();
   const QPoint c = zoomed_.EdgeToDrawn(a) + to, d = zoomed_.EdgeToDrawn(b) + to;
-  tracker_.m_rect = {c.x(), c.y(), d.x(), d.y()};
+  tracker_.rect_ = {c.x(), c.y(), d.x(), d.y()};
 }
 
 QPoint CImageView::ViewPoint(const QMouseEvent *event) const {
@@ -217,9 +217,9 @@ void CImageView::mouseReleaseEvent(QMouseEvent *event) {
   }
   if (mode_ != "CROP" || !imageRect_.contains(p)) return;
   dragging_ = false;
-  tracker_.m_rect = NormalizedRect(dragStart_, p);
-  tracker_.m_sizeMin = QSize(8, 8);
-  tracker_.m_nStyle = CRectTracker::solidLine | CRectTracker::resizeInside;
+  tracker_.rect_ = NormalizedRect(dragStart_, p);
+  tracker_.sizeMin_ = QSize(8, 8);
+  tracker_.style_ = CRectTracker::solidLine | CRectTracker::resizeInside;
   changed_ = true;
   viewport()->update();
 }
@@ -257,7 +257,7 @@ void CImageView::ZoomToFit() {
 }
 
 void CImageView::ClearSelection() {
-  tracker_.m_rect = {};
+  tracker_.rect_ = {};
   mode_.clear();
   viewport()->update();
 }
@@ -272,7 +272,7 @@ int CImageView::Crop() {
   if (!result) return -1;
   if (const int code = CropImage(source.get(), r.left, r.top, result.get(), nullptr)) return code;
   if (!Commit(std::move(result))) return -1;
-  tracker_.m_rect = {};
+  tracker_.rect_ = {};
   viewport()->update();
   return 0;
 }
@@ -283,7 +283,7 @@ void CImageView::RemoveRedEyeAt(QPoint photo) {
   Planar copy(PlanarFromDib(*current_));
   // The routine refuses points outside the photo; nothing changes then.
   if (!copy || RemoveRedEye(copy.get(), photo.x(), photo.y(), 2, 0) != 0) return;
-  if (Commit(std::move(copy))) tracker_.m_rect = {};
+  if (Commit(std::move(copy))) tracker_.rect_ = {};
 }
 
 void CImageView::StartColorCorrection() {

@@ -11,19 +11,19 @@ CRectTracker::Rect CRectTracker::Rect::Normalized() const {
 }
 
 CRectTracker::Rect CRectTracker::GetTrueRect() const {
-  Rect r = m_rect.Normalized();
+  Rect r = rect_.Normalized();
   int grow = 0;
-  if (m_nStyle & (resizeOutside | hatchedBorder)) grow += m_nHandleSize - 1;
-  if (m_nStyle & (solidLine | dottedLine)) ++grow;
+  if (style_ & (resizeOutside | hatchedBorder)) grow += handleSize_ - 1;
+  if (style_ & (solidLine | dottedLine)) ++grow;
   return Rect{r.left - grow, r.top - grow, r.right + grow, r.bottom + grow};
 }
 
 // Handles sit on the corners and edge middles, inside the rectangle for
 // resizeInside and outside it for resizeOutside.
 CRectTracker::Rect CRectTracker::HandleRect(int handle) const {
-  const Rect r = m_rect.Normalized();
-  const int size = m_nHandleSize;
-  const bool outside = m_nStyle & resizeOutside;
+  const Rect r = rect_.Normalized();
+  const int size = handleSize_;
+  const bool outside = style_ & resizeOutside;
   const int xs[3] = {outside ? r.left - size : r.left, (r.left + r.right - size) / 2,
                      outside ? r.right : r.right - size};
   const int ys[3] = {outside ? r.top - size : r.top, (r.top + r.bottom - size) / 2,
@@ -36,10 +36,10 @@ CRectTracker::Rect CRectTracker::HandleRect(int handle) const {
 int CRectTracker::HitTest(QPoint point) const {
   const Rect whole = GetTrueRect();
   if (!whole.Contains(point)) return hitNothing;
-  if (m_nStyle & (resizeInside | resizeOutside)) {
-    const Rect r = m_rect.Normalized();
+  if (style_ & (resizeInside | resizeOutside)) {
+    const Rect r = rect_.Normalized();
     // Handles of a rectangle too small to tell them apart are not offered.
-    if (r.right - r.left >= 2 * m_nHandleSize && r.bottom - r.top >= 2 * m_nHandleSize)
+    if (r.right - r.left >= 2 * handleSize_ && r.bottom - r.top >= 2 * handleSize_)
       for (int handle = 0; handle < 8; ++handle)
         if (HandleRect(handle).Contains(point)) return handle;
   }
@@ -49,11 +49,11 @@ int CRectTracker::HitTest(QPoint point) const {
 bool CRectTracker::Track(QWidget *, QPoint point, bool allowInvert) {
   hit_ = HitTest(point);
   if (hit_ == hitNothing) return false;
-  m_rect = m_rect.Normalized();
+  rect_ = rect_.Normalized();
   tracking_ = true;
   allowInvert_ = allowInvert;
   start_ = point;
-  startRect_ = m_rect;
+  startRect_ = rect_;
   return true;
 }
 
@@ -73,7 +73,7 @@ void CRectTracker::TrackTo(QPoint point) {
     if (top) r.top += dy;
     if (bottom) r.bottom += dy;
   }
-  m_rect = r;
+  rect_ = r;
   if (hit_ != hitMiddle) AdjustToMinimum(!left, !top);
 }
 
@@ -89,29 +89,29 @@ void CRectTracker::AdjustToMinimum(bool growRight, bool growDown) {
     else if (size < minimum)
       (growHigh ? high : low) = growHigh ? low + minimum : high - minimum;
   };
-  adjust(m_rect.left, m_rect.right, m_sizeMin.width(), growRight);
-  adjust(m_rect.top, m_rect.bottom, m_sizeMin.height(), growDown);
+  adjust(rect_.left, rect_.right, sizeMin_.width(), growRight);
+  adjust(rect_.top, rect_.bottom, sizeMin_.height(), growDown);
 }
 
 bool CRectTracker::EndTrack() {
   if (!tracking_) return false;
   tracking_ = false;
-  return !(m_rect == startRect_);
+  return !(rect_ == startRect_);
 }
 
 void CRectTracker::Draw(QPainter *painter) const {
-  const Rect r = m_rect.Normalized();
+  const Rect r = rect_.Normalized();
   if (r.IsEmpty()) return;
   painter->save();
   painter->setRenderHint(QPainter::Antialiasing, false);
-  if (m_nStyle & (solidLine | dottedLine)) {
-    QPen pen(Qt::black, 1, (m_nStyle & dottedLine) ? Qt::DotLine : Qt::SolidLine);
+  if (style_ & (solidLine | dottedLine)) {
+    QPen pen(Qt::black, 1, (style_ & dottedLine) ? Qt::DotLine : Qt::SolidLine);
     painter->setPen(pen);
     painter->setBrush(Qt::NoBrush);
     // The border runs just outside the rectangle, as GetTrueRect counts it.
     painter->drawRect(QRect(QPoint(r.left - 1, r.top - 1), QPoint(r.right, r.bottom)));
   }
-  if (m_nStyle & (resizeInside | resizeOutside)) {
+  if (style_ & (resizeInside | resizeOutside)) {
     for (int handle = 0; handle < 8; ++handle) {
       const Rect h = HandleRect(handle);
       painter->fillRect(QRect(h.left, h.top, h.right - h.left, h.bottom - h.top), Qt::black);

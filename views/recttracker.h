@@ -47,10 +47,10 @@ class CRectTracker {
     }
   };
 
-  Rect m_rect;
-  int m_nStyle = 0;
-  QSize m_sizeMin{8, 8};
-  int m_nHandleSize = 4;
+  Rect rect_;
+  int style_ = 0;
+  QSize sizeMin_{8, 8};
+  int handleSize_ = 4;
 
   // The rectangle with what its style draws outside it (the border).
   Rect GetTrueRect() const;

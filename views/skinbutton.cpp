@@ -18,30 +18,30 @@ bool LoadSkin(CScaledPixmap &skin, int bitmap) {
 CSkinButton::CSkinButton(QWidget *parent) : QAbstractButton(parent) {}
 
 bool CSkinButton::LoadBitmaps(int up, int down, int focus, int disabled) {
-  m_down.Clear();
-  m_focus.Clear();
-  m_disabled.Clear();
-  if (up == 0 || !LoadSkin(m_up, up)) {
-    m_up.Clear();
+  down_.Clear();
+  focus_.Clear();
+  disabled_.Clear();
+  if (up == 0 || !LoadSkin(up_, up)) {
+    up_.Clear();
     update();
     return false;
   }
   // Like the framework's bitmap buttons, a skin that fails to load leaves that state
   // to the up skin but still reports the failure.
-  bool all = LoadSkin(m_down, down);
-  all = LoadSkin(m_focus, focus) && all;
-  all = LoadSkin(m_disabled, disabled) && all;
+  bool all = LoadSkin(down_, down);
+  all = LoadSkin(focus_, focus) && all;
+  all = LoadSkin(disabled_, disabled) && all;
   updateGeometry();
   update();
   return all;
 }
 
 void CSkinButton::SizeToContent() {
-  if (!m_up.IsNull()) resize(m_up.Size());
+  if (!up_.IsNull()) resize(up_.Size());
 }
 
 QSize CSkinButton::sizeHint() const {
-  if (!m_up.IsNull()) return m_up.Size();
+  if (!up_.IsNull()) return up_.Size();
   const QFontMetrics metrics(font());
   return {metrics.horizontalAdvance(text()) + 24, metrics.height() + 12};
 }
@@ -50,15 +50,15 @@ QSize CSkinButton::sizeHint() const {
 // exists; everything else, and any state without its own skin, shows the up skin. A
 // focused disabled button cannot happen, so the order between those two never shows.
 const CScaledPixmap &CSkinButton::SkinForState() const {
-  if (isDown() && !m_down.IsNull()) return m_down;
-  if (hasFocus() && !m_focus.IsNull()) return m_focus;
-  if (!isEnabled() && !m_disabled.IsNull()) return m_disabled;
-  return m_up;
+  if (isDown() && !down_.IsNull()) return down_;
+  if (hasFocus() && !focus_.IsNull()) return focus_;
+  if (!isEnabled() && !disabled_.IsNull()) return disabled_;
+  return up_;
 }
 
 void CSkinButton::paintEvent(QPaintEvent *) {
   QPainter painter(this);
-  if (m_up.IsNull()) {
+  if (up_.IsNull()) {
     DrawCaptionButton(painter, rect(), text(), isDown(), hasFocus(), isEnabled());
     return;
   }

@@ -35,10 +35,10 @@ class CSkinButton : public QAbstractButton {
  private:
   const CScaledPixmap &SkinForState() const;
 
-  CScaledPixmap m_up;
-  CScaledPixmap m_down;
-  CScaledPixmap m_focus;
-  CScaledPixmap m_disabled;
+  CScaledPixmap up_;
+  CScaledPixmap down_;
+  CScaledPixmap focus_;
+  CScaledPixmap disabled_;
 };
 
 #endif  // KORVEL_APP_SKINBUTTON_H

@@ -11,9 +11,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "photo/document.h"
+#include "res/formcontrols.h"
 
 namespace {
 
@@ -31,10 +33,10 @@ struct MenuItem {
   int id;
 };
 constexpr MenuItem kMenu132[] = {
-    {"&Edit Image", 32778},       {"&Delete Image", 32772},
-    {"&Save Image", 32776},       {nullptr, 0},
-    {"&Rotate Image", 32773},     {"&Crop Image", 32774},
-    {"Co&lor Correction", 32779}, {"Re&move Red Eye", 32775},
+    {"&Edit Image", kIdMenuEdit},        {"&Delete Image", kIdMenuRemove},
+    {"&Save Image", kIdMenuSave},        {nullptr, 0},
+    {"&Rotate Image", kIdMenuRotate},    {"&Crop Image", kIdMenuCrop},
+    {"Co&lor Correction", kIdMenuColor}, {"Re&move Red Eye", kIdMenuRedEye},
 };
 
 // The picture's size inside its 100 x 100 cell. A picture larger than the
@@ -111,6 +113,21 @@ void CThumbView::SetScrollHeight(int height) {
   bar->setSingleStep(kWheelLine);
 }
 
+// Which cells get the red frame is settled once, not per entry: the current
+// entry while nothing is selected, otherwise every selected one.
+std::vector<bool> CThumbView::FramedEntries(int count) const {
+  const std::vector<uint32_t> &selection = std::as_const(*doc_).Selection();
+  std::vector<bool> framed(static_cast<size_t>(count), false);
+  if (selection.empty()) {
+    const int current = doc_->CurrentIndex();
+    if (current >= 0 && current < count) framed[static_cast<size_t>(current)] = true;
+  } else {
+    for (uint32_t index : selection)
+      if (index < static_cast<uint32_t>(count)) framed[index] = true;
+  }
+  return framed;
+}
+
 void CThumbView::paintEvent(QPaintEvent *event) {
   QPainter painter(viewport());
   const int scrolled = verticalScrollBar()->value();
@@ -131,17 +148,7 @@ void CThumbView::paintEvent(QPaintEvent *event) {
   }
   SetScrollHeight(height);
 
-  // Which cells get the red frame is settled once, not per entry: the
-  // current entry while nothing is selected, otherwise every selected one.
-  const std::vector<uint32_t> &selection = doc_->Selection();
-  std::vector<bool> framed(static_cast<size_t>(count), false);
-  if (selection.empty()) {
-    const int current = doc_->CurrentIndex();
-    if (current >= 0 && current < count) framed[static_cast<size_t>(current)] = true;
-  } else {
-    for (uint32_t index : selection)
-      if (index < static_cast<uint32_t>(count)) framed[index] = true;
-  }
+  const std::vector<bool> framed = FramedEntries(count);
 
   QFont font(QStringLiteral("Arial"));
   font.setPointSize(kCaptionPoints);

@@ -8,6 +8,7 @@
 #include <QPointer>
 #include <QRect>
 #include <functional>
+#include <vector>
 
 class CKorvelAppDoc;
 class QAction;
@@ -60,7 +61,7 @@ class CThumbView : public QAbstractScrollArea {
   void editPhotoRequested();
   // The Delete key: the form asks whether to remove the current photo.
   void removePhotoRequested();
-  // An item of the context menu, by its command id (32772-32779).
+  // An item of the context menu, by its command id (a MenuId).
   void commandRequested(int id);
 
  protected:
@@ -75,6 +76,8 @@ class CThumbView : public QAbstractScrollArea {
   // The first cell of the last paint holding `point` (content coordinates
   // for the left button), or -1.
   int HitTest(const QPoint &point) const;
+  // Per entry, whether its cell gets the red frame.
+  std::vector<bool> FramedEntries(int count) const;
   void SetScrollHeight(int height);
 
   QPointer<CKorvelAppDoc> doc_;

@@ -117,6 +117,55 @@ TEST_F(Form, EditModeAndEachToolShowTheirOwnButtons) {
   ExpectThumbnailMode();
 }
 
+// Every screen against its own lists: the controls that show, those of them
+// that cannot be pressed, and the colour tool the form holds.
+TEST_F(Form, EachScreenShowsAndEnablesExactlyItsControls) {
+  Add(320, 240);
+  doc->SetCurrentIndex(0);
+  using S = CKorvelAppView::Screen;
+  const QSet<int> always = {1014, 1015, 1037, 1023, 1032, 1011, 1024, 1012, 1013, 1020};
+  const QSet<int> editor = always + QSet<int>{1007, 1008, 1033};
+  const QSet<int> tools = editor + QSet<int>{1018, 1002, 1003};
+  const QSet<int> colour = tools + QSet<int>{1030, 1029, 1026, 1025};
+  struct Step {
+    int command;  // 0: none
+    S screen;
+    QSet<int> shown, disabled;
+    int tool;
+  };
+  const Step steps[] = {
+      {0, S::kThumbnails, always + QSet<int>{1017}, {}, -1},
+      {32778, S::kEditor, editor, {1014}, -1},
+      {1011, S::kCrop, tools + QSet<int>{1010}, {1014}, -1},
+      {1012, S::kRotate, tools + QSet<int>{1005, 1006}, {1014}, -1},
+      {1024, S::kColor, colour, {1014}, -1},
+      {1030, S::kColor, colour, {1014, 1030}, 2},
+      {1029, S::kColor, colour, {1014, 1029}, 1},
+      {1026, S::kColor, colour, {1014, 1026}, 3},
+      {1025, S::kColor, colour, {1014, 1025}, 0},
+      {1024, S::kColor, colour, {1014}, -1},  // starting again forgets the tool
+      {1030, S::kColor, colour, {1014, 1030}, 2},
+      {1013, S::kRedEye, tools + QSet<int>{1031}, {1014, 1031}, -1},
+      {1002, S::kEditor, editor, {1014}, -1},  // kept: the tools go, the editor stays
+      {1024, S::kColor, colour, {1014}, -1},
+      {1003, S::kThumbnails, always + QSet<int>{1017}, {}, -1},
+  };
+  for (const Step &step : steps) {
+    SCOPED_TRACE(step.command);
+    if (step.command) form->OnCommand(step.command);
+    QSet<int> pressable;
+    for (int id : Visible())
+      if (form->Control(id)->isEnabled()) pressable.insert(id);
+    EXPECT_EQ(form->CurrentScreen(), step.screen);
+    EXPECT_EQ(Visible(), step.shown);
+    EXPECT_EQ(pressable, step.shown - step.disabled);
+    EXPECT_EQ(form->ColorTool(), step.tool);
+    EXPECT_EQ(form->GetThumbView()->isVisible(), step.screen == S::kThumbnails);
+    EXPECT_EQ(form->GetImageView()->isVisible(), step.screen != S::kThumbnails);
+  }
+  EXPECT_TRUE(prompt.messages.isEmpty());
+}
+
 TEST_F(Form, RefusalsTellWhyAndChangeNothing) {
   const QString edit = "Please select an image that you would like to edit";
   Refuses(1011, edit);

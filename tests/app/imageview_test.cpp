@@ -110,15 +110,15 @@ TEST_F(Editor, DraggedBandCropsAndTheCropIsKept) {
   Edit(pic, 1011);
   ASSERT_EQ(o, QPoint(view->ClientRect().width() / 2 - 100, view->ClientRect().height() / 2 - 75));
   Drag({{30, 20}, {250, 300}, {90, 60}});  // outside on the way: the band stays
-  EXPECT_EQ(view->Tracker().m_rect, Band(30, 20, 90, 60));
-  EXPECT_EQ(view->Tracker().m_nStyle, 9);
+  EXPECT_EQ(view->Tracker().rect_, Band(30, 20, 90, 60));
+  EXPECT_EQ(view->Tracker().style_, 9);
   EXPECT_TRUE(view->Changed());  // a band alone counts as a change
   Shot("edit-crop-band.png");
 
   form->OnCommand(1010);  // the Crop button: the band with its one-pixel border
   ASSERT_EQ(view->CurrentImage()->Width(), 62u);
   ASSERT_EQ(view->CurrentImage()->Height(), 42u);
-  EXPECT_TRUE(view->Tracker().m_rect.IsEmpty());
+  EXPECT_TRUE(view->Tracker().rect_.IsEmpty());
   form->OnCommand(1002);  // keep
   form->OnCommand(1033);
   EXPECT_TRUE(prompt.messages.isEmpty());
@@ -152,8 +152,7 @@ TEST_F(Editor, TrackerResizesMovesAndRestartsFromTheTopLeftHandle) {
   };
   for (const Step &s : steps) {
     Drag({s.from, s.to});
-    EXPECT_EQ(view->Tracker().m_rect, Band(s.band[0], s.band[1], s.band[2], s.band[3]))
-        << s.band[2];
+    EXPECT_EQ(view->Tracker().rect_, Band(s.band[0], s.band[1], s.band[2], s.band[3])) << s.band[2];
   }
   // Equal coordinates give an inverted rectangle, as the four tests order it.
   EXPECT_EQ(CImageView::NormalizedRect({5, 5}, {5, 9}), (CRectTracker::Rect{5, 9, 5, 5}));
@@ -303,9 +302,9 @@ TEST_F(Editor, CropsAtHalfSizeInPhotoPixelsAndZoomKeepsEdits) {
   ASSERT_EQ(view->DrawnSize(), QSize(100, 75));
   Drag({{10, 10}, {40, 30}});
   ZoomTo(100);  // the band stays on the same part of the photo
-  EXPECT_EQ(view->Tracker().m_rect, Band(20, 20, 80, 60));
+  EXPECT_EQ(view->Tracker().rect_, Band(20, 20, 80, 60));
   ZoomTo(50);
-  EXPECT_EQ(view->Tracker().m_rect, Band(10, 10, 40, 30));
+  EXPECT_EQ(view->Tracker().rect_, Band(10, 10, 40, 30));
   form->OnCommand(1010);  // the band and its border, (9, 9)-(41, 31) drawn
   const testutil::Picture cropped = Current();
   ASSERT_EQ(cropped.width, 64u);
