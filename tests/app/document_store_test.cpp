@@ -11,6 +11,7 @@
 #include "photo/document.h"
 #include "photo/photofiles.h"
 #include "photo/photostore.h"
+#include "photo/settings.h"
 #include "raster/ras.h"
 #include "tests/app/photos.h"
 #include "tests/app/scriptedprompt.h"
@@ -20,11 +21,15 @@ namespace {
 
 const QString kExif = QStringLiteral(KORVEL_TESTDATA_DIR "/exif/");
 
-// The budget documents made while it lives are given, in megabytes.
+// The budget documents made while it lives are given, in megabytes; null
+// leaves it to the setting.
 class BudgetOverride {
  public:
   explicit BudgetOverride(const char *megabytes) : old_(qgetenv(kName)) {
-    qputenv(kName, megabytes);
+    if (megabytes)
+      qputenv(kName, megabytes);
+    else
+      qunsetenv(kName);
   }
   ~BudgetOverride() {
     if (old_.isNull())
@@ -158,6 +163,20 @@ TEST(DocumentStore, ASavedPhotoIsReadFromItsFileAndAnUnwrittenOneIsKept) {
   EXPECT_TRUE(doc.Pixels().SpillPath(0).isEmpty());
   EXPECT_TRUE(SamePixels(doc.ImageAt(0), picture));
   EXPECT_EQ(doc.PathAt(0), saved);
+}
+
+TEST(DocumentStore, TheBudgetComesFromTheSettingUnlessTheEnvironmentSaysOtherwise) {
+  {
+    const BudgetOverride none(nullptr);
+    EXPECT_EQ(PhotoStore::ConfiguredBudget(), PhotoStore::kDefaultBudgetMB << 20);
+    KorvelSettings()->setValue("memory/budgetMB", 7);
+    EXPECT_EQ(CKorvelAppDoc().Pixels().Budget(), size_t(7) << 20);
+    KorvelSettings()->setValue("memory/budgetMB", "lots");  // unreadable: the default
+    EXPECT_EQ(PhotoStore::ConfiguredBudget(), PhotoStore::kDefaultBudgetMB << 20);
+  }
+  const BudgetOverride budget("2");
+  EXPECT_EQ(CKorvelAppDoc().Pixels().Budget(), size_t(2) << 20);
+  KorvelSettings()->remove("memory/budgetMB");
 }
 
 }  // namespace
