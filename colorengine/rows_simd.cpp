@@ -84,7 +84,56 @@ __attribute__((target("avx2"))) void Store8(const Interp8x3 &r, int k, size_t to
   StoreLanes<8>(r, k, to, lanes);
 }
 
-__attribute__((target("avx2"))) uint32_t Interp8x3Avx2(const Interp8x3 &r, uint32_t count) {
+// Gathers are the costly part of the AVX2 loop. When every base node's offset
+// fits 16 bits (grids of up to 28 nodes an axis at three bytes a node, as the
+// base node is never an axis's last), one table per axis holds the offset in
+// the low half of an entry and the fraction in the high half, so one gather
+// per axis gives both.
+constexpr uint32_t kOffsetLimit = 1u << 16;
+
+__attribute__((target("avx2"))) bool PackAxes(const Interp8x3 &r, uint32_t packed[3][256]) {
+  __m256i highest = _mm256_setzero_si256();
+  for (int a = 0; a < 3; ++a)
+    for (int x = 0; x < 256; x += 8) {
+      const __m256i offsets =
+          _mm256_loadu_si256(reinterpret_cast<const __m256i *>(r.offsets[a] + x));
+      const __m256i fractions = _mm256_cvtepu16_epi32(
+          _mm_loadu_si128(reinterpret_cast<const __m128i *>(r.fractions[a] + x)));
+      highest = _mm256_max_epu32(highest, offsets);
+      _mm256_storeu_si256(reinterpret_cast<__m256i *>(packed[a] + x),
+                          _mm256_or_si256(offsets, _mm256_slli_epi32(fractions, 16)));
+    }
+  alignas(32) uint32_t lanes[8];
+  _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), highest);
+  for (const uint32_t lane : lanes)
+    if (lane >= kOffsetLimit) return false;
+  return true;
+}
+
+// The grid offset of each pixel's base node and its three fractions.
+template <bool Packed>
+__attribute__((target("avx2"))) __m256i Locate8(const Interp8x3 &r, const uint32_t packed[3][256],
+                                                size_t from, __m256i f[3]) {
+  __m256i base = _mm256_setzero_si256();
+  for (int a = 0; a < 3; ++a) {
+    const __m256i x = Source8(r, a, from);
+    if constexpr (Packed) {
+      const __m256i both = _mm256_i32gather_epi32(reinterpret_cast<const int *>(packed[a]), x, 4);
+      base = _mm256_add_epi32(base, _mm256_and_si256(both, _mm256_set1_epi32(0xFFFF)));
+      f[a] = _mm256_srli_epi32(both, 16);
+    } else {
+      base = _mm256_add_epi32(
+          base, _mm256_i32gather_epi32(reinterpret_cast<const int *>(r.offsets[a]), x, 4));
+      f[a] = Fractions8(r.fractions[a], x);
+    }
+  }
+  return base;
+}
+
+template <bool Packed>
+__attribute__((target("avx2"))) uint32_t Interp8x3Avx2Loop(const Interp8x3 &r,
+                                                           const uint32_t packed[3][256],
+                                                           uint32_t count) {
   const __m256i corner1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(r.corner1));
   const __m256i corner2 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(r.corner2));
   const __m256i far = _mm256_set1_epi32(static_cast<int>(r.far) - kFarBias);
@@ -96,13 +145,8 @@ __attribute__((target("avx2"))) uint32_t Interp8x3Avx2(const Interp8x3 &r, uint3
   size_t from = 0, to = 0;
   for (uint32_t i = 0; i < whole;
        i += 8, from += 8 * size_t{r.srcStride}, to += 8 * size_t{r.dstStride}) {
-    __m256i f[3], base = _mm256_setzero_si256();
-    for (int a = 0; a < 3; ++a) {
-      const __m256i x = Source8(r, a, from);
-      base = _mm256_add_epi32(
-          base, _mm256_i32gather_epi32(reinterpret_cast<const int *>(r.offsets[a]), x, 4));
-      f[a] = Fractions8(r.fractions[a], x);
-    }
+    __m256i f[3];
+    const __m256i base = Locate8<Packed>(r, packed, from, f);
     // The row of the tetrahedron table, from A = f0 >= f1, B = f0 >= f2 and
     // C = f1 >= f2 (each comparison gives its negation as all ones).
     const __m256i row = _mm256_or_si256(
@@ -131,6 +175,14 @@ __attribute__((target("avx2"))) uint32_t Interp8x3Avx2(const Interp8x3 &r, uint3
     }
   }
   return whole;
+}
+
+__attribute__((target("avx2"))) uint32_t Interp8x3Avx2(const Interp8x3 &r, uint32_t count) {
+  // Packing costs about as much as a hundred pixels; short rows skip it.
+  constexpr uint32_t kPackFrom = 256;
+  alignas(32) uint32_t packed[3][256];
+  if (count >= kPackFrom && PackAxes(r, packed)) return Interp8x3Avx2Loop<true>(r, packed, count);
+  return Interp8x3Avx2Loop<false>(r, packed, count);
 }
 
 __attribute__((target("sse4.1"))) __m128i Lanes4(const uint32_t *v) {

@@ -19,3 +19,8 @@ struct ReduceKernel {
 // Builds the kernel for n source samples reduced to m destination samples:
 // -1 unless 1 < m <= n, -3 when memory runs out, else 0.
 [[nodiscard]] int BuildReduceKernel(int32_t n, int32_t m, ReduceKernel *kernel);
+
+// For tests: whether the vertical pass may use AVX2 where the processor has
+// it (the default); returns the previous setting. Either way gives the same
+// bytes.
+bool SetReduceAvx2(bool allowed);

@@ -60,7 +60,9 @@ struct Member {
 // for 8-bit output, smooth for 16-bit output: a 15-bit fraction is within
 // 1/65536 of the true one, so each axis adds up to (neighbour step) / 65536
 // codes of error, and only smooth grids can be held to one 16-bit code.
-CcTransformContext *RandomGrid(const Member &m, int inputs, std::mt19937 &rng, Reference *ref) {
+// `nodes` fixes the node count of every axis (0: 2 to 9, chosen at random).
+CcTransformContext *RandomGrid(const Member &m, int inputs, std::mt19937 &rng, Reference *ref,
+                               int nodes = 0) {
   CcTransformContext *c = nullptr;
   EXPECT_EQ(CcCreateContext(&c, inputs, 3, inputs == 3 ? 1 : 4, 1, 1, 2, m.node), 0);
   EXPECT_EQ(CcSetSampleSize(c, 0, m.in), 0);
@@ -73,7 +75,7 @@ CcTransformContext *RandomGrid(const Member &m, int inputs, std::mt19937 &rng, R
   std::vector<std::vector<int>> walk(inputs * 3);
   size_t count = 1;
   for (int a = 0; a < inputs; ++a) {
-    const int n = std::uniform_int_distribution<int>(2, inputs == 3 ? 9 : 5)(rng);
+    const int n = nodes ? nodes : std::uniform_int_distribution<int>(2, inputs == 3 ? 9 : 5)(rng);
     std::vector<uint16_t> nodes = {0, uint16_t(top)};
     while (int(nodes.size()) < n) {
       const auto p = uint16_t(std::uniform_int_distribution<int>(1, top - 1)(rng));
@@ -287,4 +289,43 @@ TEST(CcInterp, VectorFormsAndThreadsGiveTheScalarBytes) {
     }
   }
   EXPECT_EQ(CcFreeTransform(&t), 0);
+}
+
+// The AVX2 loop reads each axis's offset and fraction with one look-up when
+// the grid's offsets fit 16 bits (up to 28 nodes an axis); larger grids and
+// short rows take the two-look-up form. Both sides of each limit give the
+// scalar bytes, and the largest grid still agrees with the real-number model.
+TEST(CcInterp, LargeGridsGiveTheScalarBytes) {
+  if (cc::BestVectorLevel() != cc::VectorLevel::kAvx2) GTEST_SKIP() << "no AVX2 here";
+  std::mt19937 rng(91);
+  for (const int nodes : {28, 29, 33}) {
+    Reference ref;
+    CcTransformContext *c = RandomGrid({1, 1, 1}, 3, rng, &ref, nodes);
+    CcTransform t{};
+    CcFillTransform(&t, c);
+    for (const uint32_t width : {255u, 256u, 1203u}) {
+      SCOPED_TRACE(testing::Message() << nodes << " nodes, " << width << " pixels");
+      std::vector<uint8_t> src(size_t(width) * 3);
+      for (size_t i = 0; i < src.size(); ++i)  // every value on every axis, then random
+        src[i] = uint8_t(i < 768 ? i % 256 : rng());
+      const auto run = [&](cc::VectorLevel level) {
+        std::vector<uint8_t> dst(src.size());
+        const CcPixelRow from{{src.data(), src.data() + width, src.data() + 2 * width}};
+        const CcPixelRow to{{dst.data(), dst.data() + width, dst.data() + 2 * width}};
+        const cc::VectorLevel old = cc::SetVectorLevel(level);
+        EXPECT_EQ(CcApplySl(&t, width, &from, 1, &to, 1), 0);
+        cc::SetVectorLevel(old);
+        return dst;
+      };
+      const std::vector<uint8_t> want = run(cc::VectorLevel::kScalar);
+      EXPECT_EQ(run(cc::VectorLevel::kAvx2), want);
+      for (uint32_t i = 0; nodes == 33 && i < width; ++i) {
+        const std::vector<double> real =
+            ref.At({double(src[i]), double(src[width + i]), double(src[2 * width + i])});
+        for (int k = 0; k < 3; ++k)  // half a code plus three axes' fraction error
+          ASSERT_NEAR(want[k * width + i], real[k], 0.5 + 3 * 256.0 / 65536) << i << " " << k;
+      }
+    }
+    EXPECT_EQ(CcFreeTransform(&t), 0);
+  }
 }

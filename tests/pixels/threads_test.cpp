@@ -71,4 +71,32 @@ TEST(PixThreads, EveryRoutineGivesTheOneThreadBytes) {
   }
 }
 
+// Quarter turns large enough to be written past the cache, with a
+// destination wider than the transposing buffer (two chunks of columns, the
+// last not a whole tile) and a height off the 64-row group: every byte is
+// the model's, and four threads give the one-thread bytes.
+TEST(PixThreads, LargeQuarterTurnsFollowTheModel) {
+  ASSERT_TRUE(kThreadsSet);
+  const int32_t w = 2077, h = 2100;  // turned: 2100 wide, 2077 high
+  Owned src(PlanarCreate(w, h, 2), &PlanarFree);
+  const auto value = [](int c, int32_t x, int32_t y) { return uint8_t(x * 7 + y * 13 + c * 101); };
+  for (int c = 0; c < 2; ++c)
+    for (int32_t y = 0; y < h; ++y)
+      for (int32_t x = 0; x < w; ++x)
+        src->planes[c][size_t(y) * w + x] = value(c, x, y);
+  for (const int mode : {0, 2}) {
+    const Routine turn = [mode](auto s, auto d) { return RotateImage(s, mode, d, nullptr); };
+    const std::vector<uint8_t> one = Bytes(*src, h, w, turn, 1);
+    EXPECT_EQ(Bytes(*src, h, w, turn, 4), one) << "mode " << mode;
+    size_t wrong = 0;
+    for (int c = 0; c < 2; ++c)
+      for (int32_t r = 0; r < w; ++r)
+        for (int32_t j = 0; j < h; ++j) {
+          const uint8_t want = mode == 0 ? value(c, r, h - 1 - j) : value(c, w - 1 - r, j);
+          wrong += one[(size_t(c) * w + r) * h + j] != want;
+        }
+    EXPECT_EQ(wrong, 0u) << "mode " << mode;
+  }
+}
+
 }  // namespace
