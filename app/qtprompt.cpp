@@ -21,6 +21,23 @@ namespace {
 
 const QString kTitle = QStringLiteral("KorvelApp");
 
+// Control ids of the Save Photo (341) and Get Photo (194) dialogs; the tests
+// find the controls by them.
+enum DialogId : int {
+  kIdSaveText = 1050,
+  kIdYes = 6,
+  kIdNo = 7,
+  kIdNoToAll = 1051,
+  kIdSourceList = 1026,
+  kIdGetPhoto = 1034,
+  kIdGetPhotoFile = 1035,
+  kIdGetCancel = 1036,
+};
+
+QString IdName(int id) {
+  return QString::number(id);
+}
+
 QRect DluRect(int x, int y, int width, int height) {
   return QRect(DluToPixelsX(x), DluToPixelsY(y), DluToPixelsX(width), DluToPixelsY(height));
 }
@@ -34,7 +51,7 @@ void SetUpDialog(QDialog *dialog, const QString &title) {
 
 QPushButton *AddButton(QDialog *dialog, int id, const QString &caption) {
   auto *button = new QPushButton(caption, dialog);
-  button->setObjectName(QString::number(id));
+  button->setObjectName(IdName(id));
   return button;
 }
 
@@ -115,7 +132,7 @@ KorvelPrompt::SavePhotoAnswer QtPrompt::AskSavePhoto(const QString &fileName) {
   dialog.setFixedSize(DluToPixelsX(186), DluToPixelsY(50));
 
   auto *text = new QLabel(QStringLiteral("Do you want to save your photo ") + fileName, &dialog);
-  text->setObjectName(QStringLiteral("1050"));
+  text->setObjectName(IdName(kIdSaveText));
   text->setGeometry(DluRect(6, 7, 172, 17));
   text->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
   text->setWordWrap(true);
@@ -127,12 +144,13 @@ KorvelPrompt::SavePhotoAnswer QtPrompt::AskSavePhoto(const QString &fileName) {
     const char *word;
     int x;
   };
-  static constexpr Choice kChoices[] = {
-      {6, "Yes", "YES", 12}, {7, "No", "NO", 68}, {1051, "No to All", "NOTOALL", 124}};
+  static constexpr Choice kChoices[] = {{kIdYes, "Yes", "YES", 12},
+                                        {kIdNo, "No", "NO", 68},
+                                        {kIdNoToAll, "No to All", "NOTOALL", 124}};
   for (const Choice &choice : kChoices) {
     QPushButton *button = AddButton(&dialog, choice.id, QString::fromLatin1(choice.caption));
     button->setGeometry(DluRect(choice.x, 29, 50, 14));
-    button->setDefault(choice.id == 6);
+    button->setDefault(choice.id == kIdYes);
     QObject::connect(button, &QPushButton::clicked, &dialog, [&answer, &dialog, choice] {
       answer.choice = QString::fromLatin1(choice.word);
       dialog.accept();
@@ -190,6 +208,18 @@ KorvelPrompt::FileAnswer QtPrompt::AskSaveFile(const QString &filter, const QStr
   return answer;
 }
 
+// The double-size drawing where the screen is scaled, so the picture stays sharp.
+QPixmap QtPrompt::Artwork(const QString &name, qreal scale) {
+  if (scale > 1.0) {
+    QPixmap twice = ResourcePicture(QStringLiteral(":/skins/%1@2x.png").arg(name));
+    if (!twice.isNull()) {
+      twice.setDevicePixelRatio(2.0);
+      return twice;
+    }
+  }
+  return ResourcePicture(QStringLiteral(":/skins/%1.png").arg(name));
+}
+
 // Dialog 194: the camera or a file, with the camera's source and picture 271.
 KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto(const QStringList &sources, int selected) {
   QDialog dialog(ParentWindow());
@@ -197,12 +227,12 @@ KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto(const QStringList &sources, i
 
   auto *picture = new QLabel(&dialog);
   picture->setObjectName(QStringLiteral("271"));
-  const QPixmap artwork = ResourcePicture(QStringLiteral(":/skins/271.png"));
+  const QPixmap artwork = Artwork(QStringLiteral("271"), dialog.devicePixelRatioF());
   picture->setPixmap(artwork);
   picture->setVisible(!artwork.isNull());
 
   auto *source = new QComboBox(&dialog);
-  source->setObjectName(QStringLiteral("1026"));
+  source->setObjectName(IdName(kIdSourceList));
   // Only sources that exist are offered: with none, the box stays empty
   // rather than naming a camera source that is not there.
   source->setPlaceholderText(QStringLiteral("No camera found"));
@@ -211,9 +241,9 @@ KorvelPrompt::GetPhotoAnswer QtPrompt::AskGetPhoto(const QStringList &sources, i
     source->setCurrentIndex(selected >= 0 && selected < sources.size() ? selected : 0);
 
   GetPhotoAnswer answer;
-  QPushButton *camera = AddButton(&dialog, 1034, QStringLiteral("Get Photo"));
-  QPushButton *file = AddButton(&dialog, 1035, QStringLiteral("Get Photo File"));
-  QPushButton *cancel = AddButton(&dialog, 1036, QStringLiteral("Cancel"));
+  QPushButton *camera = AddButton(&dialog, kIdGetPhoto, QStringLiteral("Get Photo"));
+  QPushButton *file = AddButton(&dialog, kIdGetPhotoFile, QStringLiteral("Get Photo File"));
+  QPushButton *cancel = AddButton(&dialog, kIdGetCancel, QStringLiteral("Cancel"));
   camera->setDefault(true);
   QObject::connect(camera, &QPushButton::clicked, &dialog, [&] {
     answer.camera = true;

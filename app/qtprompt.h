@@ -3,10 +3,16 @@
 // Photo" question, the "Get Photo" dialog and the About box.
 #pragma once
 
+#include <QPixmap>
+
 #include "photo/prompt.h"
 
 class QtPrompt : public KorvelPrompt {
  public:
+  // Artwork `name` (":/skins/NAME.png") for a screen of `scale` device pixels
+  // a logical pixel; null when the program carries no such artwork.
+  static QPixmap Artwork(const QString &name, qreal scale);
+
   int MessageBox(const QString &text, int buttons) override;
   CheckAnswer MessageBoxWithCheck(const QString &text, const QString &check, bool checked,
                                   int buttons) override;

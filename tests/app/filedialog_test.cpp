@@ -251,6 +251,18 @@ TEST(QtPrompt, GetPhotoDialog) {
   }
 }
 
+TEST(QtPrompt, ArtworkIsDoubleSizeOnScaledScreens) {
+  const QPixmap one = QtPrompt::Artwork("271", 1.0);
+  const QPixmap two = QtPrompt::Artwork("271", 2.0);
+  ASSERT_FALSE(one.isNull());
+  EXPECT_EQ(one.devicePixelRatio(), 1.0);
+  EXPECT_EQ(two.devicePixelRatio(), 2.0);
+  EXPECT_EQ(two.size(), one.size() * 2);
+  EXPECT_EQ(two.deviceIndependentSize(), QSizeF(one.size()));
+  EXPECT_EQ(QtPrompt::Artwork("271", 1.5).devicePixelRatio(), 2.0);
+  EXPECT_TRUE(QtPrompt::Artwork("no-such-art", 2.0).isNull());
+}
+
 TEST(QtPrompt, AboutBox) {
   QtPrompt prompt;
   QStringList texts;
