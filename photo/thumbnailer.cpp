@@ -43,6 +43,13 @@ bool Thumbnailer::SetPriority(const QString &path, int priority) {
   return true;
 }
 
+std::optional<int> Thumbnailer::Priority(const QString &path) const {
+  const std::lock_guard<std::mutex> hold(lock_);
+  const auto it = queue_.find(path);
+  if (it == queue_.end()) return std::nullopt;
+  return it->second.priority;
+}
+
 void Thumbnailer::Cancel(const QString &path) {
   live_.remove(path);
   const std::lock_guard<std::mutex> hold(lock_);

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -43,6 +44,8 @@ class Thumbnailer : public QObject {
   // Gives a waiting request a new priority; false when `path` is not waiting
   // (never asked, cancelled, being made or done).
   bool SetPriority(const QString &path, int priority);
+  // The priority `path` waits with; none when it is not waiting.
+  std::optional<int> Priority(const QString &path) const;
   // Forgets the request for `path`: no signal comes for it afterwards. One
   // being made is finished and stored in the cache all the same.
   void Cancel(const QString &path);

@@ -1,5 +1,6 @@
-// The thumbnail view: painting the grid, and turning clicks into the work
-// area's current index and selection.
+// The thumbnail view: painting the grid, asking for the thumbnails of the
+// photos that equal their files, and turning clicks into the work area's
+// current index and selection.
 #include "views/thumbview.h"
 
 #include <QKeyEvent>
@@ -9,6 +10,7 @@
 #include <QPainter>
 #include <QScrollBar>
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -65,12 +67,34 @@ void FrameCell(QPainter &painter, const QRect &cell, const QColor &color) {
   painter.fillRect(cell.right(), cell.top(), 1, cell.height(), color);
 }
 
+// Where a picture of `w` x `h` goes in `cell`: fitted and centred. Halves
+// are truncated, so an odd fitted size loses one pixel.
+QRect PictureRect(const QRect &cell, uint32_t w, uint32_t h) {
+  constexpr int half = CThumbView::kCellSize / 2;
+  const QSize fitted = FittedSize(w, h);
+  const QPoint centre = cell.topLeft() + QPoint(half, half);
+  return QRect(centre - QPoint(fitted.width() / 2, fitted.height() / 2),
+               centre + QPoint(fitted.width() / 2, fitted.height() / 2) - QPoint(1, 1));
+}
+
+// Thumbnails are made at the screen's pixels for a cell, so that they stay
+// sharp on a high-density screen (and come from the large cache there), and
+// one pixel more: a thumbnail is never enlarged, so one no longer than the
+// cell is the photo at its own size, which the grid stretches over the cell
+// as it does every small photo, while a larger photo's reaches past the cell
+// and is fitted into it. A box of exactly the cell could not tell a photo of
+// 100 x 50 from one of 200 x 100.
+int ThumbnailBox(const QWidget *widget) {
+  return static_cast<int>(std::lround(CThumbView::kCellSize * widget->devicePixelRatioF())) + 1;
+}
+
 }  // namespace
 
 CThumbView::CThumbView(CKorvelAppDoc *doc, QWidget *parent)
     : QAbstractScrollArea(parent),
       doc_(doc),
-      menuRunner_([](QMenu *menu, const QPoint &at) { return menu->exec(at); }) {
+      menuRunner_([](QMenu *menu, const QPoint &at) { return menu->exec(at); }),
+      thumbnailer_(ThumbnailBox(this)) {
   // The view fills exactly the rectangle the form gives it and never scrolls
   // sideways: five columns end at 600 pixels, inside even a narrowed view.
   setFrameShape(QFrame::NoFrame);
@@ -82,11 +106,19 @@ CThumbView::CThumbView(CKorvelAppDoc *doc, QWidget *parent)
   // Every change to the work area shows in the grid, whoever makes it.
   QWidget *surface = viewport();
   const auto repaint = [surface] { surface->update(); };
-  connect(doc, &CKorvelAppDoc::photoAdded, surface, repaint);
-  connect(doc, &CKorvelAppDoc::photoReplaced, surface, repaint);
-  connect(doc, &CKorvelAppDoc::photoRemoved, surface, repaint);
+  connect(doc, &CKorvelAppDoc::photoAdded, this, &CThumbView::OnPhotoAdded);
+  connect(doc, &CKorvelAppDoc::photoReplaced, this, &CThumbView::OnPhotoReplaced);
+  connect(doc, &CKorvelAppDoc::photoRemoved, this, &CThumbView::OnPhotoRemoved);
   connect(doc, &CKorvelAppDoc::selectionChanged, surface, repaint);
   connect(doc, &CKorvelAppDoc::currentChanged, surface, repaint);
+  // The editor, not the grid, is on screen while editing: it gets the cores.
+  connect(doc, &CKorvelAppDoc::editModeChanged, this, [this](int mode) { SetEditing(mode != 0); });
+  connect(&thumbnailer_, &Thumbnailer::thumbnailReady, this, &CThumbView::OnThumbnailReady);
+  connect(&thumbnailer_, &Thumbnailer::thumbnailFailed, this, &CThumbView::OnThumbnailFailed);
+  connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &CThumbView::Rerank);
+  if (doc->EditMode() != 0) SetEditing(true);
+  for (int i = 0; i < doc->Count(); ++i)
+    Ask(i);
 }
 
 CThumbView::~CThumbView() = default;
@@ -155,10 +187,8 @@ void CThumbView::paintEvent(QPaintEvent *event) {
   painter.setFont(font);
   painter.setPen(Qt::black);
   const QRect exposed = event->rect().translated(0, scrolled);
-  constexpr int half = kCellSize / 2;
   for (int i = 0; i < count; ++i) {
-    const QRect cell(kMargin + kPitch * (i % kColumns), kMargin + kPitch * (i / kColumns),
-                     kCellSize, kCellSize);
+    const QRect cell = CellOf(i);
     cells_.append(cell);
     const QRect caption(cell.left(), cell.top() + kCellSize + kCaptionTop, kCellSize,
                         kCaptionBottom - kCaptionTop);
@@ -167,15 +197,172 @@ void CThumbView::paintEvent(QPaintEvent *event) {
     FrameCell(painter, cell, Qt::black);
     // Centred and cut at the strip's ends when the name is wider than it.
     painter.drawText(caption, Qt::AlignHCenter | Qt::AlignTop, doc_->FileNameAt(i));
-    // Halves are truncated, so an odd fitted size loses one pixel; the picture
-    // goes over the black frame where it fills the cell.
-    const CDib &image = doc_->ImageAt(i);
-    const QSize fitted = FittedSize(image.Width(), image.Height());
-    image.Draw(&painter, cell.left() + half - fitted.width() / 2,
-               cell.top() + half - fitted.height() / 2, cell.left() + half + fitted.width() / 2,
-               cell.top() + half + fitted.height() / 2);
+    // The picture goes over the black frame where it fills the cell.
+    DrawPicture(painter, i, cell);
     if (framed[static_cast<size_t>(i)]) FrameCell(painter, cell, QColor::fromRgb(kSelectedFrame));
   }
+}
+
+QRect CThumbView::CellOf(int index) {
+  return QRect(kMargin + kPitch * (index % kColumns), kMargin + kPitch * (index / kColumns),
+               kCellSize, kCellSize);
+}
+
+// A photo that equals its file is never decoded here for the grid: its
+// thumbnail is drawn once made, a placeholder until then. Only when no
+// thumbnail could be made and its pixels happen to be in memory anyway are
+// those drawn. Any other entry holds its pixels, so they are what it shows.
+void CThumbView::DrawPicture(QPainter &painter, int index, const QRect &cell) {
+  painter.save();
+  painter.setRenderHint(QPainter::SmoothPixmapTransform, true);
+  const QString path = doc_->PathAt(index);
+  const bool fromFile = FromFile(index);
+  if (const auto thumb = thumbs_.constFind(path); fromFile && thumb != thumbs_.cend()) {
+    // Its size in device pixels stands for the photo's (see ThumbnailBox).
+    const QSize size = thumb->size();
+    painter.drawPixmap(PictureRect(cell, size.width(), size.height()), *thumb);
+  } else if (!fromFile || (failed_.contains(path) && doc_->Pixels().Resident(index))) {
+    const CDib image = doc_->ImageAt(index);
+    const QRect target = PictureRect(cell, image.Width(), image.Height());
+    image.Draw(&painter, target.left(), target.top(), target.right() + 1, target.bottom() + 1);
+  } else {
+    FrameCell(
+        painter,
+        cell.adjusted(kPlaceholderInset, kPlaceholderInset, -kPlaceholderInset, -kPlaceholderInset),
+        QColor::fromRgb(kPlaceholder));
+  }
+  painter.restore();
+}
+
+bool CThumbView::FromFile(int index) const {
+  return doc_->Pixels().FileBacked(index);
+}
+
+bool CThumbView::Wanted(int index) const {
+  const int top = verticalScrollBar()->value();
+  const int bottom = top + viewport()->height();
+  const int row = index / kColumns;
+  const int rowTop = kMargin + kPitch * row;
+  // Rows reach from their cell's top to the next row's; one more row below
+  // is wanted so that a scroll of one row finds it ready.
+  return rowTop + kPitch > top && rowTop - kPitch < bottom;
+}
+
+void CThumbView::Ask(int index) {
+  if (!FromFile(index)) return;
+  const QString path = doc_->PathAt(index);
+  if (thumbs_.contains(path) || failed_.contains(path)) return;
+  const int rank = Wanted(index) ? 1 : 0;
+  // Asked already for another entry of the same file: only ever raised.
+  if (asked_.contains(path)) {
+    if (rank > 0) (void)thumbnailer_.SetPriority(path, rank);
+    return;
+  }
+  asked_.insert(path);
+  thumbnailer_.Request(path, rank);
+}
+
+void CThumbView::OnPhotoAdded(int index) {
+  Ask(index);
+  viewport()->update();
+}
+
+// A photo now equal to a file was saved there just now, so what was shown for
+// that file is out of date; an edited photo shows its pixels, and whatever its
+// old file had asked for may no longer be needed.
+void CThumbView::OnPhotoReplaced(int index) {
+  if (FromFile(index)) {
+    const QString path = doc_->PathAt(index);
+    thumbs_.remove(path);
+    failed_.remove(path);
+    thumbnailer_.Cancel(path);
+    asked_.remove(path);
+    Ask(index);
+  }
+  Prune();
+  viewport()->update();
+}
+
+void CThumbView::OnPhotoRemoved() {
+  if (doc_->Count() == 0) {
+    thumbnailer_.CancelAll();
+    thumbs_.clear();
+    asked_.clear();
+    failed_.clear();
+  } else {
+    Prune();
+    // The entries after the removed one moved up a cell: the rows shown now
+    // hold others.
+    Rerank();
+  }
+  viewport()->update();
+}
+
+void CThumbView::Prune() {
+  QSet<QString> needed;
+  for (int i = 0; i < doc_->Count(); ++i)
+    if (FromFile(i)) needed.insert(doc_->PathAt(i));
+  for (auto it = asked_.begin(); it != asked_.end();) {
+    if (needed.contains(*it)) {
+      ++it;
+      continue;
+    }
+    thumbnailer_.Cancel(*it);
+    it = asked_.erase(it);
+  }
+  thumbs_.removeIf([&](const auto &entry) { return !needed.contains(entry.key()); });
+  failed_.removeIf([&](const QString &path) { return !needed.contains(path); });
+}
+
+// Paused while the ranks change, so that no worker picks a request between
+// two of them by a half-changed order.
+// A file shown by several entries ranks by the highest of them.
+void CThumbView::Rerank() {
+  if (asked_.isEmpty()) return;
+  QHash<QString, int> ranks;
+  for (int i = 0; i < doc_->Count(); ++i) {
+    const QString path = doc_->PathAt(i);
+    if (!FromFile(i) || !asked_.contains(path)) continue;
+    int &rank = ranks[path];
+    rank = std::max(rank, Wanted(i) ? 1 : 0);
+  }
+  thumbnailer_.Pause();
+  for (auto it = ranks.cbegin(); it != ranks.cend(); ++it)
+    (void)thumbnailer_.SetPriority(it.key(), it.value());
+  if (!editing_) thumbnailer_.Resume();
+}
+
+void CThumbView::SetEditing(bool editing) {
+  editing_ = editing;
+  if (editing)
+    thumbnailer_.Pause();
+  else
+    thumbnailer_.Resume();
+}
+
+void CThumbView::OnThumbnailReady(const QString &path, const QImage &thumb) {
+  asked_.remove(path);
+  QPixmap shown = QPixmap::fromImage(thumb);
+  shown.setDevicePixelRatio(devicePixelRatioF());
+  thumbs_.insert(path, shown);
+  RepaintEntriesOf(path);
+}
+
+void CThumbView::OnThumbnailFailed(const QString &path) {
+  asked_.remove(path);
+  failed_.insert(path);
+  RepaintEntriesOf(path);
+}
+
+void CThumbView::RepaintEntriesOf(const QString &path) {
+  const int scrolled = verticalScrollBar()->value();
+  for (int i = 0; i < doc_->Count(); ++i)
+    if (doc_->PathAt(i) == path) viewport()->update(CellOf(i).translated(0, -scrolled));
+}
+
+void CThumbView::resizeEvent(QResizeEvent *event) {
+  QAbstractScrollArea::resizeEvent(event);
+  Rerank();
 }
 
 int CThumbView::HitTest(const QPoint &point) const {

@@ -4,11 +4,17 @@
 #pragma once
 
 #include <QAbstractScrollArea>
+#include <QHash>
 #include <QList>
+#include <QPixmap>
 #include <QPointer>
 #include <QRect>
+#include <QSet>
+#include <QString>
 #include <functional>
 #include <vector>
+
+#include "photo/thumbnailer.h"
 
 class CKorvelAppDoc;
 class QAction;
@@ -29,6 +35,10 @@ class CThumbView : public QAbstractScrollArea {
   static constexpr int kMinScrollHeight = 453;
   static constexpr QRgb kBackground = 0xffdcdcdc;  // RGB(220, 220, 220)
   static constexpr QRgb kSelectedFrame = 0xffff0000;
+  // The frame that holds a photo's place until its thumbnail is made, inset
+  // from the cell's edge.
+  static constexpr QRgb kPlaceholder = 0xffa0a0a0;
+  static constexpr int kPlaceholderInset = 10;
   static constexpr int kCaptionPoints = 8;
   // The scroll bar's line: three make a row.
   static constexpr int kWheelLine = kPitch / 3;
@@ -55,6 +65,10 @@ class CThumbView : public QAbstractScrollArea {
   QMenu *CreateContextMenu() const;
   void SetMenuRunner(MenuRunner runner) { menuRunner_ = std::move(runner); }
 
+  // Where the thumbnails of photos that equal their files come from, so that
+  // a caller can wait for them or see what is still asked for.
+  Thumbnailer &Thumbnails() { return thumbnailer_; }
+
  signals:
   // A double-click opened a photo for editing: the form checks the selection
   // and shows the editor.
@@ -69,6 +83,7 @@ class CThumbView : public QAbstractScrollArea {
   void mousePressEvent(QMouseEvent *event) override;
   void mouseDoubleClickEvent(QMouseEvent *event) override;
   void keyPressEvent(QKeyEvent *event) override;
+  void resizeEvent(QResizeEvent *event) override;
 
  private:
   void OnLButtonDown(QMouseEvent *event);
@@ -79,9 +94,37 @@ class CThumbView : public QAbstractScrollArea {
   // Per entry, whether its cell gets the red frame.
   std::vector<bool> FramedEntries(int count) const;
   void SetScrollHeight(int height);
+  // The cell of entry `index`, in content coordinates.
+  static QRect CellOf(int index);
+  // Draws the entry's picture inside `cell`: its thumbnail or a placeholder
+  // for a photo that equals its file, its pixels for any other.
+  void DrawPicture(QPainter &painter, int index, const QRect &cell);
+
+  // Thumbnails: the entries whose pixels equal their files are shown from
+  // thumbnails made off this thread; the others from the pixels they hold.
+  bool FromFile(int index) const;
+  // Whether entry `index` lies on a row shown or the one after them.
+  bool Wanted(int index) const;
+  void OnPhotoAdded(int index);
+  void OnPhotoReplaced(int index);
+  void OnPhotoRemoved();
+  void OnThumbnailReady(const QString &path, const QImage &thumb);
+  void OnThumbnailFailed(const QString &path);
+  void Ask(int index);
+  // Forgets thumbnails and requests no entry needs any more.
+  void Prune();
+  // Ranks the waiting requests: rows on screen and one beyond first.
+  void Rerank();
+  void RepaintEntriesOf(const QString &path);
+  void SetEditing(bool editing);
 
   QPointer<CKorvelAppDoc> doc_;
   QList<QRect> cells_;
   QRect client_;
   MenuRunner menuRunner_;
+  Thumbnailer thumbnailer_;
+  QHash<QString, QPixmap> thumbs_;
+  QSet<QString> asked_;   // requested, not answered yet
+  QSet<QString> failed_;  // the thumbnailer could not read them
+  bool editing_ = false;
 };

@@ -5,12 +5,14 @@
 
 #include <QDir>
 #include <QImage>
+#include <QTest>
 
 #include "app/formview.h"
 #include "app/korvelapp.h"
 #include "app/mainframe.h"
 #include "photo/document.h"
 #include "tests/app/scriptedprompt.h"
+#include "views/thumbview.h"
 
 namespace {
 
@@ -37,6 +39,9 @@ TEST(Screenshot, ThumbnailsAndEditor) {
     ASSERT_TRUE(app.View()->OpenPhoto(QString(KORVEL_TESTDATA_DIR) + "/" + f)) << f;
   CKorvelAppDoc *doc = app.Document();
   doc->SetCurrentIndex(6);
+  // The grid shows opened photos from thumbnails made on other threads.
+  Thumbnailer &thumbnailer = app.View()->GetThumbView()->Thumbnails();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return thumbnailer.Outstanding() == 0; }, 10000));
   const QImage thumbs = Shot(app, "thumbnails.png");
   ASSERT_EQ(thumbs.size(), QSize(800, 585));
   // The grid's background, and a photo in the first cell (a 128x128 photo

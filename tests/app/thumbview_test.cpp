@@ -1,20 +1,27 @@
 // The thumbnail view as the user sees and uses it: fitted pictures, captions
 // and frames read back from the rendered view, the scroll height rule, and
-// what plain, Ctrl, double and right clicks and the Delete key do.
+// what plain, Ctrl, double and right clicks and the Delete key do; photos
+// that equal their files shown from thumbnails made off the window's thread,
+// the rows on screen first.
 #include <gtest/gtest.h>
 
 #include <QAction>
 #include <QApplication>
+#include <QFileInfo>
 #include <QImage>
 #include <QMenu>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QStyle>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QWheelEvent>
 #include <functional>
+#include <optional>
 
 #include "photo/document.h"
+#include "photo/photofiles.h"
+#include "raster/ras.h"
 #include "tests/app/photos.h"
 #include "views/scrollsizes.h"
 #include "views/thumbview.h"
@@ -322,6 +329,171 @@ TEST_F(Thumbs, ScrolledRightAndDoubleClicks) {
   QTest::mouseRelease(port, Qt::RightButton, {}, {190, 70});
   EXPECT_EQ(items.size(), 1);
   EXPECT_EQ(edits.size(), 1);
+}
+
+// Photos on disk, shown from their thumbnails. The tests that need to see
+// what is drawn before a thumbnail arrives hold the thumbnailer back the way
+// the program does: the editor is open.
+class FileThumbs : public Thumbs {
+ protected:
+  QString Write(const QString &name, int width, int height, QRgb colour) {
+    const QString path = dir.filePath(name);
+    EXPECT_TRUE(SavePicture(RasFormatBmp, path, CDib(MakePhoto(width, height, colour))));
+    return path;
+  }
+  bool AllAnswered() {
+    return QTest::qWaitFor([&] { return view.Thumbnails().Outstanding() == 0; }, 10000);
+  }
+  std::optional<int> Rank(int index) { return view.Thumbnails().Priority(doc.PathAt(index)); }
+
+  QTemporaryDir dir;
+};
+
+constexpr QRgb kFrameGrey = CThumbView::kPlaceholder;
+
+TEST_F(FileThumbs, PlaceholderThenThumbnailWithoutDecodingOnThisThread) {
+  const QString blue = Write("blue.bmp", 640, 480, kBlue);
+  doc.SetEditMode(1);
+  doc.AddPath(blue);
+  // Nothing is made yet: the cell holds a frame inside its own.
+  Expect(Shot(), {{70, 20, kBlack},
+                  {70, 30, kFrameGrey},
+                  {30, 70, kFrameGrey},
+                  {109, 70, kFrameGrey},
+                  {70, 70, kGrey},
+                  {70, 33, kGrey}});
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 1);
+  EXPECT_EQ(Rank(0), 1);
+  QSignalSpy ready(&view.Thumbnails(), &Thumbnailer::thumbnailReady);
+  doc.SetEditMode(0);
+  ASSERT_TRUE(AllAnswered());
+  ASSERT_EQ(ready.size(), 1);
+  EXPECT_EQ(ready[0][0].toString(), blue);
+  // Fitted and centred as a picture in memory would be: 100 x 75 in rows 33-106.
+  Expect(Shot(), {{70, 32, kGrey},
+                  {70, 33, kBlue},
+                  {70, 106, kBlue},
+                  {70, 107, kGrey},
+                  {20, 70, kBlue},
+                  {119, 70, kBlue},
+                  {70, 70, kBlue}});
+  // The photo itself was never read: the work area holds no pixels at all.
+  EXPECT_FALSE(doc.Pixels().Resident(0));
+  EXPECT_EQ(doc.Pixels().ResidentBytes(), 0u);
+
+  // A file that no longer reads keeps its placeholder, and is not asked for
+  // again at the next paint; one whose pixels the work area holds anyway
+  // (opened just before the file was spoilt) shows those.
+  const QString spoilt = Write("spoilt.bmp", 50, 30, kGreen);
+  doc.SetEditMode(1);
+  ASSERT_TRUE(OpenPhotoFile(&doc, spoilt));
+  QFile junk(dir.filePath("junk.jpg"));
+  ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+  junk.write("not a picture");
+  junk.close();
+  doc.AddPath(junk.fileName());
+  QFile file(spoilt);
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+  file.write("spoilt");
+  file.close();
+  QSignalSpy failed(&view.Thumbnails(), &Thumbnailer::thumbnailFailed);
+  doc.SetEditMode(0);
+  ASSERT_TRUE(AllAnswered());
+  EXPECT_EQ(failed.size(), 2);
+  Expect(Shot(), {{140, 20, kGreen},
+                  {190, 70, kGreen},
+                  {239, 119, kGreen},
+                  {270, 70, kFrameGrey},
+                  {310, 70, kGrey}});
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 0);
+  EXPECT_FALSE(doc.Pixels().Resident(2));
+}
+
+// Scrolling and resizing re-rank what waits: the rows shown and the one
+// after them at 1, every other at 0.
+TEST_F(FileThumbs, RowsOnScreenAreAskedFirst) {
+  doc.SetEditMode(1);
+  for (int i = 0; i < 40; ++i)  // 8 rows: 980 pixels, 453 shown
+    doc.AddPath(Write(QString("p%1.bmp").arg(i), 8, 8, kOrange));
+  Shot();
+  ASSERT_EQ(view.verticalScrollBar()->maximum(), 980 - 453);
+  const auto ranked = [&] {
+    std::vector<int> ranks;
+    for (int i = 0; i < doc.Count(); ++i)
+      ranks.push_back(Rank(i).value_or(-1));
+    return ranks;
+  };
+  const auto expected = [](int firstWanted, int lastWanted) {
+    std::vector<int> ranks(40, 0);
+    for (int i = firstWanted; i <= lastWanted; ++i)
+      ranks[static_cast<size_t>(i)] = 1;
+    return ranks;
+  };
+  EXPECT_EQ(ranked(), expected(0, 24));  // rows 0-3 shown, row 4 beyond
+  view.verticalScrollBar()->setValue(240);
+  EXPECT_EQ(ranked(), expected(5, 34));  // rows 1-5 shown, row 6 beyond
+  view.verticalScrollBar()->setValue(view.verticalScrollBar()->maximum());
+  EXPECT_EQ(ranked(), expected(20, 39));  // rows 4-7, nothing beyond
+  view.verticalScrollBar()->setValue(0);
+  view.resize(645, 200);  // rows 0-1 shown
+  EXPECT_EQ(ranked(), expected(0, 14));
+
+  // Made in that order: the first to come is from a wanted row.
+  QSignalSpy ready(&view.Thumbnails(), &Thumbnailer::thumbnailReady);
+  doc.SetEditMode(0);
+  ASSERT_TRUE(AllAnswered());
+  ASSERT_EQ(ready.size(), 40);
+  const QString first = ready[0][0].toString();
+  EXPECT_LT(QFileInfo(first).baseName().mid(1).toInt(), 15) << first.toStdString();
+}
+
+// An edited photo shows its pixels, whatever its file holds; saved to a file
+// it shows that file's thumbnail again.
+TEST_F(FileThumbs, EditedEntriesShowTheirPixels) {
+  doc.AddPath(Write("blue.bmp", 640, 480, kBlue));
+  ASSERT_TRUE(AllAnswered());
+  Expect(Shot(), {{70, 70, kBlue}});
+  doc.ReplaceImage(0, CDib(MakePhoto(480, 640, kGreen)), 1, QString());
+  Expect(Shot(), {{70, 70, kGreen}, {33, 70, kGreen}, {32, 70, kGrey}});
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 0);
+
+  const QString saved = Write("saved.bmp", 640, 480, kOrange);
+  doc.ReplaceImage(0, CDib(MakePhoto(640, 480, kOrange)), 0, saved);
+  ASSERT_TRUE(doc.Pixels().FileBacked(0));
+  ASSERT_TRUE(AllAnswered());
+  Expect(Shot(), {{70, 70, kOrange}, {70, 32, kGrey}, {70, 33, kOrange}});
+}
+
+// Leaving the work area takes an entry's request with it, unless another
+// entry shows the same file; an empty work area asks for nothing.
+TEST_F(FileThumbs, RemovalCancelsItsRequest) {
+  doc.SetEditMode(1);
+  const QString a = Write("a.bmp", 8, 8, kBlue), b = Write("b.bmp", 8, 8, kGreen);
+  const QString c = Write("c.bmp", 8, 8, kOrange);
+  for (const QString &path : {a, b, c, a})
+    doc.AddPath(path);
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 3);
+  doc.Remove(1);
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 2);
+  EXPECT_FALSE(view.Thumbnails().Priority(b).has_value());
+  doc.Remove(0);  // the last entry still shows a.bmp
+  EXPECT_TRUE(view.Thumbnails().Priority(a).has_value());
+  doc.Remove(1);
+  doc.Remove(0);
+  EXPECT_EQ(view.Thumbnails().Outstanding(), 0);
+  EXPECT_FALSE(view.Thumbnails().Priority(a).has_value());
+  EXPECT_FALSE(view.Thumbnails().Priority(c).has_value());
+
+  doc.AddPath(c);
+  QSignalSpy ready(&view.Thumbnails(), &Thumbnailer::thumbnailReady);
+  QSignalSpy failed(&view.Thumbnails(), &Thumbnailer::thumbnailFailed);
+  doc.SetEditMode(0);
+  ASSERT_TRUE(AllAnswered());
+  QApplication::processEvents();  // anything cancelled but made would have come by now
+  ASSERT_EQ(ready.size(), 1);
+  EXPECT_EQ(ready[0][0].toString(), c);
+  EXPECT_EQ(failed.size(), 0);
+  Expect(Shot(), {{70, 70, kOrange}});
 }
 
 }  // namespace
