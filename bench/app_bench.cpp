@@ -8,21 +8,36 @@
 // - turning a 24-Mpixel photo in the editor (planar copy, rotate, back to a
 //   picture), on one thread and on all, against the rotation routine alone on
 //   the same planes (on all threads).
+// - the work area as a user fills it: 40 JPEGs of 4000x3000 opened at once
+//   into the program's window, the time to open them, to the first screen of
+//   thumbnails and to all of them, the peak resident memory and the longest
+//   a 10 ms timer on the window's thread came late while opening and while
+//   the thumbnails were made.
 // Usage: app_bench JPEG RUNS [PHOTOS]
+//        app_bench --work-area FOLDER  (the photos are made there once)
+#include <sys/resource.h>
+
 #include <QApplication>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QImage>
+#include <QTemporaryDir>
+#include <QTimer>
 #include <cstring>
 #include <string>
 
 #include "app/formview.h"
 #include "app/korvelapp.h"
+#include "app/mainframe.h"
+#include "app/openphotos.h"
 #include "app/qtprompt.h"
 #include "bench/spawn.h"
 #include "bench/threads.h"
 #include "photo/dibplanar.h"
 #include "photo/document.h"
 #include "photo/photofiles.h"
+#include "raster/ras.h"
 #include "views/imageview.h"
 #include "views/thumbview.h"
 
@@ -127,17 +142,127 @@ void BenchEditor(int runs) {
   view->KeepChanges();
 }
 
+constexpr int kWorkAreaPhotos = 40;
+constexpr int kFirstScreen = 20;  // four rows of five show at first
+
+// The work area's photos, written once into `folder` and reused.
+QStringList WorkAreaPhotos(const QString &folder) {
+  QStringList paths;
+  for (int i = 0; i < kWorkAreaPhotos; ++i)
+    paths << QString("%1/photo%2.jpg").arg(folder).arg(i, 2, 10, QChar('0'));
+  const QString mark = folder + "/complete";
+  if (QFile::exists(mark)) return paths;
+  std::fprintf(stderr, "app_bench: making %d photos of 4000x3000 in %s (once)\n", kWorkAreaPhotos,
+               qPrintable(folder));
+  QDir().mkpath(folder);
+  for (int i = 0; i < kWorkAreaPhotos; ++i)
+    if (!SavePicture(RasFormatJpeg, paths[i], CDib(MakePhoto(4000, 3000, i)))) return {};
+  QFile(mark).open(QIODevice::WriteOnly);
+  return paths;
+}
+
+// How late a 10 ms timer on the window's thread fires, worst case, from the
+// moment it starts until the phase is switched.
+class StallMeter {
+ public:
+  StallMeter() {
+    tick_.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&tick_, &QTimer::timeout, [this] {
+      const qint64 now = clock_.nsecsElapsed();
+      worst_ = std::max(worst_, (now - last_) / 1e6 - 10.0);
+      last_ = now;
+    });
+    clock_.start();
+    last_ = clock_.nsecsElapsed();
+    tick_.start(10);
+  }
+  // The worst lateness so far, starting afresh.
+  double Take() {
+    const double worst = worst_;
+    worst_ = 0;
+    return worst;
+  }
+
+ private:
+  QTimer tick_;
+  QElapsedTimer clock_;
+  qint64 last_ = 0;
+  double worst_ = 0;
+};
+
+long PeakRssKb() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+// One run in a fresh window: the photos opened as a drop or the command line
+// opens them, the grid asking for their thumbnails meanwhile.
+bool BenchWorkArea(const QStringList &paths, const char *label) {
+  CKorvelApp app;
+  if (!app.InitInstance({"korvelapp"})) return false;
+  app.MainFrame()->show();
+  CKorvelAppDoc *doc = app.Document();
+  CThumbView *grid = app.View()->GetThumbView();
+  Thumbnailer &thumbnailer = grid->Thumbnails();
+  QElapsedTimer clock;
+  double firstScreenMs = -1, allMs = -1;
+  int arrived = 0, firstScreen = 0;
+  QEventLoop loop;
+  const auto answered = [&](const QString &path) {
+    ++arrived;
+    if (paths.indexOf(path) < kFirstScreen && ++firstScreen == kFirstScreen) {
+      grid->viewport()->repaint();  // the first screen, painted with its thumbnails
+      firstScreenMs = clock.nsecsElapsed() / 1e6;
+    }
+    if (arrived == static_cast<int>(paths.size())) {
+      allMs = clock.nsecsElapsed() / 1e6;
+      loop.quit();
+    }
+  };
+  QObject::connect(&thumbnailer, &Thumbnailer::thumbnailReady,
+                   [&](const QString &path, const QImage &) { answered(path); });
+  QObject::connect(&thumbnailer, &Thumbnailer::thumbnailFailed, answered);
+  StallMeter stalls;
+  clock.start();
+  const int opened = OpenPhotos(doc, paths, app.MainFrame(), OpenReport::kSilent);
+  const double openMs = clock.nsecsElapsed() / 1e6;
+  const double openStall = stalls.Take();
+  if (arrived < static_cast<int>(paths.size())) loop.exec();
+  const double thumbStall = stalls.Take();
+  std::printf(
+      "info work_area_%s photos=%d opened=%d open_ms=%.1f first_screen_thumbs_ms=%.1f"
+      " all_thumbs_ms=%.1f worst_timer_late_open_ms=%.1f worst_timer_late_thumbs_ms=%.1f"
+      " resident_mb=%zu budget_mb=%zu peak_rss_kb=%ld\n",
+      label, int(paths.size()), opened, openMs, firstScreenMs, allMs, openStall, thumbStall,
+      doc->Pixels().ResidentBytes() >> 20, doc->Pixels().Budget() >> 20, PeakRssKb());
+  std::fflush(stdout);
+  return opened == static_cast<int>(paths.size());
+}
+
+int WorkArea(const char *folder) {
+  const QStringList paths = WorkAreaPhotos(QString::fromLocal8Bit(folder) + "/work-area");
+  if (paths.isEmpty()) return 1;
+  QTemporaryDir cache;
+  qputenv("XDG_CACHE_HOME", cache.path().toUtf8());
+  std::printf("info work_area threads=%d\n", WorkerCount());
+  // An empty thumbnail cache first, then the one that run filled.
+  return BenchWorkArea(paths, "cold") && BenchWorkArea(paths, "warm") ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
   if (argc < 3) {
-    std::fputs("usage: app_bench JPEG RUNS [PHOTOS]\n", stderr);
+    std::fputs("usage: app_bench JPEG RUNS [PHOTOS]\n       app_bench --work-area FOLDER\n",
+               stderr);
     return 2;
   }
   qputenv("QT_QPA_PLATFORM", "offscreen");
   QApplication qt(argc, argv);
   QtPrompt dialogs;
   KorvelPrompt::SetRealDialogs(&dialogs);
+  if (std::strcmp(argv[1], "--work-area") == 0) return WorkArea(argv[2]);
   const int runs = std::max(5, std::atoi(argv[2]));
   BenchOpen(argv[1], runs);
   BenchEditor(runs);
