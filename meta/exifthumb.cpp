@@ -1,18 +1,10 @@
 #include "meta/exifthumb.h"
 
 #include <exception>
-#include <mutex>
 
 #include "meta/exiv.h"
 
 namespace {
-
-// The XMP toolkit under the metadata library is not safe for two threads
-// parsing at once, and thumbnails are made on several.
-std::mutex &ExivLock() {
-  static std::mutex lock;
-  return lock;
-}
 
 int OrientationOf(const Exiv2::Image &image) {
   // HEIF pictures come out of their decoder already turned by the
@@ -48,7 +40,7 @@ void FillThumbInfo(Exiv2::Image &image, MetaThumbInfo *info) {
 bool MetaReadThumbInfo(const char *path, MetaThumbInfo *info) {
   *info = MetaThumbInfo{};
   meta::Init();
-  const std::lock_guard<std::mutex> hold(ExivLock());
+  const meta::Hold hold(meta::Lock());
   try {
     auto image = Exiv2::ImageFactory::open(path);
     if (!image.get()) return false;
@@ -62,7 +54,7 @@ bool MetaReadThumbInfo(const char *path, MetaThumbInfo *info) {
 
 bool MetaWriteExifThumb(const char *path, const std::vector<uint8_t> &jpeg, std::string *error) {
   meta::Init();
-  const std::lock_guard<std::mutex> hold(ExivLock());
+  const meta::Hold hold(meta::Lock());
   try {
     auto image = Exiv2::ImageFactory::open(path);
     image->readMetadata();

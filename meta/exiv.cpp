@@ -14,6 +14,11 @@ void Init() {
   });
 }
 
+std::mutex &Lock() {
+  static std::mutex lock;
+  return lock;
+}
+
 Exiv2::ExifData DecodeExif(const std::vector<uint8_t> &bytes) {
   Exiv2::ExifData exif;
   if (!bytes.empty())

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <exiv2/exiv2.hpp>
+#include <mutex>
 
 #include "meta/meta.h"
 
@@ -11,6 +12,12 @@ namespace meta {
 // Exiv2 made quiet (a damaged tag in a user's photo is not worth a line on
 // standard error) and its XMP toolkit started, once per process.
 void Init();
+
+// Held by every entry point that runs Exiv2. Its XMP toolkit is not safe for
+// two threads parsing at once, and files are read on several: the
+// thumbnailer's threads and the worker that opens photos.
+std::mutex &Lock();
+using Hold = std::lock_guard<std::mutex>;
 
 Exiv2::ExifData DecodeExif(const std::vector<uint8_t> &bytes);
 std::vector<uint8_t> EncodeExif(const Exiv2::ExifData &exif);

@@ -8,6 +8,7 @@
 
 void MetaStripPrivate(PhotoMeta *meta) {
   meta::Init();
+  const meta::Hold hold(meta::Lock());
   try {
     Exiv2::ExifData exif = meta::DecodeExif(meta->exif);
     if (meta::StripExif(&exif)) meta->exif = meta::EncodeExif(exif);
@@ -47,6 +48,7 @@ void CleanCopy(const char *path) {
 
 bool MetaPrivateCopy(const char *from, const char *to, std::string *error) {
   meta::Init();
+  const meta::Hold hold(meta::Lock());
   std::error_code code;
   std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing, code);
   if (code) {

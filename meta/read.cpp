@@ -78,6 +78,7 @@ template <typename Open>
 bool Read(Open open, PhotoMeta *meta) {
   *meta = PhotoMeta{};
   meta::Init();
+  const meta::Hold hold(meta::Lock());
   try {
     auto image = open();
     if (!image.get()) return false;

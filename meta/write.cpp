@@ -59,10 +59,8 @@ void SetXmp(Exiv2::Image *image, const std::string &packet, const MetaSaveInfo &
   image->setXmpData(xmp);
 }
 
-}  // namespace
-
-bool MetaWritable(const char *path) {
-  meta::Init();
+// MetaWritable for a caller that holds the lock.
+bool Writable(const char *path) {
   try {
     return CarriesMetadata(Exiv2::ImageFactory::getType(path));
   } catch (const std::exception &) {
@@ -70,9 +68,19 @@ bool MetaWritable(const char *path) {
   }
 }
 
+}  // namespace
+
+bool MetaWritable(const char *path) {
+  meta::Init();
+  const meta::Hold hold(meta::Lock());
+  return Writable(path);
+}
+
 bool MetaWrite(const char *path, const PhotoMeta &meta, const MetaSaveInfo &info,
                std::string *error) {
-  if (!MetaWritable(path)) return true;
+  meta::Init();
+  const meta::Hold hold(meta::Lock());
+  if (!Writable(path)) return true;
   if (meta.Empty() && info.orientation == 1) return true;
   try {
     auto image = Exiv2::ImageFactory::open(path);

@@ -4,13 +4,22 @@
 #include "photo/photofiles.h"
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QFuture>
+#include <QFutureWatcher>
+#include <QPromise>
 #include <QStringList>
+#include <QThread>
+#include <QThreadPool>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -190,6 +199,79 @@ class SaveScope {
   std::optional<JpegQualityHold> quality_;
 };
 
+// One thread reads photos for the window: a batch reads each file while the
+// one before it is added, never further ahead, so at most one decoded photo
+// waits outside the work area and its memory budget. The pool is never
+// destroyed, so that no read is cut short at exit.
+QThreadPool &ReadThread() {
+  static QThreadPool *const pool = [] {
+    auto *made = new QThreadPool;
+    made->setMaxThreadCount(1);
+    return made;
+  }();
+  return *pool;
+}
+
+QFuture<PhotoFileRead> StartRead(const QString &path) {
+  auto promise = std::make_shared<QPromise<PhotoFileRead>>();
+  QFuture<PhotoFileRead> future = promise->future();
+  promise->start();
+  ReadThread().start([promise, path] {
+    PhotoFileRead read;
+    try {
+      read = ReadPhotoFileApart(path);
+    } catch (const std::bad_alloc &) {
+      // As a picture too large for memory: the file does not open.
+    }
+    promise->addResult(std::move(read));
+    promise->finish();
+  });
+  return future;
+}
+
+// User input stays queued while a photo is read: a click would run a command
+// against a work area about to gain an entry, or open another photo in the
+// middle of this one. A later launch's photos (a socket) wait as well, so
+// that they come after these. Painting and timers go on.
+constexpr QEventLoop::ProcessEventsFlags kWhileReading =
+    QEventLoop::ExcludeUserInputEvents | QEventLoop::ExcludeSocketNotifiers;
+
+PhotoFileRead Await(QFuture<PhotoFileRead> future) {
+  const QCoreApplication *app = QCoreApplication::instance();
+  if (!future.isFinished() && app && QThread::currentThread() == app->thread()) {
+    QEventLoop loop;
+    QFutureWatcher<PhotoFileRead> watcher;
+    QObject::connect(&watcher, &QFutureWatcherBase::finished, &loop, &QEventLoop::quit);
+    watcher.setFuture(future);
+    if (!future.isFinished()) loop.exec(kWhileReading);
+  }
+  future.waitForFinished();
+  return future.takeResult();
+}
+
+// The read photo as a new entry, its metadata remembered first as a
+// synchronous read remembers it; the block is let go when it cannot be added.
+bool AddRead(CKorvelAppDoc *doc, const QString &path, PhotoFileRead read) {
+  if (!read.handle) return false;
+  if (!doc) {
+    GlobalFree(read.handle);
+    return false;
+  }
+  KeepOpenedMeta(path, std::move(read.kept));
+  doc->AddPath(path, read.resolution, CDib(read.handle));
+  return true;
+}
+
+PhotoFileRead AwaitWaiting(const QFuture<PhotoFileRead> &future) {
+  const CWaitCursor wait;
+  return Await(future);
+}
+
+PhotoFileRead ReadWaiting(const QString &path) {
+  const CWaitCursor wait;
+  return ReadPhotoFileApart(path);
+}
+
 }  // namespace
 
 QString SaveTypeExtension(int index) {
@@ -222,27 +304,33 @@ uint32_t FormatForExtension(const QString &extension) {
 // and reads the file again.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   if (!doc) return false;
-  CWaitCursor wait;
-  float resolution = kUnknownResolution;
-  HGLOBAL handle = ReadPhotoFile(path, &resolution);
-  if (!handle) return false;
-  doc->AddPath(path, resolution, CDib(handle));
-  return true;
+  return AddRead(doc, path, AwaitWaiting(StartRead(path)));
 }
 
 OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
                          const OpenProgress &progress) {
   OpenBatch batch;
   const int total = static_cast<int>(paths.size());
+  if (total == 0) return batch;
+  // The first photo of several is read here while the worker starts on the
+  // second, so that it shows without a wait and the batch's progress has its
+  // turn before any other event is let through; every later photo is read on
+  // the worker while the one before it is added.
+  const bool several = total > 1;
+  QFuture<PhotoFileRead> next = StartRead(paths[several ? 1 : 0]);
   for (int i = 0; i < total; ++i) {
-    if (OpenPhotoFile(doc, paths[i]))
+    PhotoFileRead read = i == 0 && several ? ReadWaiting(paths[0]) : AwaitWaiting(next);
+    if (i > 0 && i + 1 < total) next = StartRead(paths[i + 1]);
+    if (AddRead(doc, paths[i], std::move(read)))
       ++batch.opened;
     else
       batch.failed.append(paths[i]);
     // Asked after the file rather than before it: the first one is always
-    // opened, and a stop never throws away a photo already read.
+    // opened, and a stop never throws away a photo already added. The one
+    // read ahead was never shown, and goes.
     if (progress && !progress(i + 1, total) && i + 1 < total) {
       batch.stopped = true;
+      GlobalFree(Await(next).handle);
       break;
     }
   }

@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "photo/dib.h"
+#include "photo/photometa.h"
 
 class CKorvelAppDoc;
 
@@ -22,8 +23,22 @@ uint32_t FormatForExtension(const QString &extension);
 // 3 "tif"; any other index "jpg", the format every unknown name is saved in.
 QString SaveTypeExtension(int index);
 
+// A photo file read as ReadPhotoFile reads it, but with nothing remembered,
+// so that it can be read on any thread: the upright picture (null when no
+// reader takes the file or memory runs out), its pixels per inch and the
+// metadata that KeepOpenedMeta remembers once its entry is added.
+struct PhotoFileRead {
+  HGLOBAL handle = nullptr;
+  float resolution = kUnknownResolution;
+  KeptMeta kept;
+};
+PhotoFileRead ReadPhotoFileApart(const QString &path);
+
 // Reads `path` into a new entry (unsaved flag 0). False, with nothing added
-// and nothing shown, when no reader takes the file or memory runs out.
+// and nothing shown, when no reader takes the file or memory runs out. The
+// file is decoded on a worker thread; meanwhile the window's thread goes on
+// painting and running timers, but takes no user input, so no command can
+// start under the open.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path);
 
 // Told after each file of a batch that `done` of `total` are handled. False
@@ -37,7 +52,9 @@ struct OpenBatch {
   bool stopped = false;  // the progress asked to stop before the end
 };
 
-// Opens `paths` in order, each as OpenPhotoFile does; nothing is shown.
+// Opens `paths` in order, each as OpenPhotoFile does; nothing is shown. The
+// first of several files is decoded on this thread while a worker decodes
+// the second; every later one on the worker while the one before it is added.
 OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
                          const OpenProgress &progress = {});
 

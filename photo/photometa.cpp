@@ -41,13 +41,22 @@ PhotoMeta BytesMeta(const QByteArray &bytes) {
 
 }  // namespace
 
+HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path, KeptMeta *kept) {
+  *kept = KeptMeta{};
+  (void)MetaRead(QFile::encodeName(path).constData(), &kept->meta);
+  kept->source = path;
+  kept->appliedOrientation = kept->meta.orientation;
+  return Turned(handle, kept->meta.orientation);
+}
+
+void KeepOpenedMeta(const QString &path, KeptMeta kept) {
+  ByPath()[path] = std::move(kept);
+}
+
 HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path) {
   KeptMeta kept;
-  (void)MetaRead(QFile::encodeName(path).constData(), &kept.meta);
-  kept.source = path;
-  kept.appliedOrientation = kept.meta.orientation;
-  HGLOBAL upright = Turned(handle, kept.meta.orientation);
-  if (upright) ByPath()[path] = std::move(kept);
+  HGLOBAL upright = UprightOpenedPhoto(handle, path, &kept);
+  if (upright) KeepOpenedMeta(path, std::move(kept));
   return upright;
 }
 

@@ -13,6 +13,7 @@
 #include <limits>
 
 #include "photo/dibraster.h"
+#include "photo/photofiles.h"
 #include "photo/photometa.h"
 #include "photo/settings.h"
 #include "raster/ras.h"
@@ -81,13 +82,22 @@ int MakeSpillFile(const QString &folder, QString *path) {
 
 }  // namespace
 
-HGLOBAL ReadPhotoFile(const QString &path, float *resolution) {
+PhotoFileRead ReadPhotoFileApart(const QString &path) {
+  PhotoFileRead read;
   OpenRaster file;
-  if (!file.Open(QFile::encodeName(path).constData())) return nullptr;
-  HGLOBAL handle = file.Rows();
-  if (handle) handle = UprightOpenedPhoto(handle, path);
-  if (handle && resolution) *resolution = file.Resolution();
-  return handle;
+  if (!file.Open(QFile::encodeName(path).constData())) return read;
+  read.handle = file.Rows();
+  if (read.handle) read.handle = UprightOpenedPhoto(read.handle, path, &read.kept);
+  if (read.handle) read.resolution = file.Resolution();
+  return read;
+}
+
+HGLOBAL ReadPhotoFile(const QString &path, float *resolution) {
+  PhotoFileRead read = ReadPhotoFileApart(path);
+  if (!read.handle) return nullptr;
+  KeepOpenedMeta(path, std::move(read.kept));
+  if (resolution) *resolution = read.resolution;
+  return read.handle;
 }
 
 size_t PhotoStore::ConfiguredBudget() {
