@@ -258,18 +258,17 @@ bool AddRead(CKorvelAppDoc *doc, const QString &path, PhotoFileRead read) {
     return false;
   }
   KeepOpenedMeta(path, std::move(read.kept));
-  doc->AddPath(path, read.resolution, CDib(read.handle));
+  // The pixels equal the file, and the grid draws thumbnails: the entry keeps
+  // only its path until something needs the whole photo, so opening hundreds
+  // holds none of them in memory.
+  GlobalFree(read.handle);
+  doc->AddPath(path, read.resolution, CDib());
   return true;
 }
 
 PhotoFileRead AwaitWaiting(const QFuture<PhotoFileRead> &future) {
   const CWaitCursor wait;
   return Await(future);
-}
-
-PhotoFileRead ReadWaiting(const QString &path) {
-  const CWaitCursor wait;
-  return ReadPhotoFileApart(path);
 }
 
 }  // namespace
@@ -297,11 +296,10 @@ uint32_t FormatForExtension(const QString &extension) {
   return RasFormatJpeg;
 }
 
-// The photo is read whole here although the entry only needs its path: a
-// file whose header reads but whose rows do not is refused now, as before,
-// rather than showing up empty later, and the grid wants the pixels at once.
-// The entry is a saved one, so the work area drops them when it needs room
-// and reads the file again.
+// The photo is read whole here, on the worker, although the entry only needs
+// its path: a file whose header reads but whose rows do not is refused now,
+// as before, rather than showing up empty later. The entry is a saved one and
+// reads its file again when the whole photo is wanted.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   if (!doc) return false;
   return AddRead(doc, path, AwaitWaiting(StartRead(path)));
@@ -312,15 +310,12 @@ OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
   OpenBatch batch;
   const int total = static_cast<int>(paths.size());
   if (total == 0) return batch;
-  // The first photo of several is read here while the worker starts on the
-  // second, so that it shows without a wait and the batch's progress has its
-  // turn before any other event is let through; every later photo is read on
-  // the worker while the one before it is added.
-  const bool several = total > 1;
-  QFuture<PhotoFileRead> next = StartRead(paths[several ? 1 : 0]);
+  // Every photo is read on the worker, the next one while the one before it
+  // is added, so the window never waits on a decode.
+  QFuture<PhotoFileRead> next = StartRead(paths[0]);
   for (int i = 0; i < total; ++i) {
-    PhotoFileRead read = i == 0 && several ? ReadWaiting(paths[0]) : AwaitWaiting(next);
-    if (i > 0 && i + 1 < total) next = StartRead(paths[i + 1]);
+    PhotoFileRead read = AwaitWaiting(next);
+    if (i + 1 < total) next = StartRead(paths[i + 1]);
     if (AddRead(doc, paths[i], std::move(read)))
       ++batch.opened;
     else

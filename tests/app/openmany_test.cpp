@@ -232,15 +232,19 @@ TEST_F(OpenMany, CancellingTheProgressKeepsThePhotosAlreadyOpened) {
   const QStringList paths = {WritePhoto(dir.filePath("1.bmp"), 1),
                              WritePhoto(dir.filePath("2.bmp"), 2),
                              WritePhoto(dir.filePath("3.bmp"), 3)};
-  // The first time the batch lets events through, after its first photo,
-  // the user presses Cancel.
+  // The user presses Cancel as soon as the progress exists, which is once
+  // the first photo is in.
   int cancelled = 0;
-  QTimer::singleShot(0, form, [&] {
+  QTimer press;
+  press.setInterval(0);
+  QObject::connect(&press, &QTimer::timeout, form, [&] {
     if (auto *progress = app.MainFrame()->findChild<QProgressDialog *>()) {
       progress->cancel();
       ++cancelled;
+      press.stop();
     }
   });
+  press.start();
   EXPECT_EQ(OpenPhotos(doc, paths, app.MainFrame(), OpenReport::kShow), 1);
   EXPECT_EQ(cancelled, 1);
   EXPECT_EQ(Paths(doc), QStringList{paths[0]});

@@ -383,10 +383,12 @@ TEST_F(FileThumbs, PlaceholderThenThumbnailWithoutDecodingOnThisThread) {
 
   // A file that no longer reads keeps its placeholder, and is not asked for
   // again at the next paint; one whose pixels the work area holds anyway
-  // (opened just before the file was spoilt) shows those.
+  // (read just before the file was spoilt) shows those.
   const QString spoilt = Write("spoilt.bmp", 50, 30, kGreen);
   doc.SetEditMode(1);
-  ASSERT_TRUE(OpenPhotoFile(&doc, spoilt));
+  HGLOBAL read = ReadPhotoFile(spoilt);
+  ASSERT_NE(read, nullptr);
+  doc.AddPath(spoilt, kUnknownResolution, CDib(read));
   QFile junk(dir.filePath("junk.jpg"));
   ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
   junk.write("not a picture");
