@@ -53,13 +53,6 @@ void KeepOpenedMeta(const QString &path, KeptMeta kept) {
   ByPath()[path] = std::move(kept);
 }
 
-HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path) {
-  KeptMeta kept;
-  HGLOBAL upright = UprightOpenedPhoto(handle, path, &kept);
-  if (upright) KeepOpenedMeta(path, std::move(kept));
-  return upright;
-}
-
 HGLOBAL UprightReceivedPhoto(HGLOBAL handle, const QByteArray &bytes) {
   return Turned(handle, BytesMeta(bytes).orientation);
 }

@@ -20,14 +20,12 @@ struct KeptMeta {
   int appliedOrientation = 1;  // the tag the pixels were turned by on entry
 };
 
-// Reads the metadata of the file at `path`, remembers it for the entry of
-// that path and returns `handle` turned upright (the block it replaces is
-// freed). Null when memory ran out while turning.
-HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path);
-// The same in two halves, so that photos can be read off the window's
-// thread: the first, safe on any thread, reads the metadata into `*kept` and
-// turns the picture; the second, on the window's thread, remembers `kept`
-// for the entry of `path` once the entry is there.
+// An opened photo's metadata in two halves, so that photos can be read off
+// the window's thread. The first, safe on any thread, reads the metadata of
+// the file at `path` into `*kept` and returns `handle` turned upright (the
+// block it replaces is freed; null when memory ran out while turning). The
+// second, on the window's thread, remembers `kept` for the entry of `path`
+// once the entry is there.
 HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path, KeptMeta *kept);
 void KeepOpenedMeta(const QString &path, KeptMeta kept);
 // `handle` turned upright by the orientation in the file bytes it was read
