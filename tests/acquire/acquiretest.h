@@ -109,12 +109,14 @@ class OnNextDialog : public QObject {
   bool seen_ = false;
 };
 
-// Runs the event loop until `done` holds or three seconds pass.
+// Runs the event loop until `done` holds, or thirty seconds pass: a limit for
+// a hang, far above what a download takes even on a loaded machine under the
+// sanitizers, since the loop ends as soon as `done` holds.
 template <class Condition>
 bool RunUntil(Condition done) {
   QElapsedTimer timer;
   timer.start();
-  while (!done() && timer.elapsed() < 3000)
+  while (!done() && timer.elapsed() < 30000)
     QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
   return done();
 }
