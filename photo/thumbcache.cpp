@@ -18,6 +18,8 @@ namespace {
 
 constexpr char kUriKey[] = "Thumb::URI";
 constexpr char kMTimeKey[] = "Thumb::MTime";
+// The writer's quality 80 is zlib's compression level 1.
+constexpr int kPngQuality = 80;
 
 QString FolderName(int size) {
   return size > ThumbCache::kNormal ? QStringLiteral("large") : QStringLiteral("normal");
@@ -98,6 +100,9 @@ bool ThumbCache::Store(const QString &path, int size, const QImage &thumb) const
   QTemporaryFile temp(folder + "/korvel-XXXXXX.png");
   if (!temp.open()) return false;
   QImageWriter writer(&temp, "png");
+  // zlib's fastest level: a fifth of the default's time for a file a quarter
+  // larger, and the entry is written while the grid waits for the next one.
+  writer.setQuality(kPngQuality);
   if (!writer.write(tagged) || !temp.flush()) return false;
   temp.close();
   const QByteArray from = QFile::encodeName(temp.fileName());

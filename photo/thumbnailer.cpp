@@ -75,15 +75,16 @@ void Thumbnailer::Resume() {
   wake_.notify_all();
 }
 
-// Cache lookups cost a file read each and answer at once, so every waiting
-// lookup goes before any thumbnail is made; within each kind the highest
-// priority goes first, then the earliest asked. A linear pass is cheap next
-// to making one thumbnail, even for a work area of thousands.
+// The highest priority goes first, so the rows on screen are never kept
+// waiting behind the lookups of hundreds below them. Within a priority, cache
+// lookups (a file read each, answered at once) go before any thumbnail is
+// made, then the earliest asked. A linear pass is cheap next to making one
+// thumbnail, even for a work area of thousands.
 Thumbnailer::Queue::iterator Thumbnailer::Best() {
   auto best = queue_.begin();
   const auto before = [](const Job &a, const Job &b) {
-    if (a.lookedUp != b.lookedUp) return !a.lookedUp;
     if (a.priority != b.priority) return a.priority > b.priority;
+    if (a.lookedUp != b.lookedUp) return !a.lookedUp;
     return a.order < b.order;
   };
   for (auto it = queue_.begin(); it != queue_.end(); ++it)

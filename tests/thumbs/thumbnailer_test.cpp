@@ -1,5 +1,5 @@
-// The thumbnailer: answers in priority order, cached thumbnails first,
-// cancelled requests unanswered, and results stored in the cache.
+// The thumbnailer: answers in priority order, cached thumbnails first within
+// a priority, cancelled requests unanswered, and results stored in the cache.
 #include "photo/thumbnailer.h"
 
 #include <gtest/gtest.h>
@@ -67,22 +67,25 @@ TEST(Thumbnailer, AnswersFollowPrioritiesAndCancellations) {
   EXPECT_TRUE(cache.Lookup(p[1], ThumbCache::kNormal).isNull());
 }
 
-TEST(Thumbnailer, CachedThumbnailsComeBeforeAnyIsMade) {
+// Higher priorities first, the cached before those to be made among equals.
+TEST(Thumbnailer, CachedThumbnailsComeFirstWithinTheirPriority) {
   QTemporaryDir dir;
-  const QStringList p = Photos(dir.path(), 3);
+  const QStringList p = Photos(dir.path(), 4);
   const ThumbCache cache(dir.path() + "/thumbnails");
   QImage marked(128, 96, QImage::Format_RGB32);
   marked.fill(qRgb(1, 250, 3));
   ASSERT_TRUE(cache.Store(p[2], ThumbCache::kNormal, marked));
+  ASSERT_TRUE(cache.Store(p[3], ThumbCache::kNormal, marked));
   Thumbnailer thumbnailer(128, cache, 1);
   Answers answers(&thumbnailer);
   thumbnailer.Pause();
   thumbnailer.Request(p[0], 9);
-  thumbnailer.Request(p[1], 8);
-  thumbnailer.Request(p[2], 0);
+  thumbnailer.Request(p[1], 0);
+  thumbnailer.Request(p[2], 9);
+  thumbnailer.Request(p[3], 0);
   thumbnailer.Resume();
   ASSERT_TRUE(AllAnswered(&thumbnailer));
-  EXPECT_EQ(answers.order, (QStringList{p[2], p[0], p[1]}));
+  EXPECT_EQ(answers.order, (QStringList{p[2], p[0], p[3], p[1]}));
   EXPECT_EQ(answers.images[p[2]].pixel(5, 5), qRgb(1, 250, 3));
   EXPECT_FALSE(cache.Lookup(p[0], ThumbCache::kNormal).isNull());
 }
