@@ -2,7 +2,9 @@
 // the user after a crash, sees either the old file or the whole new one. The
 // fsync before the rename keeps a power cut from leaving the new name on
 // empty blocks; the fsync of the folder afterwards makes the rename itself
-// durable.
+// durable. Both protect a file being replaced: where no file stood, a power
+// cut can cost only the new file, never one that was there, so Commit skips
+// them (waiting for the disk is most of the time a large save takes).
 #include "platform/safefile.h"
 
 #include <fcntl.h>
@@ -96,8 +98,8 @@ ReplacingFile::~ReplacingFile() {
   Discard();
 }
 
-int ReplacingFile::Flush() {
-  int error = fsync(fd_) == 0 ? 0 : errno;
+int ReplacingFile::Flush(bool sync) {
+  int error = !sync || fsync(fd_) == 0 ? 0 : errno;
   if (close(fd_) != 0 && error == 0) error = errno;
   fd_ = -1;
   return error;
@@ -113,21 +115,21 @@ void ReplacingFile::Discard() {
 int ReplacingFile::Commit() {
   if (direct_) return 0;
   if (temp_.empty()) return error_ ? error_ : EBADF;
-  int error = fd_ >= 0 ? Flush() : 0;
+  int error = fd_ >= 0 ? Flush(existed_) : 0;
   if (error == 0 && std::rename(temp_.c_str(), target_.c_str()) != 0) error = errno;
   if (error != 0) {
     Discard();
     return error;
   }
   temp_.clear();
-  SyncFolder(target_);
+  if (existed_) SyncFolder(target_);
   return 0;
 }
 
 int ReplacingFile::CommitNew(const std::string &name) {
   if (temp_.empty()) return error_ ? error_ : EBADF;
   if (fd_ >= 0) {
-    if (const int error = Flush()) return error;
+    if (const int error = Flush(true)) return error;
   }
   // link() never replaces and never follows a link standing at the name.
   if (link(temp_.c_str(), name.c_str()) == 0) {

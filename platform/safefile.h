@@ -34,8 +34,9 @@ class ReplacingFile {
   bool direct() const { return direct_; }
 
   // Flushes the written file to the disk, renames it over the target and
-  // flushes the folder. 0, or the errno of the failure, after which the
-  // target is as it was and the temporary file is gone.
+  // flushes the folder; a target that did not exist is only renamed into
+  // place, as a power cut could cost nothing but the new file. 0, or the errno of the failure,
+  // after which the target is as it was and the temporary file is gone.
   int Commit();
   // Gives the written file the name `name` (in the same file system) only if
   // nothing has it, not even a dangling symbolic link: EEXIST then, with the
@@ -43,7 +44,7 @@ class ReplacingFile {
   int CommitNew(const std::string &name);
 
  private:
-  int Flush();
+  int Flush(bool sync);  // closes the file, after an fsync when `sync`
   void Discard();
 
   std::string target_;

@@ -2,6 +2,7 @@
 #include "raster/core/rasfile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -188,6 +189,18 @@ int RasFileTell(RasFile *file, int64_t *position) {
   const off_t at = ftello(file->stream);
   if (at < 0) return RasError("RasFileTell", RasErrSeek, 1);
   *position = at;
+  return RasOk;
+}
+
+int RasFileSize(RasFile *file, int64_t *size) {
+  if (!IsOpen(file) || !size) return RasError("RasFileSize", RasErrArg, 0);
+  if (file->kind == RasFileKindMemory) {
+    *size = MemoryEnd(file);
+    return RasOk;
+  }
+  struct stat st {};
+  if (fstat(fileno(file->stream), &st) != 0) return RasError("RasFileSize", RasErrSeek, 1);
+  *size = S_ISREG(st.st_mode) ? static_cast<int64_t>(st.st_size) : 0;
   return RasOk;
 }
 

@@ -51,6 +51,9 @@ int RasFileClose(RasFile *file);
 [[nodiscard]] int RasFileWrite(RasFile *file, const void *buffer, int64_t *count);
 [[nodiscard]] int RasFileSeek(RasFile *file, int64_t offset, int whence);
 [[nodiscard]] int RasFileTell(RasFile *file, int64_t *position);
+// The bytes a reader can reach: a disk file's size (0 for a pipe or a
+// terminal), or the end of a memory block.
+[[nodiscard]] int RasFileSize(RasFile *file, int64_t *size);
 int RasFileRemove(const char *name);
 int RasFileCloseRemove(RasFile *file);
 [[nodiscard]] int RasFileWriteText(RasFile *file, const char *text);

@@ -157,6 +157,74 @@ TEST(Bmp, RealFileVariantsReadAlike) {
   }
 }
 
+// The same file stored top-down: rows in the other order, height negated.
+Bytes TopDown(const Bytes &file, uint32_t stride, uint32_t height) {
+  const uint32_t offset = GetField(file, 10, 4);
+  Bytes b(file.begin(), file.begin() + offset);
+  for (uint32_t s = height; s-- > 0;)
+    b.insert(b.end(), file.begin() + offset + s * stride, file.begin() + offset + (s + 1) * stride);
+  PutField(b, 22, uint32_t(-int32_t(height)), 4);
+  return b;
+}
+
+// Disk files taken in order go through blocks of rows: whole blocks, a last
+// part block, a single row, rows too long for a block, both storage orders.
+// The bytes equal those the row-by-row writer puts in a memory block; rows
+// read in order and out of order equal the picture; a file cut inside a row
+// reads every whole row before the cut and then fails as before.
+TEST(Bmp, BlocksOfRowsMatchRowByRow) {
+  ErrorLog log;
+  const uint32_t shapes[][3] = {// width, height, channels
+                                {1, 70000, 3},  {3000, 70, 3},  {21845, 3, 3}, {5000, 1, 3},
+                                {100000, 2, 3}, {4097, 130, 1}, {1, 9, 1}};
+  for (const auto &[width, height, channels] : shapes) {
+    SCOPED_TRACE(testing::Message() << width << "x" << height << "x" << channels);
+    const uint32_t model = channels == 1 ? RasModelGray : RasModelRgb;
+    const Picture p = Pattern(width, height, channels);
+    const uint32_t stride = (width * channels + 3) / 4 * 4;
+    Bytes memory(54 + (channels == 1 ? 1024 : 0) + size_t{stride} * height);
+    RasMemName mem;
+    RasMakeMemName(&mem, memory.data(), memory.size());
+    ASSERT_EQ(WritePicture(RasMemNameOf(mem), RasFormatBmp, model, p), RasOk);
+    const std::string path = TempPath("blocks.bmp");
+    ASSERT_EQ(WritePicture(path, RasFormatBmp, model, p), RasOk);
+    const Bytes bottomUp = ReadFile(path);
+    ASSERT_EQ(bottomUp, memory);
+    for (const bool down : {false, true}) {
+      const Bytes file = down ? TopDown(bottomUp, stride, height) : bottomUp;
+      WriteFile(path, file);
+      Picture got;
+      ASSERT_EQ(ReadPicture(path, &got), RasOk);
+      EXPECT_TRUE(got == p);
+      ASSERT_EQ(ReadPicture(path, &got, nullptr, Mixed(height)), RasOk);
+      EXPECT_TRUE(got == p);
+      // Cut in the middle of the row a third of the way through the file.
+      const size_t offset = file.size() - size_t{stride} * height;
+      const uint32_t cutRow = height / 3;  // file row
+      WriteFile(path, Bytes(file.begin(), file.begin() + offset + size_t{cutRow} * stride +
+                                              width * channels / 2));
+      // Bottom-up, the cut row and all after it come first.
+      const uint32_t whole = down ? cutRow : 0;
+      RasDesc desc{};
+      desc.format = RasFormatBmp;
+      ASSERT_EQ(RasOpen(path.c_str(), 'r', &desc), RasOk);
+      RasSl sl{};
+      for (uint32_t y = 0; y < whole; ++y) {
+        ASSERT_EQ(RasReadSl(&desc, y, &sl), RasOk);
+        for (uint32_t k = 0; k < channels; ++k)
+          ASSERT_EQ(Bytes(sl.plane8[k], sl.plane8[k] + width),
+                    Bytes(p.planes[k].begin() + size_t{y} * width,
+                          p.planes[k].begin() + size_t{y + 1} * width));
+      }
+      log.Clear();
+      ExpectError(log, RasReadSl(&desc, whole, &sl), "BmpReadSl", RasErrRead, 4);
+      ExpectError(log, RasReadSl(&desc, 0, &sl), "BmpReadSl", RasErrRead, 1);
+      RasFreeSl(&sl);
+      EXPECT_EQ(RasClose(&desc), RasOk);
+    }
+  }
+}
+
 // Each refusal's code and detail (row -1: at open). Argument refusals leave
 // the file open; any other failure closes it, and the next read says so.
 TEST(Bmp, RefusesWithItsDetail) {
