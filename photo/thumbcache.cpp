@@ -20,6 +20,8 @@ constexpr char kUriKey[] = "Thumb::URI";
 constexpr char kMTimeKey[] = "Thumb::MTime";
 // The writer's quality 80 is zlib's compression level 1.
 constexpr int kPngQuality = 80;
+// Each program notes its own failures in a folder of its own under "fail".
+constexpr char kFailFolder[] = "korvelapp";
 
 QString FolderName(int size) {
   return size > ThumbCache::kNormal ? QStringLiteral("large") : QStringLiteral("normal");
@@ -29,13 +31,17 @@ QString MTimeOf(const QFileInfo &file) {
   return QString::number(file.lastModified().toSecsSinceEpoch());
 }
 
-// Makes `folder` and those above it up to `root` with mode 0700, as the
-// cache's folders hold names of the user's files. One that exists is left as
-// it is.
-bool MakePrivateFolder(const QString &root, const QString &folder) {
+// Makes `folder` and those between it and `root`, `root` too, with mode
+// 0700, as the cache's folders hold names of the user's files. Those that
+// exist are left as they are.
+bool MakePrivateFolders(const QString &root, const QString &folder) {
   QDir parent = QFileInfo(root).dir();
   if (!parent.exists() && !parent.mkpath(QStringLiteral("."))) return false;
-  for (const QString &dir : {root, folder}) {
+  QStringList chain{folder};
+  for (QString dir = QFileInfo(folder).path(); dir.startsWith(root) && dir != chain.front();
+       dir = QFileInfo(dir).path())
+    chain.prepend(dir);
+  for (const QString &dir : chain) {
     const QByteArray name = QFile::encodeName(dir);
     if (::mkdir(name.constData(), 0700) != 0 && !QFileInfo(dir).isDir()) return false;
   }
@@ -62,9 +68,14 @@ int ThumbCache::FlavourFor(int pixels) {
   return pixels <= kNormal ? kNormal : kLarge;
 }
 
-QString ThumbCache::EntryPath(const QString &path, int size) const {
+// An entry's file name: the MD5 of the photo's URI, in hexadecimal.
+QString ThumbCache::EntryName(const QString &path) {
   const QByteArray md5 = QCryptographicHash::hash(UriOf(path), QCryptographicHash::Md5).toHex();
-  return root_ + '/' + FolderName(size) + '/' + QString::fromLatin1(md5) + ".png";
+  return QString::fromLatin1(md5) + QStringLiteral(".png");
+}
+
+QString ThumbCache::EntryPath(const QString &path, int size) const {
+  return root_ + '/' + FolderName(size) + '/' + EntryName(path);
 }
 
 bool ThumbCache::Holds(const QString &path) const {
@@ -72,27 +83,29 @@ bool ThumbCache::Holds(const QString &path) const {
   return absolute.startsWith(root_ + '/');
 }
 
-QImage ThumbCache::Lookup(const QString &path, int size) const {
+QImage ThumbCache::Current(const QString &entry, const QString &path) {
   const QFileInfo file(path);
   if (!file.exists()) return {};
   // The reader's own text lookup splits keys at colons, so "Thumb::URI"
   // is read from the decoded image; an entry is a few kilobytes.
-  QImageReader reader(EntryPath(path, size), "png");
-  QImage thumb;
-  if (!reader.read(&thumb)) return {};
-  if (thumb.text(kUriKey).toUtf8() != UriOf(path) || thumb.text(kMTimeKey) != MTimeOf(file))
+  QImageReader reader(entry, "png");
+  QImage image;
+  if (!reader.read(&image)) return {};
+  if (image.text(kUriKey).toUtf8() != UriOf(path) || image.text(kMTimeKey) != MTimeOf(file))
     return {};
-  return thumb;
+  return image;
 }
 
-bool ThumbCache::Store(const QString &path, int size, const QImage &thumb) const {
-  const QFileInfo file(path);
-  if (thumb.isNull() || !file.exists() || Holds(path)) return false;
-  const QString entry = EntryPath(path, size);
+QImage ThumbCache::Lookup(const QString &path, int size) const {
+  return Current(EntryPath(path, size), path);
+}
+
+bool ThumbCache::WriteEntry(const QString &entry, const QFileInfo &file,
+                            const QImage &image) const {
   const QString folder = QFileInfo(entry).path();
-  if (!MakePrivateFolder(root_, folder)) return false;
-  QImage tagged(thumb);
-  tagged.setText(kUriKey, QString::fromLatin1(UriOf(path)));
+  if (!MakePrivateFolders(root_, folder)) return false;
+  QImage tagged(image);
+  tagged.setText(kUriKey, QString::fromLatin1(UriOf(file.filePath())));
   tagged.setText(kMTimeKey, MTimeOf(file));
   tagged.setText("Thumb::Size", QString::number(file.size()));
   tagged.setText("Software", "KorvelApp");
@@ -109,4 +122,27 @@ bool ThumbCache::Store(const QString &path, int size, const QImage &thumb) const
   if (std::rename(from.constData(), QFile::encodeName(entry).constData()) != 0) return false;
   temp.setAutoRemove(false);
   return true;
+}
+
+bool ThumbCache::Store(const QString &path, int size, const QImage &thumb) const {
+  const QFileInfo file(path);
+  if (thumb.isNull() || !file.exists() || Holds(path)) return false;
+  return WriteEntry(EntryPath(path, size), file, thumb);
+}
+
+QString ThumbCache::FailurePath(const QString &path) const {
+  return root_ + QStringLiteral("/fail/") + kFailFolder + '/' + EntryName(path);
+}
+
+bool ThumbCache::Failed(const QString &path) const {
+  return !Current(FailurePath(path), path).isNull();
+}
+
+bool ThumbCache::StoreFailure(const QString &path) const {
+  const QFileInfo file(path);
+  if (!file.exists() || Holds(path)) return false;
+  // The note is the smallest PNG there is: only its tags are ever read.
+  QImage dot(1, 1, QImage::Format_ARGB32);
+  dot.fill(Qt::transparent);
+  return WriteEntry(FailurePath(path), file, dot);
 }

@@ -4,10 +4,13 @@
 // PNG a photo named by the MD5 of the photo's file URI. Each PNG says which
 // file it shows (Thumb::URI) and that file's modification time
 // (Thumb::MTime), so a thumbnail of a file changed since is recognised as
-// stale and made again. Lookups and stores may run on several threads.
+// stale and made again. A photo no thumbnail could be made of is noted under
+// "fail/korvelapp" the same way, so it is not tried again until it changes.
+// Lookups and stores may run on several threads.
 #pragma once
 
 #include <QByteArray>
+#include <QFileInfo>
 #include <QImage>
 #include <QString>
 
@@ -45,6 +48,21 @@ class ThumbCache {
   // cannot be seen, or the entry could not be written.
   bool Store(const QString &path, int size, const QImage &thumb) const;
 
+  // Where the note that no thumbnail of `path` could be made lives.
+  QString FailurePath(const QString &path) const;
+  // True when such a note exists for `path` as it is now (same URI and
+  // modification time).
+  bool Failed(const QString &path) const;
+  // Notes that no thumbnail of `path` could be made; written as Store writes.
+  bool StoreFailure(const QString &path) const;
+
  private:
+  // `image`, tagged with the URI and modification time of `file`, written
+  // privately to `entry` and renamed into place.
+  bool WriteEntry(const QString &entry, const QFileInfo &file, const QImage &image) const;
+  // The stored PNG at `entry` when it describes `path` as it is now.
+  static QImage Current(const QString &entry, const QString &path);
+  static QString EntryName(const QString &path);
+
   QString root_;
 };

@@ -107,7 +107,8 @@ QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *requeued) {
   *requeued = false;
   if (!job.lookedUp) {
     const QImage cached = cache_.Lookup(path, cacheSize_);
-    if (!cached.isNull()) return cached;
+    // A photo noted as failed answers at once, as a failure.
+    if (!cached.isNull() || cache_.Failed(path)) return cached;
     // Back in the queue to be made, unless it was cancelled meanwhile.
     const std::lock_guard<std::mutex> hold(lock_);
     if (!stopping_) {
@@ -119,7 +120,10 @@ QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *requeued) {
     return {};
   }
   const QImage made = MakeThumbnail(path, cacheSize_);
-  if (!made.isNull()) (void)cache_.Store(path, cacheSize_, made);
+  if (made.isNull())
+    (void)cache_.StoreFailure(path);
+  else
+    (void)cache_.Store(path, cacheSize_, made);
   return made;
 }
 

@@ -2,8 +2,9 @@
 // worker threads (one a core, or as many as KORVEL_THREADS says) and a queue
 // of requests, one a photo path, each with a priority: the grid asks for
 // every entry and raises the priority of the rows on screen, so they come
-// first. Thumbnails already in the disk cache are served before any is
-// made; a missing or stale one is made, stored in the cache and delivered.
+// first. Within a priority, thumbnails already in the disk cache are served
+// before any is made; a missing or stale one is made, stored in the cache and
+// delivered. A photo the cache notes as failed fails at once.
 // Results arrive as signals on the thread that owns the thumbnailer, which
 // also makes every call; no call waits for a thumbnail to be made.
 #pragma once

@@ -132,4 +132,28 @@ TEST(ThumbCache, FilesInsideTheCacheAreNeverStored) {
   EXPECT_FALSE(cache.Store(dir.path() + "/gone.jpg", ThumbCache::kNormal, Coloured(4, 4, 0)));
 }
 
+// A photo nothing could be made of is noted privately under fail/korvelapp,
+// and is tried again once it changes.
+TEST(ThumbCache, FailuresAreNotedUntilThePhotoChanges) {
+  QTemporaryDir dir;
+  const ThumbCache cache(dir.path() + "/thumbnails");
+  const QString photo = thumbtest::Write(dir.path(), "p.jpg", thumbtest::Gradient(16, 16));
+  ASSERT_TRUE(SetModified(photo, QDateTime::fromSecsSinceEpoch(1700000500)));
+  EXPECT_FALSE(cache.Failed(photo));
+  ASSERT_TRUE(cache.StoreFailure(photo));
+  const QString note = cache.FailurePath(photo);
+  EXPECT_EQ(QFileInfo(note).dir().absolutePath(),
+            QDir(dir.path()).absolutePath() + "/thumbnails/fail/korvelapp");
+  EXPECT_EQ(QFileInfo(note).fileName(), QFileInfo(cache.EntryPath(photo, 128)).fileName());
+  EXPECT_EQ(QImage(note, "png").text("Thumb::MTime"), "1700000500");
+  EXPECT_EQ(ModeOf(note), 0600U);
+  for (const QString &folder : {"/thumbnails/fail", "/thumbnails/fail/korvelapp"})
+    EXPECT_EQ(ModeOf(dir.path() + folder), 0700U) << folder.toStdString();
+  EXPECT_TRUE(cache.Failed(photo));
+  EXPECT_TRUE(cache.Lookup(photo, ThumbCache::kNormal).isNull());
+  ASSERT_TRUE(SetModified(photo, QDateTime::fromSecsSinceEpoch(1700000501)));
+  EXPECT_FALSE(cache.Failed(photo));
+  EXPECT_FALSE(cache.StoreFailure(dir.path() + "/gone.jpg"));
+}
+
 }  // namespace

@@ -104,6 +104,22 @@ TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
   QSignalSpy failed(&thumbnailer, &Thumbnailer::thumbnailFailed);
   ASSERT_TRUE(failed.wait(5000));
   EXPECT_EQ(answers.failed, QStringList{junk.fileName()});
+  // Noted in the cache: while the file keeps its time, another thumbnailer
+  // fails it without trying, even once it holds a photo.
+  const ThumbCache cache(dir.path() + "/thumbnails");
+  ASSERT_TRUE(cache.Failed(junk.fileName()));
+  const QDateTime then = QFileInfo(junk).lastModified();
+  ASSERT_TRUE(QFile::remove(junk.fileName()));
+  ASSERT_TRUE(QFile::copy(p[0], junk.fileName()));
+  ASSERT_TRUE(junk.open(QIODevice::ReadWrite));
+  ASSERT_TRUE(junk.setFileTime(then, QFileDevice::FileModificationTime));
+  junk.close();
+  {
+    Thumbnailer again(100, cache, 1);
+    QSignalSpy failedAgain(&again, &Thumbnailer::thumbnailFailed);
+    again.Request(junk.fileName());
+    ASSERT_TRUE(failedAgain.wait(5000));
+  }
 
   thumbnailer.Pause();
   for (const QString &path : p)
