@@ -4,11 +4,11 @@
 // picture drawn near its own size or larger decodes only what is visible.
 #include <QPaintDevice>
 #include <QPainter>
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <list>
 
+#include "photo/cellpicture.h"
 #include "photo/dibpreview.h"
 
 namespace {
@@ -82,9 +82,7 @@ void CDib::Draw(QPainter *painter, int left, int top, int right, int bottom) con
   // Reduce in whole steps while the picture stays at least as large as the
   // device pixels it covers, then let the painter do the last, gentle scaling.
   const qreal ratio = painter->device() ? painter->device()->devicePixelRatioF() : 1.0;
-  const int factor = std::clamp(std::min(static_cast<int>(w / std::ceil(target.width() * ratio)),
-                                         static_cast<int>(h / std::ceil(target.height() * ratio))),
-                                1, kDibMaxReduction);
+  const int factor = DrawReduction(width_, height_, target.size(), ratio);
   painter->save();
   if (factor >= 2) {
     const QImage preview = DibPreview(*this, factor);

@@ -201,6 +201,21 @@ QString PhotoStore::SpillPath(int index) const {
   return Valid(index) ? entries_[static_cast<size_t>(index)].spill : QString();
 }
 
+// Pixels rewritten in place since the spill no longer look like its picture.
+const CellPicture *PhotoStore::KeptPicture(int index) const {
+  if (!Valid(index)) return nullptr;
+  const Entry &entry = entries_[static_cast<size_t>(index)];
+  if (!entry.picture || (entry.pixels.Handle() && !Unchanged(entry))) return nullptr;
+  return &*entry.picture;
+}
+
+size_t PhotoStore::KeptPictureBytes() const {
+  size_t total = 0;
+  for (const Entry &entry : entries_)
+    if (entry.picture) total += static_cast<size_t>(entry.picture->image.sizeInBytes());
+  return total;
+}
+
 bool PhotoStore::Unchanged(const Entry &entry) {
   return entry.pixels.Handle() && GlobalSerial(entry.pixels.Handle()) == entry.serial;
 }
@@ -209,6 +224,7 @@ void PhotoStore::DropSpill(Entry &entry) {
   if (entry.spill.isEmpty()) return;
   (void)::unlink(QFile::encodeName(entry.spill).constData());
   entry.spill.clear();
+  entry.picture.reset();
 }
 
 void PhotoStore::Trim(int keep) {
@@ -240,8 +256,13 @@ bool PhotoStore::Evict(Entry &entry) {
   if (!entry.file.isEmpty() && !Unchanged(entry)) entry.file.clear();
   const bool kept =
       !entry.file.isEmpty() || (Unchanged(entry) && !entry.spill.isEmpty()) || WriteSpill(entry);
-  if (kept) entry.pixels = CDib();
-  return kept;
+  if (!kept) return false;
+  // The grid's picture is made while the pixels are still here: once they
+  // are gone, drawing the entry would mean reading all of them back.
+  if (entry.file.isEmpty() && !entry.picture)
+    entry.picture = MakeCellPicture(entry.pixels, CellPictureRatio());
+  entry.pixels = CDib();
+  return true;
 }
 
 bool PhotoStore::WriteSpill(Entry &entry) {

@@ -3,15 +3,19 @@
 // pixels are decoded when asked for and dropped, least recently used first,
 // when the budget is exceeded. A photo whose pixels exist nowhere else (a kept
 // edit, a camera download) is never dropped: under pressure it goes to a
-// private spill file and is read back, byte for byte, when asked for.
+// private spill file and is read back, byte for byte, when asked for; it
+// leaves behind a small picture for the thumbnail grid, so that showing the
+// work area never reads it back.
 #pragma once
 
 #include <QString>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
+#include "photo/cellpicture.h"
 #include "photo/dib.h"
 
 // Reads the photo file at `path` exactly as opening it does (every colour
@@ -62,12 +66,19 @@ class PhotoStore {
   bool FileBacked(int index) const;
   QString SpillPath(int index) const;  // empty when the entry has none
 
+  // The grid's picture of a spilled entry's pixels, made before they left
+  // memory; null when there is none or it no longer shows what the entry
+  // holds. It goes with the spill file: new pixels or a file outdate both.
+  const CellPicture *KeptPicture(int index) const;
+  size_t KeptPictureBytes() const;
+
  private:
   struct Entry {
     QString file;         // what the pixels equal; empty when they exist only here
     CDib pixels;          // in memory, or empty
     uint64_t serial = 0;  // the block's serial when it was known to equal `file` or `spill`
     QString spill;        // a copy of unsaved pixels, valid while `serial` holds
+    std::optional<CellPicture> picture;  // of what `spill` holds
     uint64_t lastUse = 0;
   };
 

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "photo/cellpicture.h"
 #include "photo/document.h"
 #include "res/formcontrols.h"
 
@@ -41,40 +42,12 @@ constexpr MenuItem kMenu132[] = {
     {"Co&lor Correction", kIdMenuColor}, {"Re&move Red Eye", kIdMenuRedEye},
 };
 
-// The picture's size inside its 100 x 100 cell. A picture larger than the
-// cell either way is scaled to 100 along its longer side, keeping its
-// proportions; a smaller one is stretched over the whole cell on purpose, so
-// that every thumbnail fills its cell. The shorter side is the one
-// multiplied, which keeps the product inside 32 bits for any picture that
-// fits in memory.
-QSize FittedSize(uint32_t w, uint32_t h) {
-  constexpr uint32_t cell = CThumbView::kCellSize;
-  uint32_t fw = cell, fh = cell;
-  if (w > cell || h > cell) {
-    if (w < h)
-      fw = w * cell / h;
-    else
-      fh = h * cell / w;
-  }
-  return QSize(static_cast<int>(fw), static_cast<int>(fh));
-}
-
 // A 1-pixel frame on the cell's outermost pixels.
 void FrameCell(QPainter &painter, const QRect &cell, const QColor &color) {
   painter.fillRect(cell.left(), cell.top(), cell.width(), 1, color);
   painter.fillRect(cell.left(), cell.bottom(), cell.width(), 1, color);
   painter.fillRect(cell.left(), cell.top(), 1, cell.height(), color);
   painter.fillRect(cell.right(), cell.top(), 1, cell.height(), color);
-}
-
-// Where a picture of `w` x `h` goes in `cell`: fitted and centred. Halves
-// are truncated, so an odd fitted size loses one pixel.
-QRect PictureRect(const QRect &cell, uint32_t w, uint32_t h) {
-  constexpr int half = CThumbView::kCellSize / 2;
-  const QSize fitted = FittedSize(w, h);
-  const QPoint centre = cell.topLeft() + QPoint(half, half);
-  return QRect(centre - QPoint(fitted.width() / 2, fitted.height() / 2),
-               centre + QPoint(fitted.width() / 2, fitted.height() / 2) - QPoint(1, 1));
 }
 
 // Thumbnails are made at the screen's pixels for a cell, so that they stay
@@ -208,22 +181,29 @@ QRect CThumbView::CellOf(int index) {
                kCellSize, kCellSize);
 }
 
-// A photo that equals its file is never decoded here for the grid: its
-// thumbnail is drawn once made, a placeholder until then. Only when no
+// No photo is read or decoded here for the grid. One that equals its file
+// shows its thumbnail once made, a placeholder until then; only when no
 // thumbnail could be made and its pixels happen to be in memory anyway are
-// those drawn. Any other entry holds its pixels, so they are what it shows.
+// those drawn. Any other entry shows its pixels while they are in memory and
+// the picture the work area kept of them once they went to a spill file.
 void CThumbView::DrawPicture(QPainter &painter, int index, const QRect &cell) {
   painter.save();
   painter.setRenderHint(QPainter::SmoothPixmapTransform, true);
   const QString path = doc_->PathAt(index);
   const bool fromFile = FromFile(index);
+  const PhotoStore &store = doc_->Pixels();
+  const CellPicture *kept = store.Resident(index) ? nullptr : store.KeptPicture(index);
   if (const auto thumb = thumbs_.constFind(path); fromFile && thumb != thumbs_.cend()) {
     // Its size in device pixels stands for the photo's (see ThumbnailBox).
     const QSize size = thumb->size();
-    painter.drawPixmap(PictureRect(cell, size.width(), size.height()), *thumb);
-  } else if (!fromFile || (failed_.contains(path) && doc_->Pixels().Resident(index))) {
+    painter.drawPixmap(CellPictureRect(cell, size.width(), size.height()), *thumb);
+  } else if (!fromFile && kept) {
+    DrawCellPicture(painter, *kept, cell);
+  } else if (!fromFile || (failed_.contains(path) && store.Resident(index))) {
+    // Only a photo too small to be worth a kept picture, or one whose spill
+    // failed and so stayed in memory, comes here without its pixels at hand.
     const CDib image = doc_->ImageAt(index);
-    const QRect target = PictureRect(cell, image.Width(), image.Height());
+    const QRect target = CellPictureRect(cell, image.Width(), image.Height());
     image.Draw(&painter, target.left(), target.top(), target.right() + 1, target.bottom() + 1);
   } else {
     FrameCell(

@@ -14,6 +14,7 @@
 #include <functional>
 #include <vector>
 
+#include "photo/cellpicture.h"
 #include "photo/thumbnailer.h"
 
 class CKorvelAppDoc;
@@ -28,7 +29,7 @@ class CThumbView : public QAbstractScrollArea {
   static constexpr int kColumns = 5;
   static constexpr int kPitch = 120;
   static constexpr int kMargin = 20;
-  static constexpr int kCellSize = 100;
+  static constexpr int kCellSize = kGridCell;
   static constexpr int kCaptionTop = 2;  // below the cell's bottom
   static constexpr int kCaptionBottom = 20;
   static constexpr int kScrollWidth = 645;
@@ -97,7 +98,8 @@ class CThumbView : public QAbstractScrollArea {
   // The cell of entry `index`, in content coordinates.
   static QRect CellOf(int index);
   // Draws the entry's picture inside `cell`: its thumbnail or a placeholder
-  // for a photo that equals its file, its pixels for any other.
+  // for a photo that equals its file, its pixels or the picture kept of them
+  // for any other.
   void DrawPicture(QPainter &painter, int index, const QRect &cell);
 
   // Thumbnails: the entries whose pixels equal their files are shown from

@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QMenu>
+#include <QPainter>
 #include <QScrollBar>
 #include <QSignalSpy>
 #include <QStyle>
@@ -19,10 +20,12 @@
 #include <functional>
 #include <optional>
 
+#include "photo/cellpicture.h"
 #include "photo/document.h"
 #include "photo/photofiles.h"
 #include "raster/ras.h"
 #include "tests/app/photos.h"
+#include "tests/photo/patterned.h"
 #include "views/scrollsizes.h"
 #include "views/thumbview.h"
 
@@ -496,6 +499,120 @@ TEST_F(FileThumbs, RemovalCancelsItsRequest) {
   EXPECT_EQ(ready[0][0].toString(), c);
   EXPECT_EQ(failed.size(), 0);
   Expect(Shot(), {{70, 70, kOrange}});
+}
+
+// Environment variables a whole suite runs under, put back after it.
+class SuiteEnvironment {
+ public:
+  void Set(const char *name, const char *value) {
+    saved_.emplace_back(name, qgetenv(name));
+    value ? qputenv(name, value) : qunsetenv(name);
+  }
+  void Restore() {
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it)
+      it->second.isNull() ? qunsetenv(it->first) : qputenv(it->first, it->second);
+    saved_.clear();
+  }
+
+ private:
+  std::vector<std::pair<const char *, QByteArray>> saved_;
+};
+
+// Unsaved photos under a budget of nothing: all but the one last used go to
+// spill files, and the grid shows them from the pictures kept of them.
+class SpilledThumbs : public Thumbs {
+ public:
+  static void SetUpTestSuite() { environment.Set("KORVEL_MEMORY_BUDGET_MB", "0"); }
+  static void TearDownTestSuite() { environment.Restore(); }
+
+ protected:
+  void Add(const CDib &photo) { doc.AddImage(photo.Handle(), 1, "/photos/p.jpg"); }
+  // A shot taken with every spill file moved away, so that reading one back
+  // would find nothing; painting leaves what is in memory as it was.
+  QImage ShotUnread() {
+    std::vector<bool> resident;
+    for (int i = 0; i < doc.Count(); ++i) {
+      resident.push_back(doc.Pixels().Resident(i));
+      const QString spill = doc.Pixels().SpillPath(i);
+      if (!spill.isEmpty()) {
+        EXPECT_TRUE(QFile::rename(spill, spill + ".away"));
+      }
+    }
+    const QImage shot = Shot();
+    for (int i = 0; i < doc.Count(); ++i) {
+      EXPECT_EQ(doc.Pixels().Resident(i), resident[size_t(i)]) << i;
+      const QString spill = doc.Pixels().SpillPath(i);
+      if (!spill.isEmpty()) {
+        EXPECT_TRUE(QFile::rename(spill + ".away", spill));
+      }
+    }
+    return shot;
+  }
+  // Each cell shows its photo exactly as drawing the whole photo there does.
+  void ExpectCells(const QImage &shot, const std::vector<CDib> &photos) {
+    ASSERT_EQ(view.CellRects().size(), qsizetype(photos.size()));
+    QImage expected(shot.size(), QImage::Format_RGB32);
+    QPainter painter(&expected);
+    for (size_t i = 0; i < photos.size(); ++i) {
+      const CDib &photo = photos[i];
+      const QRect at =
+          CellPictureRect(view.CellRects()[qsizetype(i)], photo.Width(), photo.Height());
+      photo.Draw(&painter, at.left(), at.top(), at.right() + 1, at.bottom() + 1);
+      EXPECT_EQ(shot.copy(at), expected.copy(at)) << "cell " << i;
+    }
+  }
+
+  static inline SuiteEnvironment environment;
+};
+
+TEST_F(SpilledThumbs, DrawnFromTheirKeptPicturesWithoutReadingThemBack) {
+  const CDib a = Patterned(600, 400), b = Patterned(300, 450), c = Patterned(640, 480);
+  for (const CDib &photo : {a, b, c})
+    Add(photo);
+  ASSERT_TRUE(!doc.Pixels().Resident(0) && !doc.Pixels().Resident(1));
+  ExpectCells(ShotUnread(), {a, b, c});
+
+  // New pixels show at once, and once spilled from a picture of their own.
+  const CDib d = Patterned(500, 500);
+  doc.ReplaceImage(0, d, 1, QString());
+  ExpectCells(ShotUnread(), {d, b, c});
+  (void)doc.ImageAt(1);
+  ASSERT_FALSE(doc.Pixels().Resident(0));
+  ExpectCells(ShotUnread(), {d, b, c});
+  // The entries after a removed one bring their pictures along.
+  doc.Remove(0);
+  ASSERT_FALSE(doc.Pixels().Resident(1));
+  ExpectCells(ShotUnread(), {b, c});
+  EXPECT_EQ(doc.ImageAt(1).Width(), 640u);  // the spill file was put back whole
+}
+
+// A photo too small to be worth a kept picture is read back to be drawn.
+TEST_F(SpilledThumbs, APhotoWithoutAKeptPictureStillDraws) {
+  const CDib small = Patterned(190, 190), other = Patterned(60, 40);
+  Add(small);
+  Add(other);
+  ASSERT_FALSE(doc.Pixels().Resident(0));
+  ASSERT_EQ(doc.Pixels().KeptPicture(0), nullptr);
+  ExpectCells(Shot(), {small, other});
+}
+
+// With nowhere to spill, the photos stay in memory and are drawn from there.
+class UnspillableThumbs : public SpilledThumbs {
+ public:
+  static void SetUpTestSuite() {
+    SpilledThumbs::SetUpTestSuite();
+    environment.Set("TMPDIR", "/dev/null");  // not a folder: nothing is made in it
+    environment.Set("XDG_RUNTIME_DIR", nullptr);
+  }
+};
+
+TEST_F(UnspillableThumbs, PhotosThatCouldNotSpillStillDraw) {
+  const CDib a = Patterned(600, 400), b = Patterned(400, 600);
+  Add(a);
+  Add(b);
+  ASSERT_TRUE(doc.Pixels().Resident(0) && doc.Pixels().SpillPath(0).isEmpty());
+  EXPECT_EQ(doc.Pixels().KeptPicture(0), nullptr);
+  ExpectCells(ShotUnread(), {a, b});
 }
 
 }  // namespace

@@ -145,6 +145,56 @@ TEST_F(PhotoStoreTest, UnsavedPixelsSpillPrivatelyAndComeBackIdentically) {
   EXPECT_EQ(SpillFiles(), 0);  // the store's end takes the rest
 }
 
+// A spilled entry leaves the grid's picture of its pixels behind, made from
+// what went to the spill file; new pixels, a file or removal take it away, and
+// pixels rewritten in place outdate it until they are spilled again.
+TEST_F(PhotoStoreTest, ASpilledEntryLeavesThePictureOfWhatItHolds) {
+  const auto reduced = [](const CDib &image) { return MakeCellPicture(image, 1)->image; };
+  const auto kept = [&](PhotoStore &store, int index) {
+    const CellPicture *picture = store.KeptPicture(index);
+    return picture ? picture->image : QImage();
+  };
+  const CDib wide(ReadPhotoFile(Photo("w.bmp", RasFormatBmp, 300, 200)));
+  const CDib tall(ReadPhotoFile(Photo("t.bmp", RasFormatBmp, 200, 300)));
+  const CDib whole(ReadPhotoFile(Photo("s.bmp", RasFormatBmp, 190, 190)));
+  PhotoStore store(0, SpillFolder(), CountingReader());
+  store.AddPixels(wide);
+  EXPECT_EQ(store.KeptPicture(0), nullptr);  // in memory: nothing spilled yet
+  store.AddPixels(whole);
+  ASSERT_NE(store.KeptPicture(0), nullptr);
+  EXPECT_EQ(store.KeptPicture(0)->width, 300u);
+  EXPECT_EQ(kept(store, 0), reduced(wide));
+  EXPECT_EQ(store.KeptPictureBytes(), size_t(reduced(wide).sizeInBytes()));
+  store.AddPixels(tall);  // too large a picture for a photo so small: none
+  EXPECT_FALSE(store.SpillPath(1).isEmpty());
+  EXPECT_EQ(store.KeptPicture(1), nullptr);
+
+  // Read back, it still shows what the entry holds, until rewritten in place.
+  const CDib back = store.At(0);
+  EXPECT_EQ(kept(store, 0), reduced(wide));
+  EXPECT_EQ(kept(store, 2), reduced(tall));
+  auto *bytes = static_cast<uint8_t *>(GlobalLock(back.Handle()));
+  std::memset(bytes + GlobalSize(back.Handle()) / 2, 0, GlobalSize(back.Handle()) / 2);
+  GlobalUnlock(back.Handle());
+  GlobalTouch(back.Handle());
+  EXPECT_EQ(store.KeptPicture(0), nullptr);
+  (void)store.At(2);  // pushes entry 0 out again, spilled anew
+  EXPECT_EQ(kept(store, 0), reduced(back));
+  EXPECT_NE(reduced(back), reduced(wide));
+
+  store.Remove(1);
+  EXPECT_EQ(kept(store, 0), reduced(back));
+  store.SetPixels(1, wide);  // entry 1 is tall's until now
+  store.AddPixels(whole);
+  EXPECT_EQ(kept(store, 1), reduced(wide));
+  store.SetPixels(1, whole);
+  store.SetFile(0, Photo("saved.bmp", RasFormatBmp, 300, 200), CDib());
+  EXPECT_EQ(store.KeptPicture(0), nullptr);
+  EXPECT_EQ(store.KeptPicture(1), nullptr);
+  EXPECT_EQ(store.KeptPictureBytes(), 0u);  // the third entry's is too large
+  EXPECT_TRUE(decoded_.isEmpty());
+}
+
 TEST_F(PhotoStoreTest, APhotoBiggerThanTheBudgetStillOpens) {
   const QString big = Photo("big.png", RasFormatPng, 64, 48);
   const QString small = Photo("small.png", RasFormatPng, 8, 8);
@@ -172,6 +222,8 @@ TEST_F(PhotoStoreTest, UnsavedPixelsStayWhenNoSpillFileCanBeMade) {
     store.AddPixels(CDib(ReadPhotoFile(a)));
     EXPECT_TRUE(store.Resident(0) && store.Resident(1));
     EXPECT_GT(store.ResidentBytes(), store.Budget());
+    EXPECT_EQ(store.KeptPicture(0), nullptr);  // its pixels are all it shows
+    EXPECT_EQ(store.KeptPictureBytes(), 0u);
     // A file-backed picture rewritten in place no longer equals its file: it
     // is kept as well rather than dropped.
     const CDib opened(ReadPhotoFile(a));
