@@ -1,7 +1,7 @@
 // The editing view's display, its mouse, and its edits. Every edit works on
-// a planar copy of the current picture and commits a new picture block, so a
-// copy kept elsewhere (the previous image, the work area's photo) never
-// changes under it.
+// the current picture's planes and commits a new picture block, so a copy
+// kept elsewhere (the previous image, the work area's photo) never changes
+// under it.
 #include "views/imageview.h"
 
 #include <QMouseEvent>
@@ -16,6 +16,7 @@
 #include "photo/document.h"
 #include "photo/prompt.h"
 #include "photo/waitcursor.h"
+#include "views/quarterturn.h"
 #include "views/scrollsizes.h"
 
 namespace {
@@ -48,6 +49,8 @@ void CImageView::OnInitialUpdate() {
 void CImageView::LoadCurrentPhoto() {
   current_.reset();
   previous_.reset();
+  currentPlanes_.reset();
+  previousPlanes_.reset();
   const int index = doc_->CurrentIndex();
   if (index != -1) {
     current_ = std::make_unique<CDib>(doc_->ImageAt(index));
@@ -82,7 +85,9 @@ CRectTracker::Rect CImageView::SelectionInPhoto() const {
 }
 
 void CImageView::Rezoom() {
-  zoomed_.Set(current_.get(), Scale());
+  // Only a reduction reads the whole picture; enlargements convert the
+  // visible part alone.
+  zoomed_.Set(current_.get(), Scale(), Scale() < 1.0f ? CurrentPlanes() : nullptr);
   // The client rectangle is the view less the scroll bars this picture
   // needs: one that fits is centred in the whole view, not beside a bar an
   // earlier, larger picture needed.
@@ -224,22 +229,39 @@ void CImageView::mouseReleaseEvent(QMouseEvent *event) {
   viewport()->update();
 }
 
+const PlanarImage *CImageView::CurrentPlanes() {
+  if (!currentPlanes_ && current_) currentPlanes_.reset(PlanarFromDib(*current_));
+  return currentPlanes_.get();
+}
+
+void CImageView::MakeCurrent(const CDib &picture, Planar planes) {
+  previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
+  previousPlanes_ = std::move(currentPlanes_);
+  current_ = std::make_unique<CDib>(picture);
+  currentPlanes_ = std::move(planes);
+  Rezoom();
+}
+
 bool CImageView::Commit(Planar result) {
   HGLOBAL block = DibFromPlanar(result.get());
   if (!block) return false;  // the user keeps the picture they had
-  previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
-  current_ = std::make_unique<CDib>(block);
-  Rezoom();
+  MakeCurrent(CDib(block), std::move(result));
   return true;
 }
 
 void CImageView::Rotate(int direction) {
   if ((direction != 0 && direction != 1) || !current_) return;
   changed_ = true;
-  Planar source(PlanarFromDib(*current_));
-  Planar result(source ? PlanarCreateExchanged(source.get()) : nullptr);
-  if (result && RotateImage(source.get(), direction == 0 ? 2 : 0, result.get(), nullptr) == 0)
-    Commit(std::move(result));
+  const PlanarImage *source = CurrentPlanes();
+  if (!source) return;
+  // The picture the turn drops lends its storage to the turned one.
+  std::unique_ptr<CDib> dropped = std::move(previous_);
+  TurnedPicture turned;
+  if (!TurnQuarter(*source, direction == 1, dropped, previousPlanes_, &turned)) {
+    previous_ = std::move(dropped);  // the user keeps the picture they had
+    return;
+  }
+  MakeCurrent(turned.picture, std::move(turned.planes));
 }
 
 void CImageView::Zoom(double factor) {
@@ -265,12 +287,12 @@ void CImageView::ClearSelection() {
 int CImageView::Crop() {
   if (!current_) return -1;
   changed_ = true;
-  Planar source(PlanarFromDib(*current_));
+  const PlanarImage *source = CurrentPlanes();
   if (!source) return -1;
   const CRectTracker::Rect r = SelectionInPhoto();
-  Planar result(PlanarCreateRect(source.get(), r.left, r.top, r.right, r.bottom));
+  Planar result(PlanarCreateRect(source, r.left, r.top, r.right, r.bottom));
   if (!result) return -1;
-  if (const int code = CropImage(source.get(), r.left, r.top, result.get(), nullptr)) return code;
+  if (const int code = CropImage(source, r.left, r.top, result.get(), nullptr)) return code;
   if (!Commit(std::move(result))) return -1;
   tracker_.rect_ = {};
   viewport()->update();
@@ -370,5 +392,6 @@ void CImageView::Undo() {
   const CDib temp = current_ ? *current_ : CDib();
   current_ = std::make_unique<CDib>(previous_ ? *previous_ : CDib());
   previous_ = std::make_unique<CDib>(temp);
+  std::swap(currentPlanes_, previousPlanes_);
   Rezoom();
 }

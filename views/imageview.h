@@ -110,10 +110,20 @@ class CImageView : public QAbstractScrollArea {
   // Makes `result` the current image and the old current the previous. A
   // result that cannot become a picture leaves both images as they were.
   bool Commit(Planar result);
+  // Makes `picture` (with its planes) current and the old current previous.
+  void MakeCurrent(const CDib &picture, Planar planes);
+  // The current picture as planes, made when first asked for; null when there
+  // is none or memory runs out.
+  const PlanarImage *CurrentPlanes();
 
   CKorvelAppDoc *doc_;
   std::unique_ptr<CDib> previous_;
   std::unique_ptr<CDib> current_;
+  // The same pictures as planes, or null until a tool or the display needs
+  // them: every tool reads planes, so a picture converted once serves every
+  // edit and redraw until it changes.
+  Planar previousPlanes_;
+  Planar currentPlanes_;
   CRectTracker tracker_;
   bool changed_ = false;
   QRect clientRect_;

@@ -23,7 +23,7 @@ int Rescale(int n, int from, int to, bool centre) {
 
 }  // namespace
 
-void CZoomedPicture::Set(const CDib *picture, float scale) {
+void CZoomedPicture::Set(const CDib *picture, float scale, const PlanarImage *planes) {
   const uint64_t serial = picture ? GlobalSerial(picture->Handle()) : 0;
   if (serial == serial_ && scale == scale_) return;
   picture_ = picture ? *picture : CDib();
@@ -36,7 +36,7 @@ void CZoomedPicture::Set(const CDib *picture, float scale) {
   size_ = photo_;
   if (photo_.isEmpty()) return;
   if (scale < 1.0f) {
-    Reduce(scale);
+    Reduce(scale, planes);
     return;
   }
   // The steps from 100% up are whole numbers; the routine replicates by the
@@ -49,13 +49,15 @@ void CZoomedPicture::Set(const CDib *picture, float scale) {
 
 // The whole picture through the filtered reduction, into a result of the
 // scaled size; the routine fits that size to the picture's aspect ratio.
-void CZoomedPicture::Reduce(float scale) {
-  const Planar source(PlanarFromDib(picture_));
-  const Planar result(source ? PlanarCreateScaled(source.get(), scale) : nullptr);
+void CZoomedPicture::Reduce(float scale, const PlanarImage *planes) {
+  const bool given = planes && planes->width == photo_.width() && planes->height == photo_.height();
+  const Planar converted(given ? nullptr : PlanarFromDib(picture_));
+  const PlanarImage *source = given ? planes : converted.get();
+  const Planar result(source ? PlanarCreateScaled(source, scale) : nullptr);
   if (!result) return;
   const PixRect whole{};
   const PixReduceOptions options{};
-  if (ReduceImage(nullptr, source.get(), 1, result.get(), &whole, &options, nullptr) != 0) return;
+  if (ReduceImage(nullptr, source, 1, result.get(), &whole, &options, nullptr) != 0) return;
   QImage image = ImageFromPlanar(result.get());
   if (image.isNull()) return;
   image_ = std::move(image);

@@ -18,16 +18,18 @@
 #include <cstdint>
 
 #include "photo/dib.h"
+#include "pixels/pixels.h"
 
 class QPainter;
 
 class CZoomedPicture {
  public:
   // Takes up `picture` (null for none) at `scale`; the resampling runs only
-  // when the picture's block or the scale changed. A scale the routines
-  // cannot make (a reduction below 2 x 2 pixels, memory running out) shows
-  // the picture at its own size.
-  void Set(const CDib *picture, float scale);
+  // when the picture's block or the scale changed. `planes`, when given,
+  // hold the picture's own samples and spare a reduction converting it. A
+  // scale the routines cannot make (a reduction below 2 x 2 pixels, memory
+  // running out) shows the picture at its own size.
+  void Set(const CDib *picture, float scale, const PlanarImage *planes = nullptr);
   // The drawn picture's size, and the enlargement factor (0 while reduced).
   QSize Size() const { return size_; }
   int Factor() const { return factor_; }
@@ -43,7 +45,7 @@ class CZoomedPicture {
   QPoint EdgeToDrawn(QPoint photo) const;
 
  private:
-  void Reduce(float scale);
+  void Reduce(float scale, const PlanarImage *planes);
   // The enlarged window covering `visible`, made when the last one does not.
   void EnsureWindow(const QRect &visible);
 
