@@ -133,6 +133,12 @@ TEST(Document, UniqueNamesFillGapsAndGrowPastThreeDigits) {
   EXPECT_TRUE(temp.endsWith('/'));
   temp.chop(1);
   EXPECT_EQ(CKorvelAppDoc::FolderOf(folder + "/missing"), temp);
+  // A TMPDIR that is not there never makes it the root folder.
+  const QByteArray saved = qgetenv("TMPDIR");
+  qputenv("TMPDIR", (folder + "/not-there").toUtf8());
+  EXPECT_EQ(CKorvelAppDoc::TempPath(), "/tmp/");
+  qputenv("TMPDIR", saved);
+  if (saved.isEmpty()) qunsetenv("TMPDIR");
 }
 
 TEST(Document, CameraPicturesAreSavedAtOnceAsUnsavedJpegs) {
