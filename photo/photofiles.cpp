@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <new>
 #include <optional>
@@ -31,6 +32,7 @@
 #include "photo/waitcursor.h"
 #include "platform/safefile.h"
 #include "raster/jpeg.h"
+#include "raster/jpegcheck.h"
 #include "raster/ras.h"
 
 namespace {
@@ -199,48 +201,51 @@ class SaveScope {
   std::optional<JpegQualityHold> quality_;
 };
 
-// One thread reads photos for the window: a batch reads each file while the
-// one before it is added, never further ahead, so at most one decoded photo
-// waits outside the work area and its memory budget. The pool is never
-// destroyed, so that no read is cut short at exit.
-QThreadPool &ReadThread() {
+// Two threads check photos for the window: a batch checks the next two files
+// while the one before them is added, never further ahead. A check holds no
+// pixels once it is done (a file other than JPEG is read whole and let go on
+// the worker), so what waits is a path's metadata. The pool is never
+// destroyed, so that no check is cut short at exit.
+constexpr int kCheckedAhead = 2;
+
+QThreadPool &CheckThreads() {
   static QThreadPool *const pool = [] {
     auto *made = new QThreadPool;
-    made->setMaxThreadCount(1);
+    made->setMaxThreadCount(kCheckedAhead);
     return made;
   }();
   return *pool;
 }
 
-QFuture<PhotoFileRead> StartRead(const QString &path) {
-  auto promise = std::make_shared<QPromise<PhotoFileRead>>();
-  QFuture<PhotoFileRead> future = promise->future();
+QFuture<PhotoFileCheck> StartCheck(const QString &path) {
+  auto promise = std::make_shared<QPromise<PhotoFileCheck>>();
+  QFuture<PhotoFileCheck> future = promise->future();
   promise->start();
-  ReadThread().start([promise, path] {
-    PhotoFileRead read;
+  CheckThreads().start([promise, path] {
+    PhotoFileCheck check;
     try {
-      read = ReadPhotoFileApart(path);
+      check = CheckPhotoFile(path);
     } catch (const std::bad_alloc &) {
       // As a picture too large for memory: the file does not open.
     }
-    promise->addResult(std::move(read));
+    promise->addResult(std::move(check));
     promise->finish();
   });
   return future;
 }
 
-// User input stays queued while a photo is read: a click would run a command
-// against a work area about to gain an entry, or open another photo in the
-// middle of this one. A later launch's photos (a socket) wait as well, so
-// that they come after these. Painting and timers go on.
+// User input stays queued while a photo is checked: a click would run a
+// command against a work area about to gain an entry, or open another photo
+// in the middle of this one. A later launch's photos (a socket) wait as well,
+// so that they come after these. Painting and timers go on.
 constexpr QEventLoop::ProcessEventsFlags kWhileReading =
     QEventLoop::ExcludeUserInputEvents | QEventLoop::ExcludeSocketNotifiers;
 
-PhotoFileRead Await(QFuture<PhotoFileRead> future) {
+PhotoFileCheck Await(QFuture<PhotoFileCheck> future) {
   const QCoreApplication *app = QCoreApplication::instance();
   if (!future.isFinished() && app && QThread::currentThread() == app->thread()) {
     QEventLoop loop;
-    QFutureWatcher<PhotoFileRead> watcher;
+    QFutureWatcher<PhotoFileCheck> watcher;
     QObject::connect(&watcher, &QFutureWatcherBase::finished, &loop, &QEventLoop::quit);
     watcher.setFuture(future);
     if (!future.isFinished()) loop.exec(kWhileReading);
@@ -249,26 +254,58 @@ PhotoFileRead Await(QFuture<PhotoFileRead> future) {
   return future.takeResult();
 }
 
-// The read photo as a new entry, its metadata remembered first as a
-// synchronous read remembers it; the block is let go when it cannot be added.
-bool AddRead(CKorvelAppDoc *doc, const QString &path, PhotoFileRead read) {
-  if (!read.handle) return false;
-  if (!doc) {
-    GlobalFree(read.handle);
-    return false;
-  }
-  KeepOpenedMeta(path, std::move(read.kept));
-  // The pixels equal the file, and the grid draws thumbnails: the entry keeps
-  // only its path until something needs the whole photo, so opening hundreds
-  // holds none of them in memory.
-  GlobalFree(read.handle);
-  doc->AddPath(path, read.resolution, CDib());
+PhotoFileCheck AwaitWaiting(const QFuture<PhotoFileCheck> &future) {
+  const CWaitCursor wait;
+  return Await(future);
+}
+
+// The checked photo as a new entry, its metadata remembered first as a
+// synchronous read remembers it. The entry keeps only its path: the grid
+// draws thumbnails and the whole photo is decoded when something needs it,
+// so opening hundreds holds none of them in memory.
+bool AddChecked(CKorvelAppDoc *doc, const QString &path, PhotoFileCheck check) {
+  if (!doc || !check.opens) return false;
+  KeepOpenedMeta(path, std::move(check.kept));
+  doc->AddPath(path, check.resolution, CDib());
   return true;
 }
 
-PhotoFileRead AwaitWaiting(const QFuture<PhotoFileRead> &future) {
-  const CWaitCursor wait;
-  return Await(future);
+// Whether the whole photo could be held as a full read holds it at its
+// peak: the picture, and for a photo to be turned upright its planes, the
+// turned planes and the turned picture beside it. The blocks are asked for
+// and given back untouched, which costs no more than mapping them.
+//
+// A scaled decode never needs this memory, and a photo that opened only to
+// fail when it is first wanted would show as a blank. A photo too large for
+// the machine is refused when it is opened, as it was when opening read it
+// whole; one that fails later all the same (memory taken since, the file
+// changed) is an empty picture to the work area, which saving, printing and
+// sending refuse with their own messages.
+bool RoomForWholePhoto(uint32_t width, uint32_t height, int orientation) {
+  const size_t bytes = DibBlockBytes(width, height);
+  HGLOBAL held[4] = {};
+  const int blocks = orientation == 1 ? 1 : 4;
+  bool room = true;
+  for (int i = 0; i < blocks && room; ++i)
+    room = (held[i] = GlobalAlloc(GMEM_MOVEABLE, bytes)) != nullptr;
+  for (HGLOBAL block : held)
+    if (block) GlobalFree(block);
+  return room;
+}
+
+PhotoFileCheck CheckJpeg(const QString &path, const char *name) {
+  JpegCheck jpeg{};
+  if (JpegCheckFile(name, &jpeg) != RasOk) return {};
+  PhotoFileCheck check{true, jpeg.resolution, ReadOpenedMeta(path)};
+  if (!RoomForWholePhoto(jpeg.width, jpeg.height, check.kept.meta.orientation)) return {};
+  return check;
+}
+
+PhotoFileCheck ReadWhole(const QString &path) {
+  PhotoFileRead read = ReadPhotoFileApart(path);
+  if (!read.handle) return {};
+  GlobalFree(read.handle);
+  return {true, read.resolution, std::move(read.kept)};
 }
 
 }  // namespace
@@ -296,36 +333,52 @@ uint32_t FormatForExtension(const QString &extension) {
   return RasFormatJpeg;
 }
 
-// The photo is read whole here, on the worker, although the entry only needs
+PhotoFileCheck CheckPhotoFile(const QString &path) {
+  const QByteArray name = QFile::encodeName(path);
+  RasDesc desc{};
+  if (RasGetInfo(name.constData(), &desc) != RasOk) return {};
+  // A JPEG file's rows are its entropy-coded data, which a scaled decode
+  // walks just as a full one does; other formats have no such shortcut.
+  return desc.format == RasFormatJpeg ? CheckJpeg(path, name.constData()) : ReadWhole(path);
+}
+
+// The photo is checked here, on the worker, although the entry only needs
 // its path: a file whose header reads but whose rows do not is refused now,
 // as before, rather than showing up empty later. The entry is a saved one and
-// reads its file again when the whole photo is wanted.
+// reads its file when the whole photo is wanted.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path) {
   if (!doc) return false;
-  return AddRead(doc, path, AwaitWaiting(StartRead(path)));
+  return AddChecked(doc, path, AwaitWaiting(StartCheck(path)));
 }
 
 OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
                          const OpenProgress &progress) {
   OpenBatch batch;
   const int total = static_cast<int>(paths.size());
-  if (total == 0) return batch;
-  // Every photo is read on the worker, the next one while the one before it
-  // is added, so the window never waits on a decode.
-  QFuture<PhotoFileRead> next = StartRead(paths[0]);
+  // The workers check the files after the one being added, so the window
+  // never waits on a decode; results are taken in the order of the paths.
+  std::deque<QFuture<PhotoFileCheck>> ahead;
+  int started = 0;
+  const auto startMore = [&] {
+    while (started < total && static_cast<int>(ahead.size()) < kCheckedAhead)
+      ahead.push_back(StartCheck(paths[started++]));
+  };
+  startMore();
   for (int i = 0; i < total; ++i) {
-    PhotoFileRead read = AwaitWaiting(next);
-    if (i + 1 < total) next = StartRead(paths[i + 1]);
-    if (AddRead(doc, paths[i], std::move(read)))
+    PhotoFileCheck check = AwaitWaiting(ahead.front());
+    ahead.pop_front();
+    startMore();
+    if (AddChecked(doc, paths[i], std::move(check)))
       ++batch.opened;
     else
       batch.failed.append(paths[i]);
     // Asked after the file rather than before it: the first one is always
-    // opened, and a stop never throws away a photo already added. The one
-    // read ahead was never shown, and goes.
+    // opened, and a stop never throws away a photo already added. The ones
+    // checked ahead were never shown, and go once their workers are done.
     if (progress && !progress(i + 1, total) && i + 1 < total) {
       batch.stopped = true;
-      GlobalFree(Await(next).handle);
+      for (const QFuture<PhotoFileCheck> &left : ahead)
+        (void)Await(left);
       break;
     }
   }

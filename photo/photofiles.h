@@ -1,4 +1,4 @@
-// Photos in and out of the work area as files: opening one (probe, read,
+// Photos in and out of the work area as files: opening one (probe, check,
 // add), the save command with its file dialog, saving a picture in the format
 // its extension names, and the "Save Photo" question asked at close for every
 // unsaved photo. Failures are told to the user through KorvelPrompt; the
@@ -34,11 +34,24 @@ struct PhotoFileRead {
 };
 PhotoFileRead ReadPhotoFileApart(const QString &path);
 
-// Reads `path` into a new entry (unsaved flag 0). False, with nothing added
-// and nothing shown, when no reader takes the file or memory runs out. The
-// file is decoded on a worker thread; meanwhile the window's thread goes on
-// painting and running timers, but takes no user input, so no command can
-// start under the open.
+// What opening a photo file learns about it, on any thread, without keeping
+// its pixels: whether it opens, its pixels per inch and the metadata that
+// KeepOpenedMeta remembers once its entry is added.
+struct PhotoFileCheck {
+  bool opens = false;
+  float resolution = kUnknownResolution;
+  KeptMeta kept;
+};
+// Refuses the files ReadPhotoFileApart refuses and learns the same of the
+// others. A JPEG file is walked by a scaled decode instead of being read
+// whole; any other is read whole and let go.
+PhotoFileCheck CheckPhotoFile(const QString &path);
+
+// Adds `path` as a new entry (unsaved flag 0) once CheckPhotoFile finds that
+// it opens. False, with nothing added and nothing shown, when no reader takes
+// the file or memory runs out. The file is checked on a worker thread;
+// meanwhile the window's thread goes on painting and running timers, but
+// takes no user input, so no command can start under the open.
 bool OpenPhotoFile(CKorvelAppDoc *doc, const QString &path);
 
 // Told after each file of a batch that `done` of `total` are handled. False
@@ -52,9 +65,8 @@ struct OpenBatch {
   bool stopped = false;  // the progress asked to stop before the end
 };
 
-// Opens `paths` in order, each as OpenPhotoFile does; nothing is shown. The
-// first of several files is decoded on this thread while a worker decodes
-// the second; every later one on the worker while the one before it is added.
+// Opens `paths` in order, each as OpenPhotoFile does; nothing is shown. Two
+// workers check the next two files while the one before them is added.
 OpenBatch OpenPhotoFiles(CKorvelAppDoc *doc, const QStringList &paths,
                          const OpenProgress &progress = {});
 

@@ -41,11 +41,16 @@ PhotoMeta BytesMeta(const QByteArray &bytes) {
 
 }  // namespace
 
+KeptMeta ReadOpenedMeta(const QString &path) {
+  KeptMeta kept;
+  (void)MetaRead(QFile::encodeName(path).constData(), &kept.meta);
+  kept.source = path;
+  kept.appliedOrientation = kept.meta.orientation;
+  return kept;
+}
+
 HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path, KeptMeta *kept) {
-  *kept = KeptMeta{};
-  (void)MetaRead(QFile::encodeName(path).constData(), &kept->meta);
-  kept->source = path;
-  kept->appliedOrientation = kept->meta.orientation;
+  *kept = ReadOpenedMeta(path);
   return Turned(handle, kept->meta.orientation);
 }
 

@@ -27,6 +27,9 @@ struct KeptMeta {
 // second, on the window's thread, remembers `kept` for the entry of `path`
 // once the entry is there.
 HGLOBAL UprightOpenedPhoto(HGLOBAL handle, const QString &path, KeptMeta *kept);
+// The first half without pixels: what UprightOpenedPhoto puts in `*kept`,
+// for an entry that is opened by its path and turned when it is decoded.
+KeptMeta ReadOpenedMeta(const QString &path);
 void KeepOpenedMeta(const QString &path, KeptMeta kept);
 // `handle` turned upright by the orientation in the file bytes it was read
 // from (a camera's picture or its preview); null when memory ran out.

@@ -1,6 +1,6 @@
-// Photos are decoded and turned upright on a worker thread while the window's
-// thread goes on running its events, with the same entries, order, metadata
-// and failures as a read on the window's own thread.
+// Photos are checked on worker threads while the window's thread goes on
+// running its events, with the same entries, order, metadata and failures as
+// a read on the window's own thread.
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "meta/exifthumb.h"
+#include "meta/exiv.h"
 #include "meta/meta.h"
 #include "photo/document.h"
 #include "photo/photofiles.h"
@@ -49,19 +50,32 @@ QString WriteJpeg(const QString &path, uint32_t width, uint32_t height) {
 }
 
 // Counts the turns of the window thread's event loop through a timer that
-// is always due.
+// is always due. Until the first turn it holds the metadata lock, which every
+// check of a photo takes, so that no worker, however fast, is done before the
+// window's thread has begun to wait: a check made on the window's thread
+// itself would never finish.
 class Ticks {
  public:
   Ticks() {
+    meta::Lock().lock();
     timer_.setInterval(0);
-    QObject::connect(&timer_, &QTimer::timeout, [this] { ++count_; });
+    QObject::connect(&timer_, &QTimer::timeout, [this] {
+      ++count_;
+      Release();
+    });
     timer_.start();
   }
+  ~Ticks() { Release(); }
   int count() const { return count_; }
 
  private:
+  void Release() {
+    if (held_) meta::Lock().unlock();
+    held_ = false;
+  }
   QTimer timer_;
   int count_ = 0;
+  bool held_ = true;
 };
 
 TEST(OpenThread, ABatchOpensInOrderWhileTheWindowThreadRuns) {
