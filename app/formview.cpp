@@ -274,7 +274,15 @@ void CKorvelAppView::SwitchToThumbnailMode() {
   ShowScreen(Screen::kThumbnails);
 }
 
-void CKorvelAppView::SwitchToEditMode() {
+// A photo that opened but can no longer be read (its file changed or went,
+// or memory ran out since) is refused with the message opening gives, rather
+// than shown as an empty editor with nothing to say why.
+bool CKorvelAppView::SwitchToEditMode() {
+  const int current = doc_->CurrentIndex();
+  if (current != -1 && !doc_->ImageAt(current).Header()) {
+    AfxMessageBox(QStringLiteral("Cannot open file ") + doc_->PathAt(current));
+    return false;
+  }
   imageView_->LoadCurrentPhoto();
   doc_->SetEditMode(1);
   ShowScreen(Screen::kEditor);
@@ -289,6 +297,7 @@ void CKorvelAppView::SwitchToEditMode() {
       SetHelpText(kHelpEditPhoto);
     }
   }
+  return true;
 }
 
 // The refusals every command on one photo makes: none picked, or several.
@@ -306,8 +315,7 @@ bool CKorvelAppView::OnePhotoPicked(const QString &action) {
 
 bool CKorvelAppView::PrepareEdit() {
   if (!OnePhotoPicked("edit")) return false;
-  if (!doc_->EditMode()) SwitchToEditMode();
-  return true;
+  return doc_->EditMode() || SwitchToEditMode();
 }
 
 void CKorvelAppView::OnCommand(int id) {
@@ -373,7 +381,7 @@ void CKorvelAppView::OnKeepEdit() {
 
 void CKorvelAppView::OnCloseEditor() {
   SetHelpText(kHelpThumbnails);
-  if (doc_->EditMode() == 0) SwitchToEditMode();
+  if (doc_->EditMode() == 0 && !SwitchToEditMode()) return;
   if (imageView_->QueryKeepChanges()) {
     SetHelpText(kHelpWelcome);
     SwitchToThumbnailMode();
@@ -493,7 +501,7 @@ void CKorvelAppView::OnRemovePhoto() {
 void CKorvelAppView::OnEditPhoto() {
   if (!OnePhotoPicked("edit")) return;
   SetHelpText(kHelpEditPhoto);
-  SwitchToEditMode();
+  if (!SwitchToEditMode()) return;
   imageView_->ClearSelection();
   imageView_->ClearMode();
 }

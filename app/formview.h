@@ -47,7 +47,7 @@ class CKorvelAppView : public QWidget {
   QPoint WorkAreaOrigin() const { return workArea_.topLeft(); }
 
   void SwitchToThumbnailMode();
-  void SwitchToEditMode();
+  bool SwitchToEditMode();  // false when the photo cannot be read
   Screen CurrentScreen() const { return screen_; }
   // The colour tool the user chose (0 foliage, 1 skin, 2 sky, 3 neutrals), or
   // -1 before one is chosen in this colour correction.

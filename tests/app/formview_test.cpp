@@ -194,6 +194,19 @@ TEST_F(Form, RefusalsTellWhyAndChangeNothing) {
   form->OnCommand(1024);
   EXPECT_TRUE(prompt.messages.isEmpty());
   EXPECT_EQ(form->GetImageView()->Mode(), "COLORCORRECTION");
+  form->OnCommand(1033);
+  ASSERT_EQ(doc->EditMode(), 0);
+
+  // A photo whose file went after it opened is refused as opening refuses it.
+  const std::string gonePath = testutil::TempPath("gone.bmp");
+  ASSERT_EQ(testutil::WritePicture(gonePath, RasFormatBmp, RasModelRgb, testutil::Pattern(6, 4, 3)),
+            RasOk);
+  const QString gone = QString::fromStdString(gonePath);
+  doc->AddPath(gone, 72.0f, CDib());
+  ASSERT_TRUE(QFile::remove(gone));
+  doc->SetCurrentIndex(doc->Count() - 1);
+  for (int command : {1012, 1022, 1011, 1024})
+    Refuses(command, "Cannot open file " + gone);
 }
 
 TEST_F(Form, RemovingAPhotoAsksFirst) {
