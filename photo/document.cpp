@@ -126,7 +126,7 @@ QString CKorvelAppDoc::TempPath() {
   QString temp = QDir::tempPath();
   // TMPDIR naming a folder that is not there leaves Qt's answer empty, which
   // would put spill files and e-mail copies of photos in the root folder.
-  if (temp.isEmpty() || !QFileInfo(temp).isDir()) temp = QStringLiteral("/tmp");
+  if (temp.isEmpty()) temp = QStringLiteral("/tmp");
   if (!temp.endsWith('/')) temp += '/';
   return temp;
 }
