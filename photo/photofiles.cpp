@@ -11,7 +11,9 @@
 #include <QFileInfo>
 #include <QFuture>
 #include <QFutureWatcher>
+#include <QGuiApplication>
 #include <QPromise>
+#include <QScreen>
 #include <QStringList>
 #include <QThread>
 #include <QThreadPool>
@@ -23,12 +25,14 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "photo/dibraster.h"
 #include "photo/document.h"
 #include "photo/photometa.h"
 #include "photo/photostore.h"
 #include "photo/prompt.h"
+#include "photo/thumbmaker.h"
 #include "photo/waitcursor.h"
 #include "platform/safefile.h"
 #include "raster/jpeg.h"
@@ -221,10 +225,10 @@ QFuture<PhotoFileCheck> StartCheck(const QString &path) {
   auto promise = std::make_shared<QPromise<PhotoFileCheck>>();
   QFuture<PhotoFileCheck> future = promise->future();
   promise->start();
-  CheckThreads().start([promise, path] {
+  CheckThreads().start([promise, path, thumbs = OpenThumbsForScreen()] {
     PhotoFileCheck check;
     try {
-      check = CheckPhotoFile(path);
+      check = CheckPhotoFile(path, &thumbs);
     } catch (const std::bad_alloc &) {
       // As a picture too large for memory: the file does not open.
     }
@@ -293,11 +297,38 @@ bool RoomForWholePhoto(uint32_t width, uint32_t height, int orientation) {
   return room;
 }
 
-PhotoFileCheck CheckJpeg(const QString &path, const char *name) {
+// The sizes of `thumbs` that have no current entry for `path`: an entry
+// made by anyone before is never replaced.
+std::vector<int> MissingThumbs(const QString &path, const OpenThumbs *thumbs) {
+  std::vector<int> sizes;
+  if (!thumbs || thumbs->cache.Holds(path)) return sizes;
+  for (const int size : {ThumbCache::kNormal, ThumbCache::kLarge}) {
+    if (size == ThumbCache::kLarge && !thumbs->large) continue;
+    if (thumbs->cache.Lookup(path, size).isNull()) sizes.push_back(size);
+  }
+  return sizes;
+}
+
+// Each thumbnail of `sizes` MakeThumbnail would make from `reduced`, stored.
+void LeaveThumbs(const QString &path, const OpenThumbs &thumbs, const std::vector<int> &sizes,
+                 const JpegThumb &reduced) {
+  if (reduced.rgb == nullptr) return;
+  MetaThumbInfo info;
+  (void)MetaReadThumbInfo(QFile::encodeName(path).constData(), &info);
+  for (const int size : sizes) {
+    const QImage thumb = ThumbFromReducedJpeg(reduced, info, size);
+    if (!thumb.isNull()) (void)thumbs.cache.Store(path, size, thumb);
+  }
+}
+
+PhotoFileCheck CheckJpeg(const QString &path, const char *name, const OpenThumbs *thumbs) {
+  const std::vector<int> sizes = MissingThumbs(path, thumbs);
+  ReducedJpeg reduced;
   JpegCheck jpeg{};
-  if (JpegCheckFile(name, &jpeg) != RasOk) return {};
+  if (JpegCheckFile(name, &jpeg, sizes.empty() ? nullptr : &reduced.thumb) != RasOk) return {};
   PhotoFileCheck check{true, jpeg.resolution, ReadOpenedMeta(path)};
   if (!RoomForWholePhoto(jpeg.width, jpeg.height, check.kept.meta.orientation)) return {};
+  if (!sizes.empty()) LeaveThumbs(path, *thumbs, sizes, reduced.thumb);
   return check;
 }
 
@@ -333,13 +364,21 @@ uint32_t FormatForExtension(const QString &extension) {
   return RasFormatJpeg;
 }
 
-PhotoFileCheck CheckPhotoFile(const QString &path) {
+OpenThumbs OpenThumbsForScreen() {
+  // Without a window system (tests, tools) there is no screen to ask.
+  const QScreen *screen = qobject_cast<QGuiApplication *>(QCoreApplication::instance())
+                              ? QGuiApplication::primaryScreen()
+                              : nullptr;
+  return {ThumbCache(), screen != nullptr && screen->devicePixelRatio() > 1.0};
+}
+
+PhotoFileCheck CheckPhotoFile(const QString &path, const OpenThumbs *thumbs) {
   const QByteArray name = QFile::encodeName(path);
   RasDesc desc{};
   if (RasGetInfo(name.constData(), &desc) != RasOk) return {};
   // A JPEG file's rows are its entropy-coded data, which a scaled decode
   // walks just as a full one does; other formats have no such shortcut.
-  return desc.format == RasFormatJpeg ? CheckJpeg(path, name.constData()) : ReadWhole(path);
+  return desc.format == RasFormatJpeg ? CheckJpeg(path, name.constData(), thumbs) : ReadWhole(path);
 }
 
 // The photo is checked here, on the worker, although the entry only needs

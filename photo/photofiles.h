@@ -12,6 +12,7 @@
 
 #include "photo/dib.h"
 #include "photo/photometa.h"
+#include "photo/thumbcache.h"
 
 class CKorvelAppDoc;
 
@@ -42,10 +43,25 @@ struct PhotoFileCheck {
   float resolution = kUnknownResolution;
   KeptMeta kept;
 };
+// Where the check of a JPEG file leaves the thumbnails its scaled decode
+// gives on the way, so that the grid finds them in the cache instead of
+// decoding the file again.
+struct OpenThumbs {
+  ThumbCache cache;
+  bool large = false;  // the large size as well, which a dense screen's grid asks for
+};
+// The thumbnails opening leaves for the grid: in the user's cache, large ones
+// too when the primary screen is dense. Ask on the window's thread.
+OpenThumbs OpenThumbsForScreen();
+
 // Refuses the files ReadPhotoFileApart refuses and learns the same of the
 // others. A JPEG file is walked by a scaled decode instead of being read
-// whole; any other is read whole and let go.
-PhotoFileCheck CheckPhotoFile(const QString &path);
+// whole; any other is read whole and let go. Given `thumbs`, a JPEG that
+// opens leaves in that cache the thumbnails MakeThumbnail would make of it
+// from that decode, at each size with no current entry yet; those it would
+// make otherwise (from the EXIF thumbnail, or at another reduction) are left
+// to the thumbnailer.
+PhotoFileCheck CheckPhotoFile(const QString &path, const OpenThumbs *thumbs = nullptr);
 
 // Adds `path` as a new entry (unsaved flag 0) once CheckPhotoFile finds that
 // it opens. False, with nothing added and nothing shown, when no reader takes

@@ -19,21 +19,16 @@ namespace {
 // another crop; the picture itself is decoded instead.
 constexpr double kShapeTolerance = 0.02;
 
-// A reduced JPEG decode's rows, released on every way out.
-struct DecodedJpeg {
-  JpegThumb thumb{};
-  ~DecodedJpeg() { JpegThumbFree(&thumb); }
-  // The rows copied into an image of its own; null when memory ran out.
-  QImage Image() const {
-    QImage image(static_cast<int>(thumb.width), static_cast<int>(thumb.height),
-                 QImage::Format_RGB888);
-    if (image.isNull()) return image;
-    const size_t rowBytes = size_t{thumb.width} * 3;
-    for (uint32_t y = 0; y < thumb.height; ++y)
-      std::memcpy(image.scanLine(static_cast<int>(y)), thumb.rgb + rowBytes * y, rowBytes);
-    return image;
-  }
-};
+// The rows copied into an image of its own; null when memory ran out.
+QImage ImageOf(const JpegThumb &thumb) {
+  QImage image(static_cast<int>(thumb.width), static_cast<int>(thumb.height),
+               QImage::Format_RGB888);
+  if (image.isNull()) return image;
+  const size_t rowBytes = size_t{thumb.width} * 3;
+  for (uint32_t y = 0; y < thumb.height; ++y)
+    std::memcpy(image.scanLine(static_cast<int>(y)), thumb.rgb + rowBytes * y, rowBytes);
+  return image;
+}
 
 bool IsJpegFile(const QString &path) {
   QFile file(path);
@@ -54,25 +49,37 @@ QImage FromExif(const MetaThumbInfo &info, QSize stored, QSize wanted) {
   if (info.jpeg.empty() || stored.isEmpty()) return {};
   RasMemName mem;
   RasMakeMemName(&mem, const_cast<uint8_t *>(info.jpeg.data()), info.jpeg.size());
-  DecodedJpeg decoded;
+  ReducedJpeg decoded;
   if (JpegThumbDecode(RasMemNameOf(mem), static_cast<uint32_t>(wanted.width()),
                       static_cast<uint32_t>(wanted.height()), &decoded.thumb) != RasOk)
     return {};
   const QSize got(static_cast<int>(decoded.thumb.width), static_cast<int>(decoded.thumb.height));
   if (got.width() < wanted.width() || got.height() < wanted.height() || !SameShape(got, stored))
     return {};
-  return decoded.Image();
+  return ImageOf(decoded.thumb);
 }
 
-// The JPEG file reduced by the codec to no less than `wanted`.
-QImage FromScaledJpeg(const QByteArray &name, QSize wanted, QSize *stored) {
-  DecodedJpeg decoded;
-  if (JpegThumbDecode(name.constData(), static_cast<uint32_t>(wanted.width()),
-                      static_cast<uint32_t>(wanted.height()), &decoded.thumb) != RasOk)
-    return {};
-  *stored =
-      QSize(static_cast<int>(decoded.thumb.fullWidth), static_cast<int>(decoded.thumb.fullHeight));
-  return decoded.Image();
+// `image`, a reduced or subsampled picture of a `stored` one, fitted by the
+// whole picture's shape (which the reduced one keeps only to within a pixel)
+// and turned upright.
+QImage FittedUpright(QImage image, QSize stored, int box, int orientation) {
+  if (image.isNull()) return image;
+  const QSize fitted = ThumbFittedSize(stored, box);
+  if (fitted != image.size())
+    image = image.scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+  return ThumbUpright(image, orientation);
+}
+
+QImage FromReducedJpeg(const JpegThumb &reduced, int orientation, int box) {
+  const QSize stored(static_cast<int>(reduced.fullWidth), static_cast<int>(reduced.fullHeight));
+  return FittedUpright(ImageOf(reduced), stored, box, orientation);
+}
+
+// The size a decode is asked for. Without the stored size from the
+// metadata, asking the whole box along both sides still never leaves the
+// decode too small.
+QSize WantedSize(QSize stored, int box) {
+  return stored.isEmpty() ? QSize(box, box) : ThumbFittedSize(stored, box);
 }
 
 // One raster file open for reading and its scanline record, let go on every
@@ -126,27 +133,26 @@ QImage FromRaster(const QByteArray &name, int box, QSize *stored) {
   return Subsampled(file, step);
 }
 
-// The picture of `path` at no less than its fitted size, as it is stored;
-// `stored` receives the size of the whole picture.
-QImage StoredThumbnail(const QString &path, const MetaThumbInfo &info, int box, QSize *stored,
-                       ThumbSource *source) {
-  *stored = QSize(static_cast<int>(info.width), static_cast<int>(info.height));
-  // Without the stored size from the metadata, asking the whole box along
-  // both sides still never leaves the decode too small.
-  const QSize wanted = stored->isEmpty() ? QSize(box, box) : ThumbFittedSize(*stored, box);
-  QImage image = FromExif(info, *stored, wanted);
+// The thumbnail of `path`, from the first source that gives one.
+QImage Made(const QString &path, const MetaThumbInfo &info, int box, ThumbSource *source) {
+  QSize stored(static_cast<int>(info.width), static_cast<int>(info.height));
+  const QSize wanted = WantedSize(stored, box);
   *source = ThumbSource::Exif;
+  QImage thumb = FittedUpright(FromExif(info, stored, wanted), stored, box, info.orientation);
   const QByteArray name = QFile::encodeName(path);
-  if (image.isNull() && IsJpegFile(path)) {
-    image = FromScaledJpeg(name, wanted, stored);
+  if (thumb.isNull() && IsJpegFile(path)) {
+    ReducedJpeg decoded;
+    if (JpegThumbDecode(name.constData(), static_cast<uint32_t>(wanted.width()),
+                        static_cast<uint32_t>(wanted.height()), &decoded.thumb) == RasOk)
+      thumb = FromReducedJpeg(decoded.thumb, info.orientation, box);
     *source = ThumbSource::ScaledJpeg;
   }
-  if (image.isNull()) {
-    image = FromRaster(name, box, stored);
+  if (thumb.isNull()) {
+    thumb = FittedUpright(FromRaster(name, box, &stored), stored, box, info.orientation);
     *source = ThumbSource::Subsampled;
   }
-  if (image.isNull()) *source = ThumbSource::None;
-  return image;
+  if (thumb.isNull()) *source = ThumbSource::None;
+  return thumb;
 }
 
 }  // namespace
@@ -181,18 +187,22 @@ QImage ThumbUpright(const QImage &image, int orientation) {
   }
 }
 
+QImage ThumbFromReducedJpeg(const JpegThumb &reduced, const MetaThumbInfo &info, int box) {
+  const QSize stored(static_cast<int>(info.width), static_cast<int>(info.height));
+  const QSize wanted = WantedSize(stored, box);
+  if (reduced.rgb == nullptr || !FromExif(info, stored, wanted).isNull()) return {};
+  const uint32_t denominator = JpegThumbDenominator(reduced.fullWidth, reduced.fullHeight,
+                                                    static_cast<uint32_t>(wanted.width()),
+                                                    static_cast<uint32_t>(wanted.height()));
+  if (denominator != reduced.denominator) return {};
+  return FromReducedJpeg(reduced, info.orientation, box);
+}
+
 QImage MakeThumbnail(const QString &path, int box, ThumbSource *source) {
-  ThumbSource made = ThumbSource::None;
   MetaThumbInfo info;
   (void)MetaReadThumbInfo(QFile::encodeName(path).constData(), &info);
-  QSize stored;
-  QImage image = StoredThumbnail(path, info, box, &stored, &made);
+  ThumbSource made = ThumbSource::None;
+  QImage thumb = Made(path, info, box, &made);
   if (source) *source = made;
-  if (image.isNull()) return image;
-  // Fitted by the whole picture's shape, which a reduced or subsampled one
-  // keeps only to within a pixel.
-  const QSize fitted = ThumbFittedSize(stored, box);
-  if (fitted != image.size())
-    image = image.scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-  return ThumbUpright(image, info.orientation);
+  return thumb;
 }

@@ -11,6 +11,9 @@
 #include <QSize>
 #include <QString>
 
+#include "meta/exifthumb.h"
+#include "raster/jpegthumb.h"
+
 enum class ThumbSource {
   None,        // the file could not be read
   Exif,        // the embedded EXIF thumbnail
@@ -25,6 +28,22 @@ QSize ThumbFittedSize(QSize stored, int box);
 // `image` as it should be shown given EXIF orientation `orientation` (1..8;
 // anything else leaves it as it is).
 QImage ThumbUpright(const QImage &image, int orientation);
+
+// The rows of a reduced JPEG decode, released with the holder.
+struct ReducedJpeg {
+  JpegThumb thumb{};
+  ReducedJpeg() = default;
+  ReducedJpeg(const ReducedJpeg &) = delete;
+  ReducedJpeg &operator=(const ReducedJpeg &) = delete;
+  ~ReducedJpeg() { JpegThumbFree(&thumb); }
+};
+
+// What MakeThumbnail(path, box) makes of a JPEG file whose metadata reads as
+// `info`, given `reduced`, the file decoded at a reduced size (by
+// JpegThumbDecode or a check that keeps its rows); the very step
+// MakeThumbnail takes after its own decode. Null when MakeThumbnail would
+// make it otherwise: from the EXIF thumbnail, or from another reduction.
+QImage ThumbFromReducedJpeg(const JpegThumb &reduced, const MetaThumbInfo &info, int box);
 
 // The thumbnail of `path` no larger than `box` x `box`, upright; a null
 // image when the file cannot be read. `source`, when given, says how it was

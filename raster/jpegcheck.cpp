@@ -84,6 +84,8 @@ int CheckHeader(CheckCodec *codec, JpegCheck *check) {
   }
   d->scale_num = 1;
   d->scale_denom = kCheckScale;
+  // JpegThumbDecode's settings, which change nothing the check refuses and
+  // make the rows a caller keeps the ones that decode would give.
   d->dct_method = JDCT_IFAST;
   d->do_fancy_upsampling = FALSE;
   d->do_block_smoothing = FALSE;
@@ -94,21 +96,51 @@ int CheckHeader(CheckCodec *codec, JpegCheck *check) {
   return HasModel(d->out_color_space) ? RasOk : RasError("JpegCheckFile", RasErrArg, 3);
 }
 
+// Room for the rows a caller keeps, when it asked for them and they come out
+// as grey or RGB; otherwise nothing is kept. Running out of memory for them
+// is no reason to refuse the file.
+uint8_t *KeptRows(const jpeg_decompress_struct *d, JpegThumb *picture) {
+  if (picture == nullptr || (d->output_components != 1 && d->output_components != 3))
+    return nullptr;
+  picture->rgb = static_cast<uint8_t *>(RasAlloc(size_t{d->output_width} * d->output_height * 3));
+  if (picture->rgb == nullptr) return nullptr;
+  picture->width = d->output_width;
+  picture->height = d->output_height;
+  picture->fullWidth = d->image_width;
+  picture->fullHeight = d->image_height;
+  picture->denominator = kCheckScale;
+  return picture->rgb;
+}
+
+// Grey samples as RGB, the same value three times, as the codec's own grey
+// to RGB conversion makes them.
+void GreyToRgb(const JSAMPLE *grey, uint8_t *rgb, JDIMENSION width) {
+  for (JDIMENSION x = 0; x < width; ++x, rgb += 3)
+    rgb[0] = rgb[1] = rgb[2] = grey[x];
+}
+
 // Every row, then the end of the image: the markers after the last scan are
-// read there, and a broken one is as fatal here as in a full read.
-int CheckRows(CheckCodec *codec) {
+// read there, and a broken one is as fatal here as in a full read. Kept RGB
+// rows are decoded straight into the picture.
+int CheckRows(CheckCodec *codec, JpegThumb *picture) {
   j_decompress_ptr d = &codec->dinfo;
   const JDIMENSION rowSize = d->output_width * static_cast<JDIMENSION>(d->output_components);
   JSAMPARRAY row =
       (*d->mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(d), JPOOL_IMAGE, rowSize, 1);
+  uint8_t *kept = KeptRows(d, picture);
+  const bool grey = d->output_components == 1;
+  const size_t keptRow = size_t{d->output_width} * 3;
   while (d->output_scanline < d->output_height) {
-    if (jpeg_read_scanlines(d, row, 1) != 1) return RasError("JpegCheckFile", RasErrFormat, 4);
+    uint8_t *out = kept ? kept + keptRow * d->output_scanline : nullptr;
+    JSAMPROW target[1] = {out && !grey ? out : row[0]};
+    if (jpeg_read_scanlines(d, target, 1) != 1) return RasError("JpegCheckFile", RasErrFormat, 4);
+    if (out && grey) GreyToRgb(row[0], out, d->output_width);
   }
   (void)jpeg_finish_decompress(d);
   return RasOk;
 }
 
-int CheckRun(CheckCodec *codec, JpegCheck *check) {
+int CheckRun(CheckCodec *codec, JpegCheck *check, JpegThumb *picture) {
   j_decompress_ptr d = &codec->dinfo;
   d->err = jpeg_std_error(&codec->err);
   codec->err.error_exit = CheckErrorExit;
@@ -128,12 +160,13 @@ int CheckRun(CheckCodec *codec, JpegCheck *check) {
     jpeg_stdio_src(d, codec->file.stream);
   }
   const int code = CheckHeader(codec, check);
-  return code != RasOk ? code : CheckRows(codec);
+  return code != RasOk ? code : CheckRows(codec, picture);
 }
 
 }  // namespace
 
-int JpegCheckFile(const char *name, JpegCheck *check) {
+int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture) {
+  if (picture != nullptr) RasMemSet(picture, 0, sizeof(JpegThumb));
   if (name == nullptr || check == nullptr) return RasError("JpegCheckFile", RasErrArg, 0);
   *check = JpegCheck{0, 0, 0, -1.0F};
   RasFormatClearPixelRefusal();
@@ -147,10 +180,11 @@ int JpegCheckFile(const char *name, JpegCheck *check) {
   if (code != RasOk) {
     code = RasError("JpegCheckFile", RasErrOpen, 1);
   } else {
-    code = CheckRun(codec, check);
+    code = CheckRun(codec, check, picture);
     jpeg_destroy_decompress(&codec->dinfo);
     RasFileClose(&codec->file);
   }
   RasFree(codec);
+  if (code != RasOk) JpegThumbFree(picture);
   return code;
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "raster/core/rasdesc.h"
+#include "raster/jpegthumb.h"
 
 struct JpegCheck {
   uint32_t width;  // of the picture the file holds
@@ -25,4 +26,12 @@ struct JpegCheck {
 // be opened, -3 when the codec ran out of memory, -9 for a picture over
 // RasMaxPixels (RasPixelLimitRefused then says so), -5 when the data ends
 // before half the rows, -8 when the codec refused the data.
-[[nodiscard]] int JpegCheckFile(const char *name, JpegCheck *check);
+//
+// When `picture` is given, a passed check also leaves in it the rows it
+// decoded, an eighth of each side, as the RGB rows JpegThumbDecode makes at
+// that reduction (a grey picture's samples repeated), to be released with
+// JpegThumbFree; the thumbnails need not decode the file again. It stays
+// empty after a refusal, for CMYK and YCCK files (whose inks the check does
+// not convert) and when memory for it ran out: what the check refuses never
+// depends on it. Without it, the rows are thrown away as they come.
+[[nodiscard]] int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture = nullptr);

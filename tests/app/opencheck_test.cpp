@@ -10,6 +10,7 @@
 #include "photo/document.h"
 #include "photo/photofiles.h"
 #include "photo/photometa.h"
+#include "photo/thumbmaker.h"
 #include "tests/app/scriptedprompt.h"
 #include "tests/raster/jpegdamage.h"
 
@@ -112,6 +113,25 @@ TEST(OpenCheck, AStoppedBatchRemembersNothingOfTheFilesCheckedAhead) {
   EXPECT_EQ(doc.PathAt(0), paths[0]);
   for (const QString &path : paths.mid(1))
     EXPECT_EQ(KeptMetaFor(path), nullptr) << path.toStdString();
+}
+
+TEST(OpenCheck, OpeningLeavesTheGridsThumbnailInTheCache) {
+  QTemporaryDir dir;
+  const QString photo = dir.filePath("photo.jpg"), cut = dir.filePath("cut.jpg");
+  const std::string name = QFile::encodeName(photo).toStdString();
+  ASSERT_EQ(
+      testutil::WritePicture(name, RasFormatJpeg, RasModelRgb, testutil::Pattern(1100, 700, 3)),
+      RasOk);
+  testutil::WriteFile(QFile::encodeName(cut).toStdString(),
+                      jpegdamage::Cut(testutil::ReadFile(name), 0.3));
+  CKorvelAppDoc doc;
+  EXPECT_EQ(OpenPhotoFiles(&doc, {photo, cut}).failed, QStringList{cut});
+  const ThumbCache cache;
+  const QImage entry = cache.Lookup(photo, ThumbCache::kNormal);
+  ASSERT_FALSE(entry.isNull());
+  EXPECT_TRUE(entry.convertToFormat(QImage::Format_RGB32) ==
+              MakeThumbnail(photo, ThumbCache::kNormal).convertToFormat(QImage::Format_RGB32));
+  EXPECT_TRUE(cache.Lookup(cut, ThumbCache::kNormal).isNull());
 }
 
 }  // namespace

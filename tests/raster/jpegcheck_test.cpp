@@ -1,9 +1,12 @@
 // A JPEG file checked by a scaled decode is refused exactly when a full read
 // of every row refuses it, with the same code, and gives the same size,
-// channels and resolution.
+// channels and resolution; the rows it keeps when asked are those the
+// thumbnail decode makes at the same reduction.
 #include "raster/jpegcheck.h"
 
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "tests/raster/jpegdamage.h"
 
@@ -25,6 +28,35 @@ int FullRead(const std::string &path, RasDesc *desc) {
   return code;
 }
 
+// A check keeping its rows refuses as one that does not, and keeps exactly
+// the rows JpegThumbDecode gives at an eighth (none for inks, which it does
+// not convert, nor after a refusal).
+void ExpectKeptRowsAsThumbDecode(const std::string &path, int without, const JpegCheck &found) {
+  JpegCheck check{};
+  JpegThumb kept{};
+  const int code = JpegCheckFile(path.c_str(), &check, &kept);
+  EXPECT_EQ(code, without);
+  EXPECT_EQ(std::memcmp(&check, &found, sizeof check), 0);
+  if (code != RasOk || check.channels == 4) {
+    EXPECT_EQ(kept.rgb, nullptr);
+    EXPECT_EQ(kept.width, 0u);
+    return;
+  }
+  JpegThumb decoded{};
+  ASSERT_EQ(JpegThumbDecode(path.c_str(), (check.width + 7) / 8, (check.height + 7) / 8, &decoded),
+            RasOk);
+  EXPECT_EQ(decoded.denominator, 8u);
+  EXPECT_EQ(kept.denominator, 8u);
+  EXPECT_EQ(kept.fullWidth, check.width);
+  EXPECT_EQ(kept.fullHeight, check.height);
+  ASSERT_EQ(kept.width, decoded.width);
+  ASSERT_EQ(kept.height, decoded.height);
+  ASSERT_NE(kept.rgb, nullptr);
+  EXPECT_EQ(std::memcmp(kept.rgb, decoded.rgb, size_t{kept.width} * kept.height * 3), 0);
+  JpegThumbFree(&decoded);
+  JpegThumbFree(&kept);
+}
+
 TEST(JpegCheck, RefusesWhatAFullReadRefusesAndAgreesOnTheRest) {
   const std::vector<jpegdamage::Case> cases = jpegdamage::Cases(
       KORVEL_TESTDATA_DIR,
@@ -36,11 +68,15 @@ TEST(JpegCheck, RefusesWhatAFullReadRefusesAndAgreesOnTheRest) {
     JpegCheck check{};
     EXPECT_EQ(JpegCheckFile(c.path.c_str(), &check), c.code);
     EXPECT_EQ(RasPixelLimitRefused(), c.code == RasErrUnsupported);
-    if (c.code != RasOk) continue;
+    if (c.code != RasOk) {
+      ExpectKeptRowsAsThumbDecode(c.path, c.code, check);
+      continue;
+    }
     EXPECT_EQ(check.width, desc.width);
     EXPECT_EQ(check.height, desc.height);
     EXPECT_EQ(check.channels, desc.channels);
     EXPECT_FLOAT_EQ(check.resolution, desc.resolution);
+    ExpectKeptRowsAsThumbDecode(c.path, c.code, check);
   }
   // Resolutions from the JFIF header: none, dots per inch, dots per cm.
   const std::pair<std::string, float> densities[] = {{"/jpeg/ljt__testorig.jpg", -1.0f},
