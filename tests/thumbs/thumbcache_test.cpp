@@ -147,8 +147,8 @@ TEST(ThumbCache, FailuresAreNotedUntilThePhotoChanges) {
   EXPECT_EQ(QFileInfo(note).fileName(), QFileInfo(cache.EntryPath(photo, 128)).fileName());
   EXPECT_EQ(QImage(note, "png").text("Thumb::MTime"), "1700000500");
   EXPECT_EQ(ModeOf(note), 0600U);
-  for (const QString &folder : {"/thumbnails/fail", "/thumbnails/fail/korvelapp"})
-    EXPECT_EQ(ModeOf(dir.path() + folder), 0700U) << folder.toStdString();
+  for (const char *folder : {"/thumbnails/fail", "/thumbnails/fail/korvelapp"})
+    EXPECT_EQ(ModeOf(dir.path() + folder), 0700U) << folder;
   EXPECT_TRUE(cache.Failed(photo));
   EXPECT_TRUE(cache.Lookup(photo, ThumbCache::kNormal).isNull());
   ASSERT_TRUE(SetModified(photo, QDateTime::fromSecsSinceEpoch(1700000501)));
