@@ -89,6 +89,33 @@ size_t DibPlanarBlockBytes(uint32_t width, uint32_t height) {
   return sizeof(BITMAPINFOHEADER) + size_t{width} * height * 3 + std::max(extra, pad * height);
 }
 
+size_t DibRowBytes24(uint32_t width) {
+  return (size_t{width} * 3 + 3) & ~size_t{3};
+}
+
+// Planar row y becomes packed row height - 1 - y.
+void DibPackPlanarRows(const PlanarImage &image, uint32_t first, uint32_t last, uint8_t *bottom,
+                       size_t rowSize) {
+  static const RasJoinRowFn join = RasJoinRowFor(3, false);
+  const auto width = static_cast<uint32_t>(image.width);
+  const size_t step = static_cast<size_t>(image.pixelStep);
+  const size_t used = size_t{width} * 3;
+  for (uint32_t y = first; y < last; ++y) {
+    uint8_t *row = bottom - rowSize * y;
+    const size_t at = size_t{y} * static_cast<size_t>(image.rowStride);
+    const uint8_t *const bgr[3] = {image.planes[2] + at, image.planes[1] + at,
+                                   image.planes[0] + at};
+    if (step == 1) {
+      join(row, bgr, width);
+    } else {
+      for (uint32_t x = 0; x < width; ++x)
+        for (int k = 0; k < 3; ++k)
+          row[3 * x + k] = bgr[k][x * step];
+    }
+    std::memset(row + used, 0, rowSize - used);
+  }
+}
+
 HGLOBAL DibFromPlanar(const PlanarImage *image) {
   if (!image || image->width < 1 || image->height < 1 || image->channels < 3) return nullptr;
   const auto width = static_cast<uint32_t>(image->width);
@@ -102,25 +129,11 @@ HGLOBAL DibFromPlanar(const PlanarImage *image) {
   auto *block = static_cast<uint8_t *>(GlobalLock(handle));
   const BITMAPINFOHEADER header = DibHeader24(width, height);
   std::memcpy(block, &header, sizeof header);
-  const size_t rowSize = (size_t{width} * 3 + 3) & ~size_t{3};
+  const size_t rowSize = DibRowBytes24(width);
   uint8_t *const bottom = block + sizeof header + rowSize * (height - 1);
-  const RasJoinRowFn join = RasJoinRowFor(3, false);
-  const size_t step = static_cast<size_t>(image->pixelStep);
-  // Planar row y becomes packed row height - 1 - y, from its own bytes alone.
   SplitWork(height, kRowGrain, [&](int64_t first, int64_t last) {
-    for (auto y = static_cast<uint32_t>(first); y < last; ++y) {
-      uint8_t *row = bottom - rowSize * y;
-      const size_t at = size_t{y} * static_cast<size_t>(image->rowStride);
-      const uint8_t *const bgr[3] = {image->planes[2] + at, image->planes[1] + at,
-                                     image->planes[0] + at};
-      if (step == 1) {
-        join(row, bgr, width);
-        continue;
-      }
-      for (uint32_t x = 0; x < width; ++x)
-        for (int k = 0; k < 3; ++k)
-          row[3 * x + k] = bgr[k][x * step];
-    }
+    DibPackPlanarRows(*image, static_cast<uint32_t>(first), static_cast<uint32_t>(last), bottom,
+                      rowSize);
   });
   GlobalUnlock(handle);
   return handle;

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "photo/dibplanar.h"
 #include "photo/dibpreview.h"
 #include "raster/core/rowpack.h"
 #include "raster/jpeg.h"
@@ -79,7 +80,7 @@ HGLOBAL DibFromScanlines(RasDesc *desc, RasSl *sl, int *code) {
   }
   const BITMAPINFOHEADER header = DibHeader24(width, height);
   std::memcpy(block, &header, sizeof header);
-  const size_t rowSize = (size_t{width} * 3 + 3) & ~size_t{3};
+  const size_t rowSize = DibRowBytes24(width);
   uint8_t *bottom = block + sizeof header + rowSize * (height - 1);
   // 8-bit RGB rows are interleaved straight from the scanline; every other
   // kind of row is first turned into RGB planes.

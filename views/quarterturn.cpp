@@ -9,7 +9,6 @@
 
 #include "photo/dibraster.h"
 #include "platform/workers.h"
-#include "raster/core/rowpack.h"
 
 namespace {
 
@@ -72,20 +71,6 @@ int TurnBand(const PlanarImage &src, bool right, const PlanarImage &dst, int32_t
   return RotateImage(&from, right ? 0 : 2, &to, nullptr);
 }
 
-// Planar rows [r0, r1) into the bottom-up rows of a packed picture whose
-// last row starts at `bottom`, padding zeroed.
-void PackRows(const PlanarImage &p, int32_t r0, int32_t r1, uint8_t *bottom, size_t rowSize) {
-  static const RasJoinRowFn join = RasJoinRowFor(3, false);
-  const size_t used = size_t(p.width) * 3;
-  for (int32_t y = r0; y < r1; ++y) {
-    uint8_t *row = bottom - rowSize * size_t(y);
-    const size_t at = size_t(y) * size_t(p.rowStride);
-    const uint8_t *const bgr[3] = {p.planes[2] + at, p.planes[1] + at, p.planes[0] + at};
-    join(row, bgr, uint32_t(p.width));
-    std::memset(row + used, 0, rowSize - used);
-  }
-}
-
 }  // namespace
 
 bool TurnQuarter(const PlanarImage &source, bool right, std::unique_ptr<CDib> &sparePicture,
@@ -101,7 +86,7 @@ bool TurnQuarter(const PlanarImage &source, bool right, std::unique_ptr<CDib> &s
   auto *block = static_cast<uint8_t *>(GlobalLock(handle));
   const BITMAPINFOHEADER header = DibHeader24(uint32_t(width), uint32_t(height));
   std::memcpy(block, &header, sizeof header);
-  const size_t rowSize = (size_t(width) * 3 + 3) & ~size_t{3};
+  const size_t rowSize = DibRowBytes24(uint32_t(width));
   uint8_t *const bottom = block + sizeof header + rowSize * size_t(height - 1);
   // Each band is written from the source alone, so the bands may go to any
   // thread; the routine's own split runs inside on the thread that has it.
@@ -110,7 +95,7 @@ bool TurnQuarter(const PlanarImage &source, bool right, std::unique_ptr<CDib> &s
     for (int64_t r0 = first; r0 < last; r0 += kBandRows) {
       const auto r1 = int32_t(std::min<int64_t>(r0 + kBandRows, last));
       if (TurnBand(source, right, *planes, int32_t(r0), r1) != 0) failed = true;
-      PackRows(*planes, int32_t(r0), r1, bottom, rowSize);
+      DibPackPlanarRows(*planes, uint32_t(r0), uint32_t(r1), bottom, rowSize);
     }
   });
   // What follows the rows is zero in a new block; a reused one may hold a
