@@ -55,7 +55,8 @@ struct PixReduceOptions {
   int32_t words[4];  // zeroed by the editing view
 };
 // From an open raster file (`file`, opened for reading) or an in-memory
-// source (`src`); exactly one of the two.
+// source (`src`); exactly one of the two. ReducePlan (pixels/reduceplan.h)
+// makes the same reduction a range of rows at a time.
 [[nodiscard]] int ReduceImage(RasDesc *file, const PlanarImage *src, int mode, PlanarImage *dst,
                               const PixRect *rect, const PixReduceOptions *options,
                               PixProgress progress);

@@ -7,7 +7,9 @@
 // must fetch its samples column by column, runs once per destination row
 // instead of once per source row. Sums are integer; each pass rounds to
 // nearest and clamps to its range. Source indices are clamped at the edges
-// (the edge sample repeats), so a flat picture stays exactly flat.
+// (the edge sample repeats), so a flat picture stays exactly flat. The
+// tables are made once by ReducePlan, which any caller can run over any range
+// of destination rows; ReduceImage is that plan run over every row.
 //
 // Choices made here:
 // - Modes 0 and 1 give the same result; both are accepted so that either
@@ -22,7 +24,9 @@
 //   last report is 1.
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -34,6 +38,7 @@
 
 #include "pixels/pixels.h"
 #include "pixels/reduce_kernel.h"
+#include "pixels/reduceplan.h"
 #include "platform/workers.h"
 #include "raster/ras.h"
 
@@ -400,149 +405,31 @@ void FilterWide(const int16_t *line, const int32_t *starts, const int32_t *const
   }
 }
 
-// Everything the passes need, computed once before the first row.
-class Reducer {
- public:
-  Reducer(const ReduceKernel &kernel, int64_t step, int32_t sw, int32_t sh, int32_t dw, int32_t dh,
-          int32_t channels)
-      : kernel_(kernel), step_(step), sw_(sw), sh_(sh), dw_(dw), dh_(dh), channels_(channels) {}
-
-  [[nodiscard]] int Run(SourceRows &source, PlanarImage *dst, PixProgress progress) {
-    try {
-      Prepare();
-      const int opened = source.Open(kernel_.taps);
-      if (opened != 0) return opened;
-    } catch (const std::bad_alloc &) {
-      return -3;
-    }
-    dst->width = dw_;
-    dst->height = dh_;
-    // Rows of a source in memory can be read by any thread in any order, so
-    // without a callback to report to in order the rows are shared out; each
-    // thread blends into a line of its own.
-    if (source.Direct() && !progress) {
-      std::atomic<bool> failed{false};
-      SplitWork(dh_, 8, [&](int64_t r0, int64_t r1) {
-        try {
-          Scratch scratch(*this);
-          for (int64_t r = r0; r < r1; ++r)
-            Row(source, dst, static_cast<int32_t>(r), scratch);
-        } catch (const std::bad_alloc &) {
-          failed = true;
-        }
-      });
-      return failed ? -3 : 0;
-    }
-    try {
-      Scratch scratch(*this);
-      return InOrder(source, dst, progress, scratch);
-    } catch (const std::bad_alloc &) {
-      return -3;
-    }
+// Fits a dw x dh destination to a sw x sh source's aspect ratio; never
+// larger than either the source or the request. False when nothing of at
+// least 2 x 2 is left to filter into.
+bool FitReduction(int64_t sw, int64_t sh, int64_t *dw, int64_t *dh) {
+  const int64_t askedW = *dw, askedH = *dh;
+  if (askedW * sh > askedH * sw)
+    *dw = (askedH * sw + sh / 2) / sh;
+  else
+    *dh = (askedW * sh + sw / 2) / sw;
+  if (!(sw > *dw && sh > *dh)) {
+    *dw = std::min(sw, askedW);
+    *dh = std::min(sh, askedH);
   }
+  return *dw >= 2 && *dh >= 2;
+}
 
- private:
-  // One thread's working rows: the blended line with its repeated edges and
-  // the source rows under the vertical kernel.
-  struct Scratch {
-    std::vector<int16_t> line;
-    std::vector<const uint8_t *> rows;
-    explicit Scratch(const Reducer &r)
-        : line(static_cast<size_t>(r.padLeft_) + r.sw_ + r.hTaps_ + 2, 0),
-          rows(static_cast<size_t>(r.vTaps_)) {}
-  };
+// Source rows of an in-memory picture with pixel step 1, where they lie.
+const uint8_t *DirectRow(void *context, int32_t channel, int32_t y) {
+  const auto *src = static_cast<const PlanarImage *>(context);
+  return src->planes[channel] + static_cast<int64_t>(y) * src->rowStride;
+}
 
-  // Row after row on the calling thread, reading the source as it goes.
-  int InOrder(SourceRows &source, PlanarImage *dst, PixProgress progress, Scratch &scratch) const {
-    for (int32_t r = 0; r < dh_; ++r) {
-      const int code = source.Through(LastRowFor(r));
-      if (code != 0) return code;
-      Row(source, dst, r, scratch);
-      if (progress) {
-        const int stop = progress(static_cast<float>(r + 1) / static_cast<float>(dh_));
-        if (stop != 0) return stop;
-      }
-    }
-    return 0;
-  }
-
-  int64_t FirstRowFor(int32_t r) const {
-    return PlaceOf(static_cast<int64_t>(r) * step_).index - kernel_.lead;
-  }
-  int32_t LastRowFor(int32_t r) const {
-    return static_cast<int32_t>(std::min<int64_t>(FirstRowFor(r) + kernel_.taps - 1, sh_ - 1));
-  }
-
-  // Destination row r of every channel, once its source rows are available.
-  void Row(SourceRows &source, PlanarImage *dst, int32_t r, Scratch &scratch) const {
-    const int32_t taps = kernel_.taps;
-    const int32_t phase = PlaceOf(static_cast<int64_t>(r) * step_).phase;
-    const int64_t first = FirstRowFor(r);
-    int16_t *mid = scratch.line.data() + padLeft_;
-    const size_t rightStart = static_cast<size_t>(padLeft_) + sw_;
-    for (int32_t c = 0; c < channels_; ++c) {
-      for (int32_t t = 0; t < taps; ++t)
-        scratch.rows[t] =
-            source.Row(c, static_cast<int32_t>(std::clamp<int64_t>(first + t, 0, sh_ - 1)));
-      if (vTaps_ > taps) scratch.rows[taps] = scratch.rows[0];  // its weight is 0
-      BlendRows(scratch.rows.data(), vertical_.data() + phase * vTaps_, vTaps_ / 2, sw_, mid);
-      std::fill_n(scratch.line.data(), padLeft_, mid[0]);
-      std::fill(scratch.line.begin() + static_cast<ptrdiff_t>(rightStart), scratch.line.end(),
-                mid[sw_ - 1]);
-      uint8_t *out = dst->planes[c] + static_cast<int64_t>(r) * dst->rowStride;
-      if (taps <= kShortTaps)
-        FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, dw_, out,
-                    dst->pixelStep);
-      else
-        FilterWide(scratch.line.data(), starts_.data(), phaseRows_.data(), taps, dw_, out,
-                   dst->pixelStep);
-    }
-  }
-
-  // Per destination column: where its taps start in the blended row and its
-  // weights. The blended row repeats the edge samples, so no loop clamps.
-  void Prepare() {
-    const int32_t taps = kernel_.taps;
-    vTaps_ = taps + (taps & 1);
-    vertical_.assign(kReducePhases * static_cast<size_t>(vTaps_), 0);
-    for (int32_t p = 0; p < kReducePhases; ++p) {
-      int16_t *row = vertical_.data() + p * vTaps_;
-      int32_t total = 0;
-      for (int32_t t = 0; t < taps; ++t) {
-        row[t] = static_cast<int16_t>((kernel_.Row(p)[t] + 2) >> 2);
-        total += row[t];
-      }
-      row[taps / 2] = static_cast<int16_t>(row[taps / 2] - (total - (1 << kVerticalBits)));
-    }
-    hTaps_ = taps <= 4 ? 4 : (taps + 7) / 8 * 8;
-    padLeft_ = kernel_.lead;
-    starts_.resize(static_cast<size_t>(dw_));
-    if (taps <= kShortTaps)
-      columnWeights_.assign(static_cast<size_t>(dw_) * hTaps_, 0);
-    else
-      phaseRows_.resize(static_cast<size_t>(dw_));
-    for (int32_t i = 0; i < dw_; ++i) {
-      const Place place = PlaceOf(static_cast<int64_t>(i) * step_);
-      starts_[i] = static_cast<int32_t>(place.index - kernel_.lead + padLeft_);
-      if (taps <= kShortTaps)
-        std::copy_n(vertical_.data() + place.phase * vTaps_, taps,
-                    columnWeights_.data() + static_cast<size_t>(i) * hTaps_);
-      else
-        phaseRows_[i] = kernel_.Row(place.phase);
-    }
-  }
-
-  const ReduceKernel &kernel_;
-  int64_t step_;
-  int32_t sw_, sh_, dw_, dh_, channels_;
-  int32_t vTaps_ = 0;  // taps rounded up to pairs for the vertical pass
-  int32_t hTaps_ = 0;  // taps rounded up for the horizontal pass's lanes
-  int32_t padLeft_ = 0;
-  std::vector<int16_t> vertical_;           // 14-bit weight rows, vTaps_ each
-  std::vector<int32_t> starts_;             // per column, into line_
-  std::vector<int16_t> columnWeights_;      // short kernels: hTaps_ per column
-  std::vector<const int32_t *> phaseRows_;  // wide kernels: 16.16 row per column
-};
+const uint8_t *RingRow(void *context, int32_t channel, int32_t y) {
+  return static_cast<const SourceRows *>(context)->Row(channel, y);
+}
 
 bool ImageUsable(const PlanarImage *image) {
   if (image->sampleType != 1 || image->channels < 1 || image->channels > 4) return false;
@@ -596,6 +483,164 @@ int BuildReduceKernel(int32_t n, int32_t m, ReduceKernel *kernel) {
   return 0;
 }
 
+// One thread's working rows: the blended line with its repeated edges and
+// the source rows under the vertical kernel.
+struct ReducePlan::Scratch {
+  std::vector<int16_t> line;
+  std::vector<const uint8_t *> rows;
+  explicit Scratch(const ReducePlan &p)
+      : line(static_cast<size_t>(p.padLeft_) + p.sw_ + p.hTaps_ + 2, 0),
+        rows(static_cast<size_t>(p.vTaps_)) {}
+};
+
+int ReducePlan::Make(int32_t sw, int32_t sh, int32_t channels, int32_t dw, int32_t dh,
+                     std::unique_ptr<ReducePlan> *plan) {
+  if (!plan || sw < 1 || sh < 1 || channels < 1 || channels > 4 || dw < 2 || dh < 2) return -1;
+  int64_t fw = dw, fh = dh;
+  if (!FitReduction(sw, sh, &fw, &fh)) return -1;
+  std::unique_ptr<ReducePlan> made(new (std::nothrow) ReducePlan);
+  if (!made) return -3;
+  const int64_t stepx = ((int64_t{sw} - 1) * 65536) / (fw - 1);
+  const int64_t stepy = ((int64_t{sh} - 1) * 65536) / (fh - 1);
+  const int built = stepx <= stepy
+                        ? BuildReduceKernel(sw, static_cast<int32_t>(fw), &made->kernel_)
+                        : BuildReduceKernel(sh, static_cast<int32_t>(fh), &made->kernel_);
+  if (built != 0) return built;
+  made->step_ = std::min(stepx, stepy);
+  made->sw_ = sw;
+  made->sh_ = sh;
+  made->dw_ = static_cast<int32_t>(fw);
+  made->dh_ = static_cast<int32_t>(fh);
+  made->channels_ = channels;
+  try {
+    made->Prepare();
+  } catch (const std::bad_alloc &) {
+    return -3;
+  }
+  *plan = std::move(made);
+  return 0;
+}
+
+int64_t ReducePlan::FirstUnclamped(int32_t r) const {
+  return PlaceOf(static_cast<int64_t>(r) * step_).index - kernel_.lead;
+}
+
+int32_t ReducePlan::FirstRow(int32_t r) const {
+  return static_cast<int32_t>(std::clamp<int64_t>(FirstUnclamped(r), 0, sh_ - 1));
+}
+
+int32_t ReducePlan::LastRow(int32_t r) const {
+  return static_cast<int32_t>(
+      std::clamp<int64_t>(FirstUnclamped(r) + kernel_.taps - 1, 0, sh_ - 1));
+}
+
+int ReducePlan::Rows(RowAt rowAt, void *context, PlanarImage *dst, int32_t r0, int32_t r1,
+                     int32_t dstTop) const {
+  if (r0 >= r1) return 0;
+  try {
+    Scratch scratch(*this);
+    uint8_t *out[4] = {};
+    for (int32_t r = r0; r < r1; ++r) {
+      for (int32_t c = 0; c < channels_; ++c)
+        out[c] = dst->planes[c] + static_cast<int64_t>(r - dstTop) * dst->rowStride;
+      Row(rowAt, context, out, dst->pixelStep, r, scratch);
+    }
+  } catch (const std::bad_alloc &) {
+    return -3;
+  }
+  return 0;
+}
+
+// Destination row r of every channel, once its source rows are available.
+void ReducePlan::Row(RowAt rowAt, void *context, uint8_t *const *out, int32_t outStep, int32_t r,
+                     Scratch &scratch) const {
+  const int32_t taps = kernel_.taps;
+  const int32_t phase = PlaceOf(static_cast<int64_t>(r) * step_).phase;
+  const int64_t first = FirstUnclamped(r);
+  int16_t *mid = scratch.line.data() + padLeft_;
+  const size_t rightStart = static_cast<size_t>(padLeft_) + sw_;
+  for (int32_t c = 0; c < channels_; ++c) {
+    for (int32_t t = 0; t < taps; ++t)
+      scratch.rows[t] =
+          rowAt(context, c, static_cast<int32_t>(std::clamp<int64_t>(first + t, 0, sh_ - 1)));
+    if (vTaps_ > taps) scratch.rows[taps] = scratch.rows[0];  // its weight is 0
+    BlendRows(scratch.rows.data(), vertical_.data() + phase * vTaps_, vTaps_ / 2, sw_, mid);
+    std::fill_n(scratch.line.data(), padLeft_, mid[0]);
+    std::fill(scratch.line.begin() + static_cast<ptrdiff_t>(rightStart), scratch.line.end(),
+              mid[sw_ - 1]);
+    if (taps <= kShortTaps)
+      FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, dw_, out[c],
+                  outStep);
+    else
+      FilterWide(scratch.line.data(), starts_.data(), phaseRows_.data(), taps, dw_, out[c],
+                 outStep);
+  }
+}
+
+// Per destination column: where its taps start in the blended row and its
+// weights. The blended row repeats the edge samples, so no loop clamps.
+void ReducePlan::Prepare() {
+  const int32_t taps = kernel_.taps;
+  vTaps_ = taps + (taps & 1);
+  vertical_.assign(kReducePhases * static_cast<size_t>(vTaps_), 0);
+  for (int32_t p = 0; p < kReducePhases; ++p) {
+    int16_t *row = vertical_.data() + p * vTaps_;
+    int32_t total = 0;
+    for (int32_t t = 0; t < taps; ++t) {
+      row[t] = static_cast<int16_t>((kernel_.Row(p)[t] + 2) >> 2);
+      total += row[t];
+    }
+    row[taps / 2] = static_cast<int16_t>(row[taps / 2] - (total - (1 << kVerticalBits)));
+  }
+  hTaps_ = taps <= 4 ? 4 : (taps + 7) / 8 * 8;
+  padLeft_ = kernel_.lead;
+  starts_.resize(static_cast<size_t>(dw_));
+  if (taps <= kShortTaps)
+    columnWeights_.assign(static_cast<size_t>(dw_) * hTaps_, 0);
+  else
+    phaseRows_.resize(static_cast<size_t>(dw_));
+  for (int32_t i = 0; i < dw_; ++i) {
+    const Place place = PlaceOf(static_cast<int64_t>(i) * step_);
+    starts_[i] = static_cast<int32_t>(place.index - kernel_.lead + padLeft_);
+    if (taps <= kShortTaps)
+      std::copy_n(vertical_.data() + place.phase * vTaps_, taps,
+                  columnWeights_.data() + static_cast<size_t>(i) * hTaps_);
+    else
+      phaseRows_[i] = kernel_.Row(place.phase);
+  }
+}
+
+namespace {
+
+// Rows of a source in memory can be read by any thread in any order, so
+// without a callback to report to in order the rows are shared out.
+int ReduceShared(const ReducePlan &plan, const PlanarImage *src, PlanarImage *dst) {
+  std::atomic<bool> failed{false};
+  SplitWork(plan.Height(), 8, [&](int64_t r0, int64_t r1) {
+    if (plan.Rows(DirectRow, const_cast<PlanarImage *>(src), dst, static_cast<int32_t>(r0),
+                  static_cast<int32_t>(r1)) != 0)
+      failed = true;
+  });
+  return failed ? -3 : 0;
+}
+
+// Row after row on the calling thread, reading the source as it goes.
+int ReduceInOrder(const ReducePlan &plan, SourceRows &source, PlanarImage *dst,
+                  PixProgress progress) {
+  for (int32_t r = 0; r < plan.Height(); ++r) {
+    int code = source.Through(plan.LastRow(r));
+    if (code == 0) code = plan.Rows(RingRow, &source, dst, r, r + 1);
+    if (code != 0) return code;
+    if (progress) {
+      const int stop = progress(static_cast<float>(r + 1) / static_cast<float>(plan.Height()));
+      if (stop != 0) return stop;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
 int ReduceImage(RasDesc *file, const PlanarImage *src, int mode, PlanarImage *dst,
                 const PixRect *rect, const PixReduceOptions *options, PixProgress progress) {
   const int ready = PixReady();
@@ -625,29 +670,19 @@ int ReduceImage(RasDesc *file, const PlanarImage *src, int mode, PlanarImage *ds
   }
   if (channels != dst->channels) return -1;
 
-  int64_t dw = dst->width, dh = dst->height;
-  if (dw * sh > dh * sw)
-    dw = (dh * sw + sh / 2) / sh;
-  else
-    dh = (dw * sh + sw / 2) / sw;
-  if (!(sw > dw && sh > dh)) {
-    dw = std::min<int64_t>(sw, dst->width);
-    dh = std::min<int64_t>(sh, dst->height);
-  }
-  if (dw < 2 || dh < 2) return -1;
-
-  const int64_t stepx = ((sw - 1) * 65536) / (dw - 1);
-  const int64_t stepy = ((sh - 1) * 65536) / (dh - 1);
-  ReduceKernel kernel;
-  const int built =
-      stepx <= stepy
-          ? BuildReduceKernel(static_cast<int32_t>(sw), static_cast<int32_t>(dw), &kernel)
-          : BuildReduceKernel(static_cast<int32_t>(sh), static_cast<int32_t>(dh), &kernel);
-  if (built != 0) return built;
-
+  std::unique_ptr<ReducePlan> plan;
+  const int made = ReducePlan::Make(static_cast<int32_t>(sw), static_cast<int32_t>(sh), channels,
+                                    dst->width, dst->height, &plan);
+  if (made != 0) return made;
   SourceRows source(file, src, static_cast<int32_t>(sw), channels);
-  Reducer reducer(kernel, std::min(stepx, stepy), static_cast<int32_t>(sw),
-                  static_cast<int32_t>(sh), static_cast<int32_t>(dw), static_cast<int32_t>(dh),
-                  channels);
-  return reducer.Run(source, dst, progress);
+  try {
+    const int opened = source.Open(plan->Depth());
+    if (opened != 0) return opened;
+  } catch (const std::bad_alloc &) {
+    return -3;
+  }
+  dst->width = plan->Width();
+  dst->height = plan->Height();
+  if (source.Direct() && !progress) return ReduceShared(*plan, src, dst);
+  return ReduceInOrder(*plan, source, dst, progress);
 }
