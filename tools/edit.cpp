@@ -2,16 +2,26 @@
 // RGB form the application edits (every model converted as when a photo is
 // opened), one pixel routine, and the result written in the format of the
 // output name's extension.
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <vector>
 
 #include "pixels/pixels.h"
+#include "pixels/reduceplan.h"
+#include "platform/workers.h"
 #include "raster/ras.h"
 #include "tools/commands.h"
 #include "tools/photoio.h"
 #include "tools/toolio.h"
+#include "tools/toolmeta.h"
 
 namespace {
 
@@ -79,6 +89,236 @@ int RunCrop(int argc, char **argv) {
   return SavePhoto(argv[5], *result, photo.resolution);
 }
 
+namespace {
+
+// The reduced photo made a band of source rows at a time, so that neither the
+// photo nor the result is ever held whole: fresh memory is slow to come by,
+// and a band of each, reused, stays in the caches. Source rows go into a ring
+// deep enough for one band plus the rows the kernel reaches back; after each
+// band, the destination rows it completes are reduced on every thread into
+// one of two buffers, which the writer empties in order. With more than one
+// thread the bands are made on a thread of their own, one buffer ahead of the
+// writer, so that reading and reducing go on while rows are written.
+class ReducedRows {
+ public:
+  ReducedRows(const char *path, PhotoReader *reader, const ReducePlan &plan)
+      : path_(path), reader_(reader), plan_(plan) {}
+  ~ReducedRows() {
+    {
+      const std::lock_guard<std::mutex> held(lock_);
+      stop_ = true;
+    }
+    changed_.notify_all();
+    if (maker_.joinable()) maker_.join();
+  }
+  ReducedRows(const ReducedRows &) = delete;
+  ReducedRows &operator=(const ReducedRows &) = delete;
+
+  // 0, or the exit status after printing why.
+  int Start() {
+    const int32_t reach = plan_.Depth() + kBandRows;
+    depth_ = (reach + kBandRows - 1) / kBandRows * kBandRows;
+    try {
+      ring_.resize(size_t{3} * static_cast<size_t>(depth_) * plan_.SourceWidth());
+      if (WorkerCount() > 1) maker_ = std::thread([this] { MakeAll(); });
+    } catch (const std::exception &) {  // no memory; without a thread, bands made on demand
+      if (ring_.empty()) return Fail(path_, "too small or too large to zoom", RasErrMemory);
+    }
+    return 0;
+  }
+
+  // Destination row y, which the writer asks for in order. The last row
+  // waits for every source row to be read, as loading the whole photo would
+  // read them, so a damaged row past what the reduction reaches still
+  // refuses the file.
+  int Row(int32_t y, RasSl *sl) {
+    std::unique_lock<std::mutex> held(lock_);
+    asked_ = y;
+    changed_.notify_all();
+    const auto ready = [&] {
+      return code_ != RasOk || (made_ > y && (y + 1 < plan_.Height() || done_));
+    };
+    if (maker_.joinable()) {
+      changed_.wait(held, ready);
+    } else {
+      while (!ready()) {
+        held.unlock();
+        Step();
+        held.lock();
+      }
+    }
+    if (code_ != RasOk) return code_;
+    Buffer &buffer = buffers_[0].Holds(y) ? buffers_[0] : buffers_[1];
+    for (int k = 0; k < 3; ++k)
+      sl->plane8[k] = buffer.Row(k, y, plan_.Width());
+    return RasOk;
+  }
+
+  // The exit status for a code Row returned.
+  int Failed(int code) const {
+    if (stage_ == Stage::kRead) return Fail(path_, "cannot read a row", code);
+    if (stage_ == Stage::kMemory) return Fail(path_, "too small or too large to zoom", code);
+    return Refused("zoom", code, "the photo could not be resampled");
+  }
+
+ private:
+  static constexpr int32_t kBandRows = 64;
+  enum class Stage { kRead, kMemory, kReduce };
+
+  // Destination rows [top, end) in three planes of `capacity` rows.
+  struct Buffer {
+    std::vector<uint8_t> bytes;
+    int32_t capacity = 0, top = 0, end = 0;
+    bool Holds(int32_t y) const { return y >= top && y < end; }
+    uint8_t *Plane(int k, int32_t width) {
+      return bytes.data() + static_cast<size_t>(k) * capacity * static_cast<size_t>(width);
+    }
+    uint8_t *Row(int k, int32_t y, int32_t width) {
+      return Plane(k, width) + static_cast<size_t>(y - top) * static_cast<size_t>(width);
+    }
+  };
+
+  static const uint8_t *RingRow(void *context, int32_t channel, int32_t y) {
+    const auto *self = static_cast<const ReducedRows *>(context);
+    return self->ring_.data() + (static_cast<size_t>(channel) * self->depth_ + y % self->depth_) *
+                                    static_cast<size_t>(self->plan_.SourceWidth());
+  }
+
+  void MakeAll() {
+    for (;;) {
+      {
+        const std::lock_guard<std::mutex> held(lock_);
+        if (stop_ || done_ || code_ != RasOk) return;
+      }
+      Step();
+    }
+  }
+
+  // Reads the next band and reduces the destination rows it completes; once
+  // every source row is read, marks the work done.
+  void Step() {
+    if (read_ == reader_->height()) return Finish(RasOk, Stage::kRead);
+    const int code = ReadBand();
+    if (code != RasOk) return Finish(code, Stage::kRead);
+    int32_t end = produced_;
+    while (end < plan_.Height() && (read_ == reader_->height() || plan_.LastRow(end) < read_))
+      ++end;
+    if (end == produced_) return;
+    Buffer &buffer = buffers_[bands_++ % 2];
+    {
+      // The writer is done with a buffer once it asks for a row past it.
+      std::unique_lock<std::mutex> held(lock_);
+      changed_.wait(held, [&] { return stop_ || asked_ >= buffer.end; });
+      if (stop_) return;
+    }
+    if (end - produced_ > buffer.capacity) {
+      try {
+        buffer.bytes.resize(size_t{3} * static_cast<size_t>(end - produced_) * plan_.Width());
+      } catch (const std::bad_alloc &) {
+        return Finish(RasErrMemory, Stage::kMemory);
+      }
+      buffer.capacity = end - produced_;
+    }
+    const int reduced = Reduce(buffer, produced_, end);
+    if (reduced != 0) return Finish(reduced, Stage::kReduce);
+    const std::lock_guard<std::mutex> held(lock_);
+    buffer.top = produced_;
+    buffer.end = end;
+    made_ = produced_ = end;
+    changed_.notify_all();
+  }
+
+  // The next band of source rows into the ring. Bands start at multiples of
+  // kBandRows, which divides the ring's depth, so each lies in one run.
+  int ReadBand() {
+    const int32_t first = read_, last = std::min(first + kBandRows, reader_->height());
+    const int32_t width = plan_.SourceWidth();
+    PlanarImage band{1, 3, width, last - first, 0, 1, width, {}};
+    for (int k = 0; k < 3; ++k)
+      band.planes[k] = ring_.data() + (static_cast<size_t>(k) * depth_ + first % depth_) *
+                                          static_cast<size_t>(width);
+    const int code = reader_->Read(first, last, band, first);
+    if (code == RasOk) read_ = last;
+    return code;
+  }
+
+  // Destination rows [first, end) into `buffer`, on every thread.
+  int Reduce(Buffer &buffer, int32_t first, int32_t end) {
+    PlanarImage dst{1, 3, plan_.Width(), buffer.capacity, 0, 1, plan_.Width(), {}};
+    for (int k = 0; k < 3; ++k)
+      dst.planes[k] = buffer.Plane(k, plan_.Width());
+    std::atomic<int> failed{0};
+    SplitWork(end - first, 4, [&](int64_t r0, int64_t r1) {
+      const int got = plan_.Rows(RingRow, this, &dst, first + static_cast<int32_t>(r0),
+                                 first + static_cast<int32_t>(r1), first);
+      if (got != 0) failed = got;
+    });
+    return failed.load();
+  }
+
+  void Finish(int code, Stage stage) {
+    const std::lock_guard<std::mutex> held(lock_);
+    if (code == RasOk) {
+      done_ = true;
+    } else {
+      code_ = code;
+      stage_ = stage;
+    }
+    changed_.notify_all();
+  }
+
+  const char *path_;
+  PhotoReader *reader_;
+  const ReducePlan &plan_;
+  // The maker's own: the ring and how far it got.
+  int32_t depth_ = 0;          // source rows the ring holds
+  std::vector<uint8_t> ring_;  // 3 planes of depth_ source rows
+  int32_t read_ = 0;           // source rows read so far
+  int32_t produced_ = 0;       // destination rows made so far
+  int64_t bands_ = 0;          // bands that made rows, to take turns with the buffers
+  // Shared with the writer, under lock_.
+  std::mutex lock_;
+  std::condition_variable changed_;
+  Buffer buffers_[2];
+  int32_t made_ = 0;   // destination rows the writer may take
+  int32_t asked_ = 0;  // the row the writer asks for; those before it are written
+  bool done_ = false;  // every source row read and every destination row made
+  bool stop_ = false;
+  int code_ = RasOk;  // the first failure, and where it came from
+  Stage stage_ = Stage::kRead;
+  std::thread maker_;
+};
+
+// Zooms out without holding the photo: only when nothing is to turn upright
+// and the reduction can be planned; otherwise *streamed is false and the
+// whole-photo path runs, with its own messages.
+int ZoomOutStreamed(const char *in, const char *out, double factor, bool *streamed) {
+  *streamed = false;
+  PhotoReader reader;
+  if (const int status = reader.Open(in)) {
+    *streamed = true;
+    return status;
+  }
+  if (ReadSourceMeta(in) != 1) return 0;
+  // The size the editing view gives the result: trunc(size x factor).
+  const auto scaled = [factor](int32_t size) {
+    return static_cast<int32_t>(static_cast<float>(size) * static_cast<float>(factor));
+  };
+  std::unique_ptr<ReducePlan> plan;
+  if (ReducePlan::Make(reader.width(), reader.height(), 3, scaled(reader.width()),
+                       scaled(reader.height()), &plan) != 0)
+    return 0;
+  *streamed = true;
+  ReducedRows rows(in, &reader, *plan);
+  if (const int status = rows.Start()) return status;
+  return SavePhoto(
+      out, plan->Width(), plan->Height(), reader.resolution(),
+      [&rows](int32_t y, RasSl *sl) { return rows.Row(y, sl); },
+      [&rows](int code) { return rows.Failed(code); });
+}
+
+}  // namespace
+
 int RunZoom(int argc, char **argv) {
   const char *usage = "zoom 25|50|75|100|200|400|800 IN OUT";
   int32_t percent = 0;
@@ -86,11 +326,16 @@ int RunZoom(int argc, char **argv) {
   if (percent != 25 && percent != 50 && percent != 75 && percent != 100 && percent != 200 &&
       percent != 400 && percent != 800)
     return Usage(usage);
+  const double factor = percent * 0.01;
+  if (factor < 1.0) {
+    bool streamed = false;
+    const int status = ZoomOutStreamed(argv[1], argv[2], factor, &streamed);
+    if (streamed) return status;
+  }
   Photo photo;
   if (const int status = LoadPhoto(argv[1], &photo)) return status;
   // As the editing view zooms: a result of trunc(size x factor), enlarged by
   // replication with centred offsets, or reduced over the whole photo.
-  const double factor = percent * 0.01;
   Planar result(PlanarCreateScaled(photo.image.get(), static_cast<float>(factor)));
   if (!result) return Fail(argv[1], "too small or too large to zoom", RasErrMemory);
   int code;

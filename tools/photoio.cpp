@@ -10,16 +10,18 @@
 
 namespace {
 
-// Rows [first, last) of an open file into the planes of `p`; RGB rows go
-// straight into the planes, other models through a scanline of their own
-// and are converted. On failure `*failed` is the row that failed.
-int ReadRows(RasDesc *desc, uint32_t first, uint32_t last, const PlanarImage &p, uint32_t *failed) {
+// Rows [first, last) of an open file into the planes of `p`, whose row 0 is
+// picture row `top`; RGB rows go straight into the planes, other models
+// through a scanline of their own and are converted. On failure `*failed` is
+// the row that failed.
+int ReadRows(RasDesc *desc, int32_t first, int32_t last, const PlanarImage &p, int32_t top,
+             int32_t *failed) {
   Scanline row;
   const bool direct = desc->model == RasModelRgb && desc->maxval <= 255;
-  for (uint32_t y = first; y < last; ++y) {
-    const size_t at = size_t{y} * static_cast<size_t>(p.rowStride);
+  for (int32_t y = first; y < last; ++y) {
+    const size_t at = size_t(y - top) * static_cast<size_t>(p.rowStride);
     RasSl into{desc->width, 3, {p.planes[0] + at, p.planes[1] + at, p.planes[2] + at}, {}};
-    int code = RasReadSl(desc, y, direct ? &into : &row.sl);
+    int code = RasReadSl(desc, static_cast<uint32_t>(y), direct ? &into : &row.sl);
     if (code == RasOk && !direct)
       code = RasSlToRgb(&row.sl, desc, into.plane8[0], into.plane8[1], into.plane8[2]);
     if (code != RasOk) {
@@ -30,30 +32,59 @@ int ReadRows(RasDesc *desc, uint32_t first, uint32_t last, const PlanarImage &p,
   return RasOk;
 }
 
+}  // namespace
+
+int PhotoReader::Open(const char *path) {
+  path_ = path;
+  int code = RasGetInfo(path, &in_.desc);
+  if (code == RasOk) code = RasOpen(path, 'r', &in_.desc);
+  if (code != RasOk) return Fail(path, "not a readable photo", code);
+  return 0;
+}
+
+int PhotoReader::Read(int32_t first, int32_t last, const PlanarImage &into, int32_t top) {
+  if (in_.desc.format == RasFormatBmp) return ReadShared(first, last, into, top);
+  int32_t failed = 0;
+  return ReadRows(&in_.desc, first, last, into, top, &failed);
+}
+
+// A spare descriptor of the file, or a new one checked against the first.
+std::unique_ptr<OpenRaster> PhotoReader::Descriptor(int *code) {
+  {
+    const std::lock_guard<std::mutex> held(lock_);
+    if (!spare_.empty()) {
+      std::unique_ptr<OpenRaster> spare = std::move(spare_.back());
+      spare_.pop_back();
+      return spare;
+    }
+  }
+  auto own = std::make_unique<OpenRaster>();
+  own->desc.format = in_.desc.format;
+  *code = RasOpen(path_.c_str(), 'r', &own->desc);
+  if (*code == RasOk && (own->desc.width != in_.desc.width || own->desc.height != in_.desc.height ||
+                         own->desc.model != in_.desc.model))
+    *code = RasErrFormat;  // the file changed under us
+  return own;
+}
+
 // A BMP row lies at a place computed from its number, so each thread reads a
-// band of rows through a descriptor of its own: the copy from the file, the
-// spread into planes and the first touch of the fresh planes run on every
-// core. A damaged file fails at the same first row, with the same code, as
-// reading it in order would.
-int ReadBands(const char *path, const RasDesc &header, const PlanarImage &p) {
-  constexpr int64_t kBandRows = 128;
-  std::mutex lock;
-  uint32_t firstFailed = UINT32_MAX;
+// part of the rows through a descriptor of its own: the copy from the file,
+// the spread into planes and the first touch of fresh planes run on every
+// core.
+int PhotoReader::ReadShared(int32_t first, int32_t last, const PlanarImage &into, int32_t top) {
+  constexpr int64_t kGrainRows = 16;
+  int32_t firstFailed = INT32_MAX;
   int code = RasOk;
-  SplitWork(header.height, kBandRows, [&](int64_t first, int64_t last) {
-    OpenRaster own;
-    own.desc.format = header.format;
-    uint32_t failed = static_cast<uint32_t>(first);
-    int got = RasOpen(path, 'r', &own.desc);
-    if (got == RasOk && (own.desc.width != header.width || own.desc.height != header.height ||
-                         own.desc.model != header.model))
-      got = RasErrFormat;  // the file changed under us
+  SplitWork(last - first, kGrainRows, [&](int64_t from, int64_t to) {
+    int got = RasOk;
+    std::unique_ptr<OpenRaster> own = Descriptor(&got);
+    int32_t failed = first + static_cast<int32_t>(from);
     if (got == RasOk)
-      got = ReadRows(&own.desc, static_cast<uint32_t>(first), static_cast<uint32_t>(last), p,
-                     &failed);
-    if (got == RasOk) return;
-    const std::lock_guard<std::mutex> held(lock);
-    if (failed < firstFailed) {
+      got = ReadRows(&own->desc, failed, first + static_cast<int32_t>(to), into, top, &failed);
+    const std::lock_guard<std::mutex> held(lock_);
+    if (got == RasOk) {
+      spare_.push_back(std::move(own));
+    } else if (failed < firstFailed) {
       firstFailed = failed;
       code = got;
     }
@@ -61,27 +92,19 @@ int ReadBands(const char *path, const RasDesc &header, const PlanarImage &p) {
   return code;
 }
 
-}  // namespace
-
 int LoadPhoto(const char *path, Photo *photo) {
-  OpenRaster in;
-  int code = RasGetInfo(path, &in.desc);
-  if (code == RasOk) code = RasOpen(path, 'r', &in.desc);
-  if (code != RasOk) return Fail(path, "not a readable photo", code);
-  photo->image.reset(
-      PlanarCreate(static_cast<int32_t>(in.desc.width), static_cast<int32_t>(in.desc.height), 3));
+  PhotoReader reader;
+  if (const int status = reader.Open(path)) return status;
+  photo->image.reset(PlanarCreate(reader.width(), reader.height(), 3));
   if (!photo->image) return Fail(path, "too large to edit", RasErrMemory);
-  photo->resolution = in.desc.resolution;
-  uint32_t failed = 0;
-  code = in.desc.format == RasFormatBmp
-             ? ReadBands(path, in.desc, *photo->image)
-             : ReadRows(&in.desc, 0, in.desc.height, *photo->image, &failed);
+  photo->resolution = reader.resolution();
+  const int code = reader.Read(0, reader.height(), *photo->image, 0);
   if (code != RasOk) return Fail(path, "cannot read a row", code);
   return OrientLoaded(path, photo);
 }
 
 int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
-              const RowSource &rows) {
+              const RowSource &rows, const RowFailure &failed) {
   OutputFile file(path);
   if (!file.temp()) return Fail(path, "cannot create", RasErrOpen);
   OpenRaster out;
@@ -93,6 +116,7 @@ int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
   RasSl sl{static_cast<uint32_t>(width), 3, {}, {}};
   for (int32_t y = 0; y < height && code == RasOk; ++y) {
     code = rows(y, &sl);
+    if (code != RasOk && failed) return failed(code);
     if (code == RasOk) code = RasWriteSl(&out.desc, static_cast<uint32_t>(y), &sl);
   }
   if (code == RasOk) code = RasClose(&out.desc);

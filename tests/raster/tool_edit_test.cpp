@@ -1,9 +1,12 @@
 // korvel-raster's edit commands as a user runs them: the same pixel routines
 // the editing view uses, on every model the library reads.
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "raster/ras.h"
 #include "tests/raster/testutil.h"
@@ -16,6 +19,82 @@ int RunEdit(const std::string &args, std::string *out = nullptr) {
   const ToolResult result = RunTool(args);
   if (out) *out = result.out;
   return result.status;
+}
+
+// A JPEG's bytes with an EXIF block carrying `orientation` right after the
+// start marker, the rest unchanged, so it decodes to the same pixels.
+Bytes WithOrientation(const Bytes &jpeg, int orientation) {
+  const Bytes exif = {0xFF,
+                      0xE1,
+                      0,
+                      34,
+                      'E',
+                      'x',
+                      'i',
+                      'f',
+                      0,
+                      0,  // APP1, length 34
+                      'I',
+                      'I',
+                      42,
+                      0,
+                      8,
+                      0,
+                      0,
+                      0,  // little-endian TIFF
+                      1,
+                      0,
+                      0x12,
+                      0x01,
+                      3,
+                      0,
+                      1,
+                      0,
+                      0,
+                      0,  // 1 entry: 0x0112 SHORT
+                      static_cast<uint8_t>(orientation),
+                      0,
+                      0,
+                      0,
+                      0,
+                      0,
+                      0,
+                      0};  // value, no next
+  Bytes out(jpeg.begin(), jpeg.begin() + 2);
+  out.insert(out.end(), exif.begin(), exif.end());
+  out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+  return out;
+}
+
+Picture Read(const std::string &path) {
+  Picture picture;
+  EXPECT_EQ(ReadPicture(path, &picture), RasOk) << path;
+  return picture;
+}
+
+// Names in the folder of `path` that start with its file name: the output
+// itself and any temporary file beside it.
+std::vector<std::string> Beside(const std::string &path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = path.substr(0, slash), name = path.substr(slash + 1);
+  std::vector<std::string> found;
+  if (DIR *dir = opendir(folder.c_str())) {
+    while (const dirent *entry = readdir(dir))
+      if (std::string(entry->d_name).rfind(name, 0) == 0) found.push_back(entry->d_name);
+    closedir(dir);
+  }
+  return found;
+}
+
+// Runs `body` with the tool on one thread and on as many as it likes.
+template <class Body>
+void OnOneThreadAndMany(Body body) {
+  for (const bool one : {true, false}) {
+    SCOPED_TRACE(one ? "one thread" : "every thread");
+    if (one) setenv("KORVEL_THREADS", "1", 1);
+    body();
+    unsetenv("KORVEL_THREADS");
+  }
 }
 
 TEST(ToolEdit, RotatingRightFourTimesAndLeftThenRightGiveTheOriginal) {
@@ -71,6 +150,92 @@ TEST(ToolEdit, CropAndZoomGiveTheViewsSizesAndSamples) {
   ASSERT_EQ(RunEdit("zoom 50 " + in + " " + out), 0);
   ASSERT_EQ(ReadPicture(out, &result), RasOk);
   EXPECT_TRUE(result.width == 6 && result.height == 4) << result.width << "x" << result.height;
+}
+
+// Zooming out reads the photo a band at a time unless it must be turned
+// upright first, which takes the whole-photo path. A JPEG tagged as stored
+// upside down (whole path, turned) must give exactly the bytes of the same
+// pixels stored turned in a BMP or TIFF (streamed); the JPEG itself and a grey
+// one (streamed, converted to RGB) give those of their pixels in a BMP. The
+// photo is several bands high and an odd size.
+TEST(ToolEdit, ZoomingOutInBandsGivesTheWholePhotosBytes) {
+  const std::string plain = TempPath("zs_plain.jpg"), tagged = TempPath("zs_tagged.jpg"),
+                    grey = TempPath("zs_grey.jpg"), turned = TempPath("zs_turned.bmp"),
+                    turnedTiff = TempPath("zs_turned.tif"), upright = TempPath("zs_upright.bmp"),
+                    greyBmp = TempPath("zs_grey.bmp"), whole = TempPath("zs_whole.bmp"),
+                    out = TempPath("zs_out.bmp"), again = TempPath("zs_again.bmp");
+  ASSERT_EQ(WritePicture(plain, RasFormatJpeg, RasModelRgb, Pattern(67, 301, 3)), RasOk);
+  ASSERT_EQ(WritePicture(grey, RasFormatJpeg, RasModelGray, Pattern(67, 301, 1)), RasOk);
+  WriteFile(tagged, WithOrientation(ReadFile(plain), 3));
+  ASSERT_EQ(RunEdit("rotate 180 " + plain + " " + turned), 0);
+  ASSERT_EQ(WritePicture(turnedTiff, RasFormatTiff, RasModelRgb, Read(turned)), RasOk);
+  ASSERT_EQ(RunEdit("rotate 180 " + turned + " " + upright), 0);
+  ASSERT_EQ(
+      RunEdit("rotate 180 " + grey + " " + out) + RunEdit("rotate 180 " + out + " " + greyBmp), 0);
+  for (const int percent : {25, 50, 75}) {
+    SCOPED_TRACE(percent);
+    const std::string zoom = "zoom " + std::to_string(percent) + " ";
+    ASSERT_EQ(RunEdit(zoom + tagged + " " + whole), 0);
+    const Picture expected = Read(whole);
+    ASSERT_EQ(expected.width, 67u * percent / 100);
+    ASSERT_EQ(RunEdit(zoom + upright + " " + out), 0);
+    const Picture fromUpright = Read(out);
+    ASSERT_EQ(RunEdit(zoom + greyBmp + " " + out), 0);
+    const Picture fromGrey = Read(out);
+    ASSERT_EQ(RunEdit(zoom + "--keep-orientation " + tagged + " " + out), 0);
+    EXPECT_TRUE(Read(out) == fromUpright);
+    OnOneThreadAndMany([&] {
+      for (const auto &[in, want] : {std::pair{turned, &expected},
+                                     {turnedTiff, &expected},
+                                     {plain, &fromUpright},
+                                     {grey, &fromGrey}}) {
+        ASSERT_EQ(RunEdit(zoom + in + " " + out), 0) << in;
+        EXPECT_TRUE(Read(out) == *want) << in;
+      }
+    });
+  }
+}
+
+// A damaged photo is refused with the same words and code whether it is read
+// in bands or whole, and leaves nothing beside the output's name; a file
+// already there is kept as it was.
+TEST(ToolEdit, ZoomingOutADamagedPhotoRefusesAsBeforeAndWritesNothing) {
+  const std::string bmp = TempPath("zd_cut.bmp"), jpeg = TempPath("zd.jpg"),
+                    tagged = TempPath("zd_tagged.jpg"), out = TempPath("zd_out.bmp"),
+                    kept = TempPath("zd_kept.bmp");
+  ASSERT_EQ(WritePicture(bmp, RasFormatBmp, RasModelRgb, Pattern(67, 301, 3)), RasOk);
+  Bytes bytes = ReadFile(bmp);
+  bytes.resize(bytes.size() * 2 / 3);  // BMP rows go bottom up: the top rows are gone
+  WriteFile(bmp, bytes);
+  ASSERT_EQ(WritePicture(jpeg, RasFormatJpeg, RasModelRgb, Pattern(67, 301, 3)), RasOk);
+  const Bytes whole = ReadFile(jpeg);
+  Bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(whole.size() / 2)),
+      marked = whole;
+  marked[whole.size() / 2] = 0xFF;  // a table marker in the middle of the picture's data
+  marked[whole.size() / 2 + 1] = 0xC4;
+  ASSERT_EQ(WritePicture(kept, RasFormatBmp, RasModelRgb, Pattern(5, 4, 3)), RasOk);
+  const Bytes before = ReadFile(kept);
+  OnOneThreadAndMany([&] {
+    const std::string zoom = "zoom 50 ";
+    std::string text;
+    EXPECT_EQ(RunEdit(zoom + bmp + " " + out, &text), 1);
+    EXPECT_EQ(text, "korvel-raster: " + bmp +
+                        ": cannot read a row: read failed or was short (code -5)\n");
+    for (const Bytes *damaged : {&cut, &marked}) {
+      // Tagged, the photo is loaded whole to be turned; untagged, in bands.
+      std::string loaded, banded;
+      WriteFile(tagged, WithOrientation(*damaged, 3));
+      WriteFile(jpeg, *damaged);
+      EXPECT_EQ(RunEdit(zoom + tagged + " " + out, &loaded), 1);
+      EXPECT_EQ(RunEdit(zoom + jpeg + " " + out, &banded), 1);
+      ASSERT_NE(loaded.find(tagged + ": cannot read a row: "), std::string::npos) << loaded;
+      EXPECT_EQ(banded, "korvel-raster: " + jpeg + loaded.substr(loaded.find(": cannot")));
+    }
+    EXPECT_EQ(RunEdit(zoom + jpeg + " " + kept), 1);
+    EXPECT_EQ(Beside(out), std::vector<std::string>{});
+    EXPECT_EQ(Beside(kept), std::vector<std::string>{kept.substr(kept.rfind('/') + 1)});
+    EXPECT_EQ(ReadFile(kept), before);
+  });
 }
 
 }  // namespace
