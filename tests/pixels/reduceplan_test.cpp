@@ -190,4 +190,31 @@ TEST(ReducePlan, RefusesWhatReduceImageRefuses) {
   EXPECT_EQ(ReducePlan::Make(31, 31, 3, 20, 20, nullptr), -1);
 }
 
+// Reductions to a half and more filter eight columns at a time where the
+// processor allows; the bytes are those of the four-column form, at pixel
+// step 1 and into interleaved planes.
+TEST(ReducePlan, EightColumnFilterGivesTheSameBytesAtAnyPixelStep) {
+  for (const int32_t sw : {37, 301}) {
+    for (const int32_t dw : {sw * 3 / 4, sw / 2 + 1}) {
+      for (const int32_t step : {1, 3}) {
+        SCOPED_TRACE(testing::Message() << sw << " to " << dw << " step " << step);
+        const Planes src = NoisePicture(sw, 23, 3);
+        const auto run = [&](bool avx2) {
+          std::vector<uint8_t> bytes(size_t(dw) * 23 * 3, 0);
+          PlanarImage dst{1, 3, dw, 23, 0, step, dw * step, {}};
+          for (int32_t c = 0; c < 3; ++c)
+            dst.planes[c] = bytes.data() + (step == 1 ? size_t(dw) * 23 * c : size_t(c));
+          const PixRect rect{};
+          const PixReduceOptions options{};
+          const bool old = SetReduceAvx2(avx2);
+          EXPECT_EQ(ReduceImage(nullptr, &src.image, 1, &dst, &rect, &options, nullptr), 0);
+          SetReduceAvx2(old);
+          return bytes;
+        };
+        EXPECT_EQ(run(true), run(false));
+      }
+    }
+  }
+}
+
 }  // namespace
