@@ -1,7 +1,7 @@
 // The editing view's display, its mouse, and its edits. Every edit works on
-// the current picture's planes and commits a new picture block, so a copy
-// kept elsewhere (the previous image, the work area's photo) never changes
-// under it.
+// the current picture's planes and commits new planes as a new picture, so a
+// copy kept elsewhere (the previous image, the work area's photo) never
+// changes under it.
 #include "views/imageview.h"
 
 #include <QMouseEvent>
@@ -22,6 +22,10 @@
 namespace {
 
 constexpr QRgb kBackground = qRgb(0xdc, 0xdc, 0xdc);
+
+constexpr const char *kNoRoomToKeep =
+    "There is not enough memory to keep the changes. Close other programs or photos and try "
+    "again.";
 
 }  // namespace
 
@@ -49,12 +53,11 @@ void CImageView::OnInitialUpdate() {
 void CImageView::LoadCurrentPhoto() {
   current_.reset();
   previous_.reset();
-  currentPlanes_.reset();
-  previousPlanes_.reset();
   const int index = doc_->CurrentIndex();
   if (index != -1) {
-    current_ = std::make_unique<CDib>(doc_->ImageAt(index));
-    previous_ = std::make_unique<CDib>(doc_->ImageAt(index));
+    const CDib photo = doc_->ImageAt(index);
+    current_ = std::make_shared<EditorPicture>(photo);
+    previous_ = std::make_shared<EditorPicture>(photo);
   }
   changed_ = false;
   dragging_ = false;
@@ -87,7 +90,7 @@ CRectTracker::Rect CImageView::SelectionInPhoto() const {
 void CImageView::Rezoom() {
   // Only a reduction reads the whole picture; enlargements convert the
   // visible part alone.
-  zoomed_.Set(current_.get(), Scale(), Scale() < 1.0f ? CurrentPlanes() : nullptr);
+  zoomed_.Set(current_, Scale());
   // The client rectangle is the view less the scroll bars this picture
   // needs: one that fits is centred in the whole view, not beside a bar an
   // earlier, larger picture needed.
@@ -230,23 +233,13 @@ void CImageView::mouseReleaseEvent(QMouseEvent *event) {
 }
 
 const PlanarImage *CImageView::CurrentPlanes() {
-  if (!currentPlanes_ && current_) currentPlanes_.reset(PlanarFromDib(*current_));
-  return currentPlanes_.get();
+  return current_ ? current_->Planes() : nullptr;
 }
 
-void CImageView::MakeCurrent(const CDib &picture, Planar planes) {
-  previous_ = std::make_unique<CDib>(current_ ? *current_ : CDib());
-  previousPlanes_ = std::move(currentPlanes_);
-  current_ = std::make_unique<CDib>(picture);
-  currentPlanes_ = std::move(planes);
+void CImageView::Commit(Planar result) {
+  previous_ = std::move(current_);
+  current_ = std::make_shared<EditorPicture>(std::move(result));
   Rezoom();
-}
-
-bool CImageView::Commit(Planar result) {
-  HGLOBAL block = DibFromPlanar(result.get());
-  if (!block) return false;  // the user keeps the picture they had
-  MakeCurrent(CDib(block), std::move(result));
-  return true;
 }
 
 void CImageView::Rotate(int direction) {
@@ -254,14 +247,13 @@ void CImageView::Rotate(int direction) {
   changed_ = true;
   const PlanarImage *source = CurrentPlanes();
   if (!source) return;
-  // The picture the turn drops lends its storage to the turned one.
-  std::unique_ptr<CDib> dropped = std::move(previous_);
-  TurnedPicture turned;
-  if (!TurnQuarter(*source, direction == 1, dropped, previousPlanes_, &turned)) {
-    previous_ = std::move(dropped);  // the user keeps the picture they had
-    return;
-  }
-  MakeCurrent(turned.picture, std::move(turned.planes));
+  // The picture the turn drops lends its storage to the turned one, unless
+  // something else (the colour tool's source) still reads it.
+  Planar none;
+  Planar &spare = previous_.use_count() == 1 ? previous_->StorageToReuse() : none;
+  Planar turned = TurnQuarter(*source, direction == 1, spare);
+  if (!turned) return;  // the user keeps the picture they had
+  Commit(std::move(turned));
 }
 
 void CImageView::Zoom(double factor) {
@@ -293,7 +285,7 @@ int CImageView::Crop() {
   Planar result(PlanarCreateRect(source, r.left, r.top, r.right, r.bottom));
   if (!result) return -1;
   if (const int code = CropImage(source, r.left, r.top, result.get(), nullptr)) return code;
-  if (!Commit(std::move(result))) return -1;
+  Commit(std::move(result));
   tracker_.rect_ = {};
   viewport()->update();
   return 0;
@@ -302,16 +294,17 @@ int CImageView::Crop() {
 void CImageView::RemoveRedEyeAt(QPoint photo) {
   if (!current_) return;
   changed_ = true;
-  Planar copy(PlanarFromDib(*current_));
+  Planar copy(current_->CopyArea(QRect(0, 0, int(current_->Width()), int(current_->Height()))));
   // The routine refuses points outside the photo; nothing changes then.
   if (!copy || RemoveRedEye(copy.get(), photo.x(), photo.y(), 2, 0) != 0) return;
-  if (Commit(std::move(copy))) tracker_.rect_ = {};
+  Commit(std::move(copy));
+  tracker_.rect_ = {};
 }
 
 void CImageView::StartColorCorrection() {
   mode_ = "COLORCORRECTION";
   ResetColorState();
-  colorSource_.reset(current_ ? PlanarFromDib(*current_) : nullptr);
+  colorSource_ = current_;
 }
 
 void CImageView::ResetColorState() {
@@ -338,11 +331,11 @@ void CImageView::ColorCorrectAt(QPoint photo, int tool) {
 }
 
 int CImageView::ApplyColorCorrection() {
-  if (!colorSource_ || !colorParams_) return -1;
+  const PlanarImage *source = colorSource_ ? colorSource_->Planes() : nullptr;
+  if (!source || !colorParams_) return -1;
   CcTransform transform{};
-  if (const int code = CcBuildTransform(colorParams_.get(), colorSource_.get(), &transform))
-    return code;
-  const PlanarImage &src = *colorSource_;
+  if (const int code = CcBuildTransform(colorParams_.get(), source, &transform)) return code;
+  const PlanarImage &src = *source;
   // The result has the source's size: every click starts again from it.
   Planar result(PlanarCreate(src.width, src.height, 3));
   int code = result ? 0 : -1;
@@ -357,7 +350,7 @@ int CImageView::ApplyColorCorrection() {
                        uint32_t(src.pixelStep), src.rowStride, &to, uint32_t(result->pixelStep),
                        result->rowStride);
   }
-  if (code == 0 && !Commit(std::move(result))) code = -3;
+  if (code == 0) Commit(std::move(result));
   (void)CcFreeTransform(&transform);
   if (code != 0) return code;
   changed_ = true;
@@ -365,11 +358,20 @@ int CImageView::ApplyColorCorrection() {
   return 0;
 }
 
-void CImageView::KeepChanges() {
-  if (doc_->CurrentIndex() != -1 && current_)
-    doc_->ReplaceImage(doc_->CurrentIndex(), *current_, 1, QString());
+bool CImageView::KeepChanges() {
+  if (doc_->CurrentIndex() != -1 && current_) {
+    // The edit's block is made only now; without the memory for it the
+    // edit stays in the editor rather than being lost.
+    const CDib *picture = current_->Picture();
+    if (!picture) {
+      AfxMessageBox(kNoRoomToKeep);
+      return false;
+    }
+    doc_->ReplaceImage(doc_->CurrentIndex(), *picture, 1, QString());
+  }
   changed_ = false;
   mode_.clear();
+  return true;
 }
 
 bool CImageView::QueryKeepChanges() {
@@ -377,8 +379,7 @@ bool CImageView::QueryKeepChanges() {
   switch (AfxMessageBox("The image has changed. Do you want to keep these changes?",
                         KorvelPrompt::MB_YESNOCANCEL)) {
     case KorvelPrompt::IDYES:
-      KeepChanges();
-      return true;
+      return KeepChanges();
     case KorvelPrompt::IDNO:
       return true;
     default:
@@ -389,9 +390,6 @@ bool CImageView::QueryKeepChanges() {
 void CImageView::Undo() {
   if (mode_ == "COLORCORRECTION" && colorParams_ && colorParams_->pointCount > 0)
     --colorParams_->pointCount;
-  const CDib temp = current_ ? *current_ : CDib();
-  current_ = std::make_unique<CDib>(previous_ ? *previous_ : CDib());
-  previous_ = std::make_unique<CDib>(temp);
-  std::swap(currentPlanes_, previousPlanes_);
+  std::swap(current_, previous_);
   Rezoom();
 }

@@ -13,6 +13,7 @@
 #include "photo/dib.h"
 #include "photo/dibplanar.h"
 #include "pixels/pixels.h"
+#include "views/editorpicture.h"
 #include "views/recttracker.h"
 #include "views/zoomedpicture.h"
 
@@ -63,17 +64,20 @@ class CImageView : public QAbstractScrollArea {
   int ApplyColorCorrection();
   // Greys the red pupil around the photo point.
   void RemoveRedEyeAt(QPoint photo);
-  // Hands the working copy to the work area (marked unsaved).
-  void KeepChanges();
-  // Asks whether to keep changes; false when the user cancels.
+  // Hands the working copy to the work area (marked unsaved). False, with
+  // the user told and the edit still here, when memory runs out making it.
+  bool KeepChanges();
+  // Asks whether to keep changes; false when the user cancels or keeping fails.
   bool QueryKeepChanges();
   // Swaps current and previous: a single-level toggle.
   void Undo();
 
   const QString &Mode() const { return mode_; }
   bool Changed() const { return changed_; }
-  const CDib *CurrentImage() const { return current_.get(); }
-  const CDib *PreviousImage() const { return previous_.get(); }
+  // The pictures as packed blocks, made when first asked for; null when
+  // there is none or memory runs out.
+  const CDib *CurrentImage() const { return current_ ? current_->Picture() : nullptr; }
+  const CDib *PreviousImage() const { return previous_ ? previous_->Picture() : nullptr; }
   const CRectTracker &Tracker() const { return tracker_; }
   const CcParams *ColorParams() const { return colorParams_.get(); }
   int ColorTool() const { return colorTool_; }
@@ -107,23 +111,16 @@ class CImageView : public QAbstractScrollArea {
   // Rezoom at a new scale, the selection staying on the same part of the photo.
   void ZoomKeepingSelection(bool fit, float scale);
   QPoint ViewPoint(const QMouseEvent *event) const;
-  // Makes `result` the current image and the old current the previous. A
-  // result that cannot become a picture leaves both images as they were.
-  bool Commit(Planar result);
-  // Makes `picture` (with its planes) current and the old current previous.
-  void MakeCurrent(const CDib &picture, Planar planes);
+  // Makes `result` the current image and the old current the previous.
+  void Commit(Planar result);
   // The current picture as planes, made when first asked for; null when there
   // is none or memory runs out.
   const PlanarImage *CurrentPlanes();
 
   CKorvelAppDoc *doc_;
-  std::unique_ptr<CDib> previous_;
-  std::unique_ptr<CDib> current_;
-  // The same pictures as planes, or null until a tool or the display needs
-  // them: every tool reads planes, so a picture converted once serves every
-  // edit and redraw until it changes.
-  Planar previousPlanes_;
-  Planar currentPlanes_;
+  // Shared with the drawn copy, which reads the picture it shows.
+  std::shared_ptr<EditorPicture> previous_;
+  std::shared_ptr<EditorPicture> current_;
   CRectTracker tracker_;
   bool changed_ = false;
   QRect clientRect_;
@@ -135,7 +132,8 @@ class CImageView : public QAbstractScrollArea {
   bool fit_ = false;
   float scale_ = 1.0f;
   CZoomedPicture zoomed_;
-  Planar colorSource_;
+  // The picture every colour click starts again from.
+  std::shared_ptr<const EditorPicture> colorSource_;
   int colorTool_ = -1;
   std::unique_ptr<CcParams> colorParams_;
 };

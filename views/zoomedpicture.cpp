@@ -23,20 +23,20 @@ int Rescale(int n, int from, int to, bool centre) {
 
 }  // namespace
 
-void CZoomedPicture::Set(const CDib *picture, float scale, const PlanarImage *planes) {
-  const uint64_t serial = picture ? GlobalSerial(picture->Handle()) : 0;
+void CZoomedPicture::Set(std::shared_ptr<const EditorPicture> picture, float scale) {
+  const uint64_t serial = picture ? picture->Serial() : 0;
   if (serial == serial_ && scale == scale_) return;
-  picture_ = picture ? *picture : CDib();
+  picture_ = std::move(picture);
   serial_ = serial;
   scale_ = scale;
   image_ = QImage();
   window_ = QRect();
-  photo_ = picture ? QSize(int(picture->Width()), int(picture->Height())) : QSize(0, 0);
+  photo_ = picture_ ? QSize(int(picture_->Width()), int(picture_->Height())) : QSize(0, 0);
   factor_ = 1;
   size_ = photo_;
   if (photo_.isEmpty()) return;
   if (scale < 1.0f) {
-    Reduce(scale, planes);
+    Reduce(scale);
     return;
   }
   // The steps from 100% up are whole numbers; the routine replicates by the
@@ -49,10 +49,8 @@ void CZoomedPicture::Set(const CDib *picture, float scale, const PlanarImage *pl
 
 // The whole picture through the filtered reduction, into a result of the
 // scaled size; the routine fits that size to the picture's aspect ratio.
-void CZoomedPicture::Reduce(float scale, const PlanarImage *planes) {
-  const bool given = planes && planes->width == photo_.width() && planes->height == photo_.height();
-  const Planar converted(given ? nullptr : PlanarFromDib(picture_));
-  const PlanarImage *source = given ? planes : converted.get();
+void CZoomedPicture::Reduce(float scale) {
+  const PlanarImage *source = picture_->Planes();
   const Planar result(source ? PlanarCreateScaled(source, scale) : nullptr);
   if (!result) return;
   const PixRect whole{};
@@ -74,7 +72,7 @@ void CZoomedPicture::EnsureWindow(const QRect &visible) {
   const QRect area = QRect(QPoint(visible.left() / k, visible.top() / k),
                            QPoint(visible.right() / k, visible.bottom() / k))
                          .intersected(QRect(QPoint(0, 0), photo_));
-  const Planar source(PlanarFromDib(picture_, area));
+  const Planar source(picture_->CopyArea(area));
   const Planar result(source ? PlanarCreate(area.width() * k, area.height() * k, 3) : nullptr);
   // The result is exactly k times the source, so the routine's offsets
   // place nothing: the window matches the whole enlargement's pixels.

@@ -16,20 +16,20 @@
 #include <QRect>
 #include <QSize>
 #include <cstdint>
+#include <memory>
 
-#include "photo/dib.h"
 #include "pixels/pixels.h"
+#include "views/editorpicture.h"
 
 class QPainter;
 
 class CZoomedPicture {
  public:
   // Takes up `picture` (null for none) at `scale`; the resampling runs only
-  // when the picture's block or the scale changed. `planes`, when given,
-  // hold the picture's own samples and spare a reduction converting it. A
-  // scale the routines cannot make (a reduction below 2 x 2 pixels, memory
-  // running out) shows the picture at its own size.
-  void Set(const CDib *picture, float scale, const PlanarImage *planes = nullptr);
+  // when the picture or the scale changed. A scale the routines cannot make
+  // (a reduction below 2 x 2 pixels, memory running out) shows the picture
+  // at its own size.
+  void Set(std::shared_ptr<const EditorPicture> picture, float scale);
   // The drawn picture's size, and the enlargement factor (0 while reduced).
   QSize Size() const { return size_; }
   int Factor() const { return factor_; }
@@ -45,11 +45,11 @@ class CZoomedPicture {
   QPoint EdgeToDrawn(QPoint photo) const;
 
  private:
-  void Reduce(float scale, const PlanarImage *planes);
+  void Reduce(float scale);
   // The enlarged window covering `visible`, made when the last one does not.
   void EnsureWindow(const QRect &visible);
 
-  CDib picture_;  // shares the working picture's block
+  std::shared_ptr<const EditorPicture> picture_;
   uint64_t serial_ = 0;
   float scale_ = 1.0f;
   QSize photo_, size_;

@@ -43,14 +43,6 @@ class BudgetOverride {
   QByteArray old_;
 };
 
-std::vector<uint8_t> BlockBytes(const CDib &image) {
-  const auto *bytes = static_cast<const uint8_t *>(GlobalLock(image.Handle()));
-  std::vector<uint8_t> copy;
-  if (bytes) copy.assign(bytes, bytes + GlobalSize(image.Handle()));
-  GlobalUnlock(image.Handle());
-  return copy;
-}
-
 // Same size and the same pixels, row by row (headers may differ in what the
 // file format kept of the resolution).
 bool SamePixels(const CDib &a, const CDib &b) {

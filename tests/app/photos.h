@@ -3,7 +3,9 @@
 #pragma once
 
 #include <QColor>
+#include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "photo/dibplanar.h"
 
@@ -16,4 +18,14 @@ inline HGLOBAL MakePhoto(int width, int height, QRgb colour = qRgb(200, 120, 40)
   HGLOBAL block = DibFromPlanar(p);
   PlanarFree(p);
   return block;
+}
+
+// Every byte of a picture's block: header, rows, padding and what follows;
+// none for an empty picture.
+inline std::vector<uint8_t> BlockBytes(const CDib &dib) {
+  const auto *at = static_cast<const uint8_t *>(GlobalLock(dib.Handle()));
+  std::vector<uint8_t> bytes;
+  if (at) bytes.assign(at, at + GlobalSize(dib.Handle()));
+  GlobalUnlock(dib.Handle());
+  return bytes;
 }

@@ -1,6 +1,6 @@
 // The editor's quarter turns against the rotation routine on a planar copy,
 // packed back the way every other edit is: the whole block (header, rows,
-// padding and what follows) byte for byte, on shapes a band or tile does not
+// padding and what follows) byte for byte, on shapes a group or tile does not
 // divide, through storage reused from the dropped picture, with undo, on one
 // thread and on several, and with memory running out.
 #include <gtest/gtest.h>
@@ -13,16 +13,17 @@
 #include "photo/dibplanar.h"
 #include "photo/document.h"
 #include "platform/workers.h"
+#include "tests/app/photos.h"
 #include "views/imageview.h"
 #include "views/quarterturn.h"
 
 namespace {
 
-std::vector<uint8_t> BlockBytes(const CDib &dib) {
-  const auto *at = static_cast<const uint8_t *>(GlobalLock(dib.Handle()));
-  std::vector<uint8_t> bytes(at, at + GlobalSize(dib.Handle()));
-  GlobalUnlock(dib.Handle());
-  return bytes;
+// The bytes of three planes as one picture block, the way the work area
+// will keep them.
+std::vector<uint8_t> Packed(const PlanarImage &planes) {
+  const CDib block(DibFromPlanar(&planes));
+  return BlockBytes(block);
 }
 
 // A picture of noise, so that any misplaced byte shows.
@@ -40,8 +41,7 @@ std::vector<uint8_t> Expected(const CDib &dib, int direction) {
   const Planar source(PlanarFromDib(dib));
   const Planar turned(PlanarCreateExchanged(source.get()));
   EXPECT_EQ(RotateImage(source.get(), direction == 1 ? 0 : 2, turned.get(), nullptr), 0);
-  const CDib block(DibFromPlanar(turned.get()));
-  return BlockBytes(block);
+  return Packed(*turned);
 }
 
 // The drawn picture as the reduction routine makes it from the picture.
@@ -119,89 +119,64 @@ TEST(QuarterTurn, UndoAndFourTurnsGiveTheOriginalBack) {
 }
 
 TEST(QuarterTurn, SeveralThreadsGiveTheOneThreadBytes) {
-  const CDib photo(Noise(1000, 70, 5));  // bands of 64 rows left uneven both ways
+  const CDib photo(Noise(1000, 70, 5));  // groups of 64 rows left uneven both ways
   const Planar source(PlanarFromDib(photo));
   for (const bool right : {true, false}) {
     std::vector<uint8_t> made[2];
     for (const int threads : {1, 0}) {
       const int old = SetWorkerLimit(threads);
-      std::unique_ptr<CDib> spare;
-      Planar spareTurned;
-      TurnedPicture turned;
-      ASSERT_TRUE(TurnQuarter(*source, right, spare, spareTurned, &turned));
+      Planar spare;
+      const Planar turned = TurnQuarter(*source, right, spare);
       SetWorkerLimit(old);
-      made[threads == 0] = BlockBytes(turned.picture);
-      // The planes handed back are the turned picture's own.
-      const Planar again(PlanarFromDib(turned.picture));
-      ASSERT_EQ(std::memcmp(again->planes[0], turned.planes->planes[0], 1000 * 70 * 3), 0);
+      ASSERT_TRUE(turned);
+      made[threads == 0] = Packed(*turned);
     }
     EXPECT_EQ(made[0], made[1]);
     EXPECT_EQ(made[0], Expected(photo, right ? 1 : 0));
   }
 }
 
-// A block of `bytes` that is no picture at all, so that every byte a turn
-// leaves unwritten shows.
-HGLOBAL Garbage(size_t bytes) {
-  HGLOBAL block = GlobalAlloc(GMEM_MOVEABLE, bytes);
-  std::memset(GlobalLock(block), 0xEE, bytes);
-  GlobalUnlock(block);
-  return block;
-}
-
-TEST(QuarterTurn, SpareStorageIsTakenOnlyWhenNobodyElseHoldsIt) {
-  const CDib photo(Noise(30, 21, 9));  // turned rows of 63 bytes and one of padding
+TEST(QuarterTurn, SpareStorageIsTakenOnlyWithTheSamplesNumber) {
+  const CDib photo(Noise(30, 21, 9));
   const Planar source(PlanarFromDib(photo));
   const std::vector<uint8_t> expected = Expected(photo, 1);
-  // A block of other sides may still have the size (the rows' padding
-  // decides); planes need only the same number of samples.
+  // Planes need only the same number of samples, whatever their sides.
   struct Case {
-    HGLOBAL block;
-    int planeWidth, planeHeight;
-    bool shared, taken;
-  } cases[] = {{Noise(21, 30, 1), 21, 30, false, true},
-               {Noise(21, 30, 2), 30, 21, true, false},
-               {Noise(30, 21, 3), 10, 63, false, false},
-               {Garbage(expected.size()), 22, 30, false, true}};
+    int width, height;
+    bool taken;
+  } cases[] = {{21, 30, true}, {30, 21, true}, {10, 63, true}, {22, 30, false}, {1, 1, false}};
   for (const Case &c : cases) {
-    auto spare = std::make_unique<CDib>(c.block);
-    const CDib other = c.shared ? *spare : CDib();  // the work area's copy, say
-    const std::vector<uint8_t> before = BlockBytes(*spare);
-    const uint64_t serial = GlobalSerial(c.block);
-    Planar sparePlanes(PlanarCreate(c.planeWidth, c.planeHeight, 3));
-    const uint8_t *planesAt = sparePlanes->planes[0];
-    TurnedPicture turned;
-    ASSERT_TRUE(TurnQuarter(*source, true, spare, sparePlanes, &turned));
-    EXPECT_EQ(BlockBytes(turned.picture), expected);
-    EXPECT_EQ(turned.picture.Handle() == c.block, c.taken);
+    SCOPED_TRACE(testing::Message() << c.width << "x" << c.height);
+    Planar spare(PlanarCreate(c.width, c.height, 3));
+    std::memset(spare->planes[0], 0xEE, size_t(c.width) * size_t(c.height) * 3);
+    const uint8_t *at = spare->planes[0];
+    const Planar turned = TurnQuarter(*source, true, spare);
+    ASSERT_TRUE(turned);
+    EXPECT_EQ(Packed(*turned), expected);
+    EXPECT_EQ(turned->width, 21);
+    EXPECT_EQ(turned->height, 30);
+    EXPECT_EQ(turned->planes[0] == at, c.taken);
     EXPECT_EQ(spare == nullptr, c.taken);
-    // Planes of the samples' number are made over, any others freed for room.
-    EXPECT_FALSE(sparePlanes);
-    if (c.planeWidth * c.planeHeight == 630) {
-      EXPECT_EQ(turned.planes->planes[0], planesAt);
-    }
-    if (c.taken) {
-      EXPECT_NE(GlobalSerial(c.block), serial);  // drawings of the old bytes are stale
-      EXPECT_EQ(DibRefCount(c.block), 1);
-    } else {
-      EXPECT_EQ(BlockBytes(*spare), before);
+    if (!c.taken) {
+      // Left exactly as it was: it is still a picture someone may undo to.
+      EXPECT_EQ(spare->width, c.width);
+      EXPECT_EQ(spare->height, c.height);
+      EXPECT_EQ(spare->planes[0], at);
+      EXPECT_EQ(at[0], 0xEE);
     }
   }
 }
 
-TEST(QuarterTurn, RunningOutOfMemoryLeavesEverythingAsItWas) {
+TEST(QuarterTurn, RunningOutOfMemoryLeavesTheSpareAsItWas) {
   // A source too large to turn in any memory; its samples are never read.
   uint8_t sample[3] = {};
   const PlanarImage huge{1, 3, 1 << 30, 1 << 30, 0, 1, 1 << 30, {sample, sample + 1, sample + 2}};
-  auto spare = std::make_unique<CDib>(Noise(5, 4, 3));
-  const std::vector<uint8_t> before = BlockBytes(*spare);
-  Planar sparePlanes;
-  TurnedPicture turned;
-  EXPECT_FALSE(TurnQuarter(huge, true, spare, sparePlanes, &turned));
+  Planar spare(PlanarCreate(5, 4, 3));
+  const uint8_t *at = spare->planes[0];
+  EXPECT_FALSE(TurnQuarter(huge, true, spare));
   ASSERT_TRUE(spare);
-  EXPECT_EQ(BlockBytes(*spare), before);
-  EXPECT_EQ(turned.picture.Handle(), nullptr);
-  EXPECT_FALSE(turned.planes);
+  EXPECT_EQ(spare->planes[0], at);
+  EXPECT_EQ(spare->width, 5);
 }
 
 }  // namespace
