@@ -309,26 +309,43 @@ std::vector<int> MissingThumbs(const QString &path, const OpenThumbs *thumbs) {
   return sizes;
 }
 
-// Each thumbnail of `sizes` MakeThumbnail would make from `reduced`, stored.
+// Each thumbnail of `sizes` MakeThumbnail would make from `reduced`, stored
+// with the mark of a passed check while the file is still as `checked`
+// found it before the check.
 void LeaveThumbs(const QString &path, const OpenThumbs &thumbs, const std::vector<int> &sizes,
-                 const JpegThumb &reduced) {
+                 const JpegThumb &reduced, const ThumbCache::Stamp &checked) {
   if (reduced.rgb == nullptr) return;
   MetaThumbInfo info;
   (void)MetaReadThumbInfo(QFile::encodeName(path).constData(), &info);
   for (const int size : sizes) {
     const QImage thumb = ThumbFromReducedJpeg(reduced, info, size);
-    if (!thumb.isNull()) (void)thumbs.cache.Store(path, size, thumb);
+    if (!thumb.isNull()) (void)thumbs.cache.StoreChecked(path, checked, size, thumb);
   }
 }
 
-PhotoFileCheck CheckJpeg(const QString &path, const char *name, const OpenThumbs *thumbs) {
-  const std::vector<int> sizes = MissingThumbs(path, thumbs);
-  ReducedJpeg reduced;
-  JpegCheck jpeg{};
-  if (JpegCheckFile(name, &jpeg, sizes.empty() ? nullptr : &reduced.thumb) != RasOk) return {};
+// What the header found, with the metadata and the room a full read needs.
+PhotoFileCheck Opens(const QString &path, const JpegCheck &jpeg) {
   PhotoFileCheck check{true, jpeg.resolution, ReadOpenedMeta(path)};
   if (!RoomForWholePhoto(jpeg.width, jpeg.height, check.kept.meta.orientation)) return {};
-  if (!sizes.empty()) LeaveThumbs(path, *thumbs, sizes, reduced.thumb);
+  return check;
+}
+
+// A file our own check passed, unchanged since (see PassedCheck), still
+// reads to its last row: only its header is read again, for the picture's
+// size and resolution and for the pixel limit, which is this machine's
+// setting rather than the file's.
+PhotoFileCheck CheckJpeg(const QString &path, const char *name, const OpenThumbs *thumbs) {
+  JpegCheck jpeg{};
+  if (thumbs && thumbs->cache.PassedCheck(path)) {
+    if (JpegCheckHeader(name, &jpeg) != RasOk) return {};
+    return Opens(path, jpeg);
+  }
+  const std::vector<int> sizes = MissingThumbs(path, thumbs);
+  const ThumbCache::Stamp before = ThumbCache::StampOf(path);
+  ReducedJpeg reduced;
+  if (JpegCheckFile(name, &jpeg, sizes.empty() ? nullptr : &reduced.thumb) != RasOk) return {};
+  PhotoFileCheck check = Opens(path, jpeg);
+  if (check.opens && !sizes.empty()) LeaveThumbs(path, *thumbs, sizes, reduced.thumb, before);
   return check;
 }
 

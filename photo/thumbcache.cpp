@@ -18,6 +18,11 @@ namespace {
 
 constexpr char kUriKey[] = "Thumb::URI";
 constexpr char kMTimeKey[] = "Thumb::MTime";
+constexpr char kSizeKey[] = "Thumb::Size";
+// Our own key, in our own namespace with the X- of an extension, as the
+// shared cache lets each program add what it needs; others ignore it.
+constexpr char kCheckedKey[] = "X-KorvelApp::OpenCheck";
+constexpr char kCheckedValue[] = "passed";
 // The writer's quality 80 is zlib's compression level 1.
 constexpr int kPngQuality = 80;
 // Each program notes its own failures in a folder of its own under "fail".
@@ -27,8 +32,8 @@ QString FolderName(int size) {
   return size > ThumbCache::kNormal ? QStringLiteral("large") : QStringLiteral("normal");
 }
 
-QString MTimeOf(const QFileInfo &file) {
-  return QString::number(file.lastModified().toSecsSinceEpoch());
+QString MTimeOf(const ThumbCache::Stamp &file) {
+  return QString::number(file.modified.toSecsSinceEpoch());
 }
 
 // Makes `folder` and those between it and `root`, `root` too, with mode
@@ -64,6 +69,12 @@ QByteArray ThumbCache::UriOf(const QString &path) {
   return QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toEncoded();
 }
 
+ThumbCache::Stamp ThumbCache::StampOf(const QString &path) {
+  const QFileInfo file(path);
+  if (!file.exists()) return {};
+  return {file.size(), file.lastModified()};
+}
+
 int ThumbCache::FlavourFor(int pixels) {
   return pixels <= kNormal ? kNormal : kLarge;
 }
@@ -84,8 +95,8 @@ bool ThumbCache::Holds(const QString &path) const {
 }
 
 QImage ThumbCache::Current(const QString &entry, const QString &path) {
-  const QFileInfo file(path);
-  if (!file.exists()) return {};
+  const Stamp file = StampOf(path);
+  if (file.size < 0) return {};
   // The reader's own text lookup splits keys at colons, so "Thumb::URI"
   // is read from the decoded image; an entry is a few kilobytes.
   QImageReader reader(entry, "png");
@@ -93,6 +104,9 @@ QImage ThumbCache::Current(const QString &entry, const QString &path) {
   if (!reader.read(&image)) return {};
   if (image.text(kUriKey).toUtf8() != UriOf(path) || image.text(kMTimeKey) != MTimeOf(file))
     return {};
+  // The size is optional; an entry that records one must match it too.
+  const QString size = image.text(kSizeKey);
+  if (!size.isEmpty() && size != QString::number(file.size)) return {};
   return image;
 }
 
@@ -100,15 +114,20 @@ QImage ThumbCache::Lookup(const QString &path, int size) const {
   return Current(EntryPath(path, size), path);
 }
 
-bool ThumbCache::WriteEntry(const QString &entry, const QFileInfo &file,
-                            const QImage &image) const {
+bool ThumbCache::WriteEntry(const QString &entry, const QString &path, const Stamp &file,
+                            const QImage &image, bool checked) const {
   const QString folder = QFileInfo(entry).path();
   if (!MakePrivateFolders(root_, folder)) return false;
-  QImage tagged(image);
-  tagged.setText(kUriKey, QString::fromLatin1(UriOf(file.filePath())));
+  // The same pixels with no text: the keys are this file's alone, never
+  // carried over from an entry the image was read from (a mark included).
+  QImage tagged(image.constBits(), image.width(), image.height(), image.bytesPerLine(),
+                image.format());
+  tagged.setColorTable(image.colorTable());
+  tagged.setText(kUriKey, QString::fromLatin1(UriOf(path)));
   tagged.setText(kMTimeKey, MTimeOf(file));
-  tagged.setText("Thumb::Size", QString::number(file.size()));
+  tagged.setText(kSizeKey, QString::number(file.size));
   tagged.setText("Software", "KorvelApp");
+  if (checked) tagged.setText(kCheckedKey, kCheckedValue);
   // A temporary file is made mode 0600, which the entry keeps once renamed.
   QTemporaryFile temp(folder + "/korvel-XXXXXX.png");
   if (!temp.open()) return false;
@@ -125,9 +144,29 @@ bool ThumbCache::WriteEntry(const QString &entry, const QFileInfo &file,
 }
 
 bool ThumbCache::Store(const QString &path, int size, const QImage &thumb) const {
-  const QFileInfo file(path);
-  if (thumb.isNull() || !file.exists() || Holds(path)) return false;
-  return WriteEntry(EntryPath(path, size), file, thumb);
+  const Stamp file = StampOf(path);
+  if (thumb.isNull() || file.size < 0 || Holds(path)) return false;
+  return WriteEntry(EntryPath(path, size), path, file, thumb);
+}
+
+bool ThumbCache::StoreChecked(const QString &path, const Stamp &checked, int size,
+                              const QImage &thumb) const {
+  if (thumb.isNull() || checked.size < 0 || Holds(path) || StampOf(path) != checked) return false;
+  return WriteEntry(EntryPath(path, size), path, checked, thumb, true);
+}
+
+// A passed check proves the file's data reads to the last row, which only
+// a change of its bytes can undo. Such a change moves the modification time
+// to the second, unless it falls within the second of the check (a copy
+// still being written, a tool that puts the time back), where the size
+// tells most apart: a file cut short or grown is never the file checked.
+// Entries of other programs, or of our own thumbnailer, say nothing of the
+// data past what they decoded (an EXIF thumbnail, a scan of a progressive
+// file), so only our mark counts.
+bool ThumbCache::PassedCheck(const QString &path) const {
+  const QImage entry = Lookup(path, kNormal);
+  if (entry.isNull() || entry.text(kCheckedKey) != QLatin1String(kCheckedValue)) return false;
+  return entry.text(kSizeKey) == QString::number(StampOf(path).size);
 }
 
 QString ThumbCache::FailurePath(const QString &path) const {
@@ -139,10 +178,10 @@ bool ThumbCache::Failed(const QString &path) const {
 }
 
 bool ThumbCache::StoreFailure(const QString &path) const {
-  const QFileInfo file(path);
-  if (!file.exists() || Holds(path)) return false;
+  const Stamp file = StampOf(path);
+  if (file.size < 0 || Holds(path)) return false;
   // The note is the smallest PNG there is: only its tags are ever read.
   QImage dot(1, 1, QImage::Format_ARGB32);
   dot.fill(Qt::transparent);
-  return WriteEntry(FailurePath(path), file, dot);
+  return WriteEntry(FailurePath(path), path, file, dot);
 }

@@ -4,18 +4,29 @@
 // PNG a photo named by the MD5 of the photo's file URI. Each PNG says which
 // file it shows (Thumb::URI) and that file's modification time
 // (Thumb::MTime), so a thumbnail of a file changed since is recognised as
-// stale and made again. A photo no thumbnail could be made of is noted under
+// stale and made again; the file's size (Thumb::Size), when an entry
+// records it, must match as well. A photo no thumbnail could be made of is noted under
 // "fail/korvelapp" the same way, so it is not tried again until it changes.
 // Lookups and stores may run on several threads.
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QFileInfo>
 #include <QImage>
 #include <QString>
 
 class ThumbCache {
  public:
+  // What an entry records of its file: the size and modification time it
+  // had when StampOf looked. A missing file's size is -1.
+  struct Stamp {
+    qint64 size = -1;
+    QDateTime modified;
+    bool operator==(const Stamp &) const = default;
+  };
+  static Stamp StampOf(const QString &path);
+
   // The two sizes the cache keeps, as the longer side in pixels.
   static constexpr int kNormal = 128;
   static constexpr int kLarge = 256;
@@ -48,6 +59,17 @@ class ThumbCache {
   // cannot be seen, or the entry could not be written.
   bool Store(const QString &path, int size, const QImage &thumb) const;
 
+  // Stores `thumb` as Store does, marked as made by a check of the file that
+  // walked all its data without fault. `checked` is the file's stamp taken
+  // before that check began; nothing is stored when the file differs from
+  // it now, as the check then saw other bytes than those the entry would
+  // describe. The mark is a key of our own beside the standard ones, which
+  // other programs ignore.
+  bool StoreChecked(const QString &path, const Stamp &checked, int size, const QImage &thumb) const;
+  // True when the normal entry of `path` is current, carries the mark of
+  // StoreChecked and records the size the file has now.
+  bool PassedCheck(const QString &path) const;
+
   // Where the note that no thumbnail of `path` could be made lives.
   QString FailurePath(const QString &path) const;
   // True when such a note exists for `path` as it is now (same URI and
@@ -57,9 +79,11 @@ class ThumbCache {
   bool StoreFailure(const QString &path) const;
 
  private:
-  // `image`, tagged with the URI and modification time of `file`, written
-  // privately to `entry` and renamed into place.
-  bool WriteEntry(const QString &entry, const QFileInfo &file, const QImage &image) const;
+  // `image`, tagged with the URI of `path` and the size and modification
+  // time of `file`, marked when `checked`, written privately to `entry`
+  // and renamed into place.
+  bool WriteEntry(const QString &entry, const QString &path, const Stamp &file, const QImage &image,
+                  bool checked = false) const;
   // The stored PNG at `entry` when it describes `path` as it is now.
   static QImage Current(const QString &entry, const QString &path);
   static QString EntryName(const QString &path);

@@ -72,7 +72,9 @@ float ResolutionOf(const jpeg_decompress_struct *codec) {
   return -1.0F;
 }
 
-// Header, pixel limit and model, as the full read's open checks them.
+// Header, pixel limit and model, as the full read's open checks them. The
+// output is set to the check's scaled decode; the header alone decides
+// every field and refusal here, so the header-only check stops after it.
 int CheckHeader(CheckCodec *codec, JpegCheck *check) {
   j_decompress_ptr d = &codec->dinfo;
   (void)jpeg_read_header(d, TRUE);
@@ -91,7 +93,7 @@ int CheckHeader(CheckCodec *codec, JpegCheck *check) {
   d->do_block_smoothing = FALSE;
   // The output colour space stays the one the header chose, as in a full
   // read, so that the same files map to no model.
-  (void)jpeg_start_decompress(d);
+  jpeg_calc_output_dimensions(d);
   check->channels = static_cast<uint32_t>(d->output_components);
   return HasModel(d->out_color_space) ? RasOk : RasError("JpegCheckFile", RasErrArg, 3);
 }
@@ -140,7 +142,8 @@ int CheckRows(CheckCodec *codec, JpegThumb *picture) {
   return RasOk;
 }
 
-int CheckRun(CheckCodec *codec, JpegCheck *check, JpegThumb *picture) {
+// The header, then, when `rows`, the scaled decode of every row.
+int CheckRun(CheckCodec *codec, JpegCheck *check, JpegThumb *picture, bool rows) {
   j_decompress_ptr d = &codec->dinfo;
   d->err = jpeg_std_error(&codec->err);
   codec->err.error_exit = CheckErrorExit;
@@ -160,13 +163,13 @@ int CheckRun(CheckCodec *codec, JpegCheck *check, JpegThumb *picture) {
     jpeg_stdio_src(d, codec->file.stream);
   }
   const int code = CheckHeader(codec, check);
-  return code != RasOk ? code : CheckRows(codec, picture);
+  if (code != RasOk || !rows) return code;
+  (void)jpeg_start_decompress(d);
+  return CheckRows(codec, picture);
 }
 
-}  // namespace
-
-int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture) {
-  if (picture != nullptr) RasMemSet(picture, 0, sizeof(JpegThumb));
+// The check, with or without the rows, for both entries.
+int Check(const char *name, JpegCheck *check, JpegThumb *picture, bool rows) {
   if (name == nullptr || check == nullptr) return RasError("JpegCheckFile", RasErrArg, 0);
   *check = JpegCheck{0, 0, 0, -1.0F};
   RasFormatClearPixelRefusal();
@@ -180,11 +183,23 @@ int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture) {
   if (code != RasOk) {
     code = RasError("JpegCheckFile", RasErrOpen, 1);
   } else {
-    code = CheckRun(codec, check, picture);
+    code = CheckRun(codec, check, picture, rows);
     jpeg_destroy_decompress(&codec->dinfo);
     RasFileClose(&codec->file);
   }
   RasFree(codec);
+  return code;
+}
+
+}  // namespace
+
+int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture) {
+  if (picture != nullptr) RasMemSet(picture, 0, sizeof(JpegThumb));
+  const int code = Check(name, check, picture, true);
   if (code != RasOk) JpegThumbFree(picture);
   return code;
+}
+
+int JpegCheckHeader(const char *name, JpegCheck *check) {
+  return Check(name, check, nullptr, false);
 }

@@ -35,3 +35,12 @@ struct JpegCheck {
 // not convert) and when memory for it ran out: what the check refuses never
 // depends on it. Without it, the rows are thrown away as they come.
 [[nodiscard]] int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture = nullptr);
+
+// The part of JpegCheckFile the header decides, for a file whose rows are
+// known to read already: the same fields, and the same refusals wherever the
+// header decides them (-1 for a null argument or a colour space with no
+// model, -4 when the file cannot be opened, -3 when memory ran out, -8 for a
+// file that is no JPEG or whose header is broken or cut short, -9 over the
+// pixel limit), without walking the data. A file that passes may still fail
+// JpegCheckFile in its rows.
+[[nodiscard]] int JpegCheckHeader(const char *name, JpegCheck *check);

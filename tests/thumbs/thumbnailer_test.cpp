@@ -93,9 +93,11 @@ TEST(Thumbnailer, CachedThumbnailsComeFirstWithinTheirPriority) {
 TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
   QTemporaryDir dir;
   const QStringList p = Photos(dir.path(), 2);
+  // Junk of the photo's size, so that the photo may later take its place
+  // with the same size and time.
   QFile junk(dir.path() + "/junk.png");
   ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
-  junk.write("junk");
+  junk.write(QByteArray(QFileInfo(p[0]).size(), 'j'));
   junk.close();
   Thumbnailer thumbnailer(100, ThumbCache(dir.path() + "/thumbnails"), 2);
   EXPECT_EQ(thumbnailer.Threads(), 2);
@@ -104,8 +106,8 @@ TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
   QSignalSpy failed(&thumbnailer, &Thumbnailer::thumbnailFailed);
   ASSERT_TRUE(failed.wait(5000));
   EXPECT_EQ(answers.failed, QStringList{junk.fileName()});
-  // Noted in the cache: while the file keeps its time, another thumbnailer
-  // fails it without trying, even once it holds a photo.
+  // Noted in the cache: while the file keeps its time and size, another
+  // thumbnailer fails it without trying, even once it holds a photo.
   const ThumbCache cache(dir.path() + "/thumbnails");
   ASSERT_TRUE(cache.Failed(junk.fileName()));
   const QDateTime then = QFileInfo(junk).lastModified();
@@ -120,6 +122,12 @@ TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
     again.Request(junk.fileName());
     ASSERT_TRUE(failedAgain.wait(5000));
   }
+  // A byte more at the same time is another file: the note no longer holds.
+  ASSERT_TRUE(junk.open(QIODevice::Append));
+  junk.write("x");
+  ASSERT_TRUE(junk.setFileTime(then, QFileDevice::FileModificationTime));
+  junk.close();
+  EXPECT_FALSE(cache.Failed(junk.fileName()));
 
   thumbnailer.Pause();
   for (const QString &path : p)
