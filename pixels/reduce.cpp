@@ -266,21 +266,20 @@ void BlendRows(const uint8_t *const *rows, const int16_t *weights, int32_t pairs
 // weights (their vertical pass keeps the 14-bit weights).
 constexpr int32_t kShortTaps = 16;
 
-// One weighted sum of the blended row for a short kernel, in the portable
-// form; the vector form below must give the same value.
-uint8_t ShortSum(const int16_t *s, const int16_t *w, int32_t taps) {
-  constexpr int32_t kShift = kVerticalBits + kMidBits;
-  int32_t sum = 1 << (kShift - 1);
+// One weighted sum of the blended row with 16-bit weights, in the portable
+// form; the vector forms below must give the same value.
+uint8_t ShortSum(const int16_t *s, const int16_t *w, int32_t taps, int32_t shift) {
+  int32_t sum = 1 << (shift - 1);
   for (int32_t t = 0; t < taps; ++t)
     sum += w[t] * s[t];
-  return static_cast<uint8_t>(std::clamp(sum >> kShift, 0, 255));
+  return static_cast<uint8_t>(std::clamp(sum >> shift, 0, 255));
 }
 
 #if defined(__SSE2__)
 // Four rounded sums scaled to bytes, stored at `out` with the pixel step.
-void StoreFour(__m128i sum, uint8_t *out, int32_t step) {
-  constexpr int32_t kShift = kVerticalBits + kMidBits;
-  sum = _mm_srai_epi32(_mm_add_epi32(sum, _mm_set1_epi32(1 << (kShift - 1))), kShift);
+void StoreFour(__m128i sum, int32_t shift, uint8_t *out, int32_t step) {
+  sum = _mm_sra_epi32(_mm_add_epi32(sum, _mm_set1_epi32(1 << (shift - 1))),
+                       _mm_cvtsi32_si128(shift));
   const __m128i words = _mm_packs_epi32(sum, sum);
   const uint32_t bytes = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
   if (step == 1) {
@@ -314,7 +313,7 @@ __attribute__((target("avx2"))) __m256i TwoColumns(const int16_t *line, const in
 __attribute__((target("avx2"))) int32_t FilterFourAvx2(const int16_t *line, const int32_t *starts,
                                                        const int16_t *weights, int32_t count,
                                                        uint8_t *out, int32_t step) {
-  constexpr int32_t kShift = kVerticalBits + kMidBits;
+  constexpr int32_t kShift = kVerticalBits + kMidBits;  // four taps are a short kernel's
   const __m256i half = _mm256_set1_epi32(1 << (kShift - 1));
   const auto pair = [line, starts](int32_t k) {  // columns k and k + 1
     return _mm_unpacklo_epi64(
@@ -348,12 +347,13 @@ __attribute__((target("avx2"))) int32_t FilterFourAvx2(const int16_t *line, cons
   return i;
 }
 
-// The horizontal pass for kernels of 8 or 16 padded taps, two columns per
-// multiply-add; integer sums in another order, so the same values. Returns
-// how many columns it did.
+// The horizontal pass for kernels of a multiple of 8 padded taps, two
+// columns per multiply-add; integer sums in another order, so the same
+// values. Returns how many columns it did.
 __attribute__((target("avx2"))) int32_t FilterShortAvx2(const int16_t *line, const int32_t *starts,
                                                         const int16_t *weights, int32_t taps,
-                                                        int32_t count, uint8_t *out, int32_t step) {
+                                                        int32_t shift, int32_t count, uint8_t *out,
+                                                        int32_t step) {
   if (taps == 4) return FilterFourAvx2(line, starts, weights, count, out, step);
   if (taps % 8 != 0) return 0;
   int32_t i = 0;
@@ -372,21 +372,21 @@ __attribute__((target("avx2"))) int32_t FilterShortAvx2(const int16_t *line, con
     const __m256i totals = _mm256_hadd_epi32(pairs, pairs);
     StoreFour(
         _mm_unpacklo_epi32(_mm256_castsi256_si128(totals), _mm256_extracti128_si256(totals, 1)),
-        out + static_cast<int64_t>(i) * step, step);
+        shift, out + static_cast<int64_t>(i) * step, step);
   }
   return i;
 }
 #endif
 
-// The horizontal pass for short kernels: `weights` holds `taps` weights per
-// destination column (4, or a multiple of 8, padded with zeros); four
-// columns at a time.
+// The horizontal pass with 16-bit weights: `weights` holds `taps` weights
+// per destination column (4, or a multiple of 8, padded with zeros), and
+// each sum is rounded and shifted right by `shift`; four columns at a time.
 void FilterShort(const int16_t *line, const int32_t *starts, const int16_t *weights, int32_t taps,
-                 int32_t count, uint8_t *out, int32_t step) {
+                 int32_t shift, int32_t count, uint8_t *out, int32_t step) {
   int32_t i = 0;
 #if defined(__x86_64__)
   if (HasAvx2() && gAvx2Allowed.load(std::memory_order_relaxed))
-    i = FilterShortAvx2(line, starts, weights, taps, count, out, step);
+    i = FilterShortAvx2(line, starts, weights, taps, shift, count, out, step);
 #endif
 #if defined(__SSE2__)
   const auto load = [](const int16_t *at) {
@@ -424,12 +424,30 @@ void FilterShort(const int16_t *line, const int32_t *starts, const int16_t *weig
           _mm_add_epi32(_mm_unpacklo_epi32(m[2], m[3]), _mm_unpackhi_epi32(m[2], m[3]));
       sum = _mm_add_epi32(_mm_unpacklo_epi64(t01, t23), _mm_unpackhi_epi64(t01, t23));
     }
-    StoreFour(sum, out + static_cast<int64_t>(i) * step, step);
+    StoreFour(sum, shift, out + static_cast<int64_t>(i) * step, step);
   }
 #endif
   for (; i < count; ++i)
     out[static_cast<int64_t>(i) * step] =
-        ShortSum(line + starts[i], weights + static_cast<ptrdiff_t>(i) * taps, taps);
+        ShortSum(line + starts[i], weights + static_cast<ptrdiff_t>(i) * taps, taps, shift);
+}
+
+// Whether a wide kernel's 16.16 weights serve the 16-bit pass with the same
+// sums: each fits a 16-bit lane (a tent wider than eight samples keeps every
+// weight below an eighth), and no sum of the blended row's samples under
+// them leaves 32 bits, rounding included.
+bool FitsWords(const ReduceKernel &kernel) {
+  constexpr int64_t kShift = 16 + kMidBits;
+  for (int32_t p = 0; p < kReducePhases; ++p) {
+    int64_t high = int64_t{1} << (kShift - 1), low = high;
+    for (int32_t t = 0; t < kernel.taps; ++t) {
+      const int32_t w = kernel.Row(p)[t];
+      if (w < INT16_MIN || w > INT16_MAX) return false;
+      (w > 0 ? high : low) += int64_t{w} * kMidMax;
+    }
+    if (high > INT32_MAX || low < INT32_MIN) return false;
+  }
+  return true;
 }
 
 // The horizontal pass for wide kernels, summed in 64 bits: the rounding
@@ -611,9 +629,9 @@ void ReducePlan::Row(RowAt rowAt, void *context, uint8_t *const *out, int32_t ou
     std::fill_n(scratch.line.data(), padLeft_, mid[0]);
     std::fill(scratch.line.begin() + static_cast<ptrdiff_t>(rightStart), scratch.line.end(),
               mid[sw_ - 1]);
-    if (taps <= kShortTaps)
-      FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, dw_, out[c],
-                  outStep);
+    if (!columnWeights_.empty())
+      FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, hShift_, dw_,
+                  out[c], outStep);
     else
       FilterWide(scratch.line.data(), starts_.data(), phaseRows_.data(), taps, dw_, out[c],
                  outStep);
@@ -638,16 +656,20 @@ void ReducePlan::Prepare() {
   hTaps_ = taps <= 4 ? 4 : (taps + 7) / 8 * 8;
   padLeft_ = kernel_.lead;
   starts_.resize(static_cast<size_t>(dw_));
-  if (taps <= kShortTaps)
+  const bool short16 = taps <= kShortTaps, wide16 = !short16 && FitsWords(kernel_);
+  hShift_ = short16 ? kVerticalBits + kMidBits : 16 + kMidBits;
+  if (short16 || wide16)
     columnWeights_.assign(static_cast<size_t>(dw_) * hTaps_, 0);
   else
     phaseRows_.resize(static_cast<size_t>(dw_));
   for (int32_t i = 0; i < dw_; ++i) {
     const Place place = PlaceOf(static_cast<int64_t>(i) * step_);
     starts_[i] = static_cast<int32_t>(place.index - kernel_.lead + padLeft_);
-    if (taps <= kShortTaps)
-      std::copy_n(vertical_.data() + place.phase * vTaps_, taps,
-                  columnWeights_.data() + static_cast<size_t>(i) * hTaps_);
+    int16_t *weights = columnWeights_.data() + static_cast<size_t>(i) * hTaps_;
+    if (short16)
+      std::copy_n(vertical_.data() + place.phase * vTaps_, taps, weights);
+    else if (wide16)
+      std::copy_n(kernel_.Row(place.phase), taps, weights);  // each fits, as checked
     else
       phaseRows_[i] = kernel_.Row(place.phase);
   }

@@ -62,8 +62,13 @@ class ReducePlan {
   int32_t vTaps_ = 0;  // taps rounded up to pairs for the vertical pass
   int32_t hTaps_ = 0;  // taps rounded up for the horizontal pass's lanes
   int32_t padLeft_ = 0;
-  std::vector<int16_t> vertical_;           // 14-bit weight rows, vTaps_ each
-  std::vector<int32_t> starts_;             // per column, into the blended line
-  std::vector<int16_t> columnWeights_;      // short kernels: hTaps_ per column
-  std::vector<const int32_t *> phaseRows_;  // wide kernels: 16.16 row per column
+  std::vector<int16_t> vertical_;  // 14-bit weight rows, vTaps_ each
+  std::vector<int32_t> starts_;    // per column, into the blended line
+  // The horizontal pass: hTaps_ 16-bit weights per column whose sums are
+  // shifted right by hShift_ (14-bit weights of short kernels, and the 16.16
+  // weights of wide ones, which are small enough), else the 16.16 row of
+  // each column, summed in 64 bits.
+  int32_t hShift_ = 0;
+  std::vector<int16_t> columnWeights_;
+  std::vector<const int32_t *> phaseRows_;
 };
