@@ -309,16 +309,17 @@ std::vector<int> MissingThumbs(const QString &path, const OpenThumbs *thumbs) {
   return sizes;
 }
 
-// Each thumbnail of `sizes` MakeThumbnail would make from `reduced`, stored
-// with the mark of a passed check while the file is still as `checked`
-// found it before the check.
+// Each thumbnail of `sizes` MakeThumbnail would make from the camera's EXIF
+// thumbnail or from `reduced`, stored with the mark of a passed check while
+// the file is still as `checked` found it before the check. Camera photos
+// mostly carry a thumbnail of their own, so their entries come from that,
+// marked all the same, and their next opening reads only the header too.
 void LeaveThumbs(const QString &path, const OpenThumbs &thumbs, const std::vector<int> &sizes,
                  const JpegThumb &reduced, const ThumbCache::Stamp &checked) {
-  if (reduced.rgb == nullptr) return;
   MetaThumbInfo info;
   (void)MetaReadThumbInfo(QFile::encodeName(path).constData(), &info);
   for (const int size : sizes) {
-    const QImage thumb = ThumbFromReducedJpeg(reduced, info, size);
+    const QImage thumb = ThumbFromJpegCheck(reduced, info, size);
     if (!thumb.isNull()) (void)thumbs.cache.StoreChecked(path, checked, size, thumb);
   }
 }

@@ -187,10 +187,12 @@ QImage ThumbUpright(const QImage &image, int orientation) {
   }
 }
 
-QImage ThumbFromReducedJpeg(const JpegThumb &reduced, const MetaThumbInfo &info, int box) {
+QImage ThumbFromJpegCheck(const JpegThumb &reduced, const MetaThumbInfo &info, int box) {
   const QSize stored(static_cast<int>(info.width), static_cast<int>(info.height));
   const QSize wanted = WantedSize(stored, box);
-  if (reduced.rgb == nullptr || !FromExif(info, stored, wanted).isNull()) return {};
+  const QImage exif = FittedUpright(FromExif(info, stored, wanted), stored, box, info.orientation);
+  if (!exif.isNull()) return exif;
+  if (reduced.rgb == nullptr) return {};
   const uint32_t denominator = JpegThumbDenominator(reduced.fullWidth, reduced.fullHeight,
                                                     static_cast<uint32_t>(wanted.width()),
                                                     static_cast<uint32_t>(wanted.height()));

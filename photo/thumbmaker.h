@@ -40,10 +40,11 @@ struct ReducedJpeg {
 
 // What MakeThumbnail(path, box) makes of a JPEG file whose metadata reads as
 // `info`, given `reduced`, the file decoded at a reduced size (by
-// JpegThumbDecode or a check that keeps its rows); the very step
-// MakeThumbnail takes after its own decode. Null when MakeThumbnail would
-// make it otherwise: from the EXIF thumbnail, or from another reduction.
-QImage ThumbFromReducedJpeg(const JpegThumb &reduced, const MetaThumbInfo &info, int box);
+// JpegThumbDecode or a check that keeps its rows): the camera's EXIF
+// thumbnail where MakeThumbnail takes that, else the very step it takes
+// after its own decode. Null when MakeThumbnail would make it from another
+// reduction, or from a decode `reduced` does not hold (no rows kept).
+QImage ThumbFromJpegCheck(const JpegThumb &reduced, const MetaThumbInfo &info, int box);
 
 // The thumbnail of `path` no larger than `box` x `box`, upright; a null
 // image when the file cannot be read. `source`, when given, says how it was

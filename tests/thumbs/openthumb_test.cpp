@@ -1,7 +1,8 @@
 // Opening a JPEG leaves in the thumbnail cache what the thumbnailer would
-// make of it, from the decode that checked it: the same pixels, never over a
-// current entry, never for a refused file or one inside the cache, and
-// nothing where the thumbnailer would make it another way.
+// make of it, from the camera's own thumbnail or the decode that checked it:
+// the same pixels, marked as checked, never over a current entry, never for
+// a refused file or one inside the cache, and nothing where the thumbnailer
+// would make it from another reduction.
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -34,8 +35,9 @@ const Photo kPhotos[] = {
     {"odd size, turned half", 1037, 383, 3, 3, false, true, false},
     {"large enough for both", 2050, 190, 3, 8, false, true, true},
     {"an eighth too small", 700, 400, 3, 1, false, false, false},
-    {"camera thumbnail", 1024, 384, 3, 1, true, false, false},
+    {"camera thumbnail", 1024, 384, 3, 1, true, true, false},
     {"inks", 1030, 380, 4, 1, false, false, false},
+    {"inks with a camera thumbnail", 1024, 384, 4, 1, true, true, false},
 };
 
 QString WritePhoto(const QString &dir, const Photo &photo) {
@@ -87,6 +89,7 @@ TEST(OpenThumbs, AnOpenedJpegLeavesWhatTheThumbnailerWouldMake) {
     for (const OpenThumbs *thumbs : {&screen, &dense}) {
       EXPECT_TRUE(CheckPhotoFile(path, thumbs).opens);
       ExpectEntry(thumbs->cache, path, ThumbCache::kNormal, photo.normal);
+      EXPECT_EQ(thumbs->cache.PassedCheck(path), photo.normal);
       ExpectEntry(thumbs->cache, path, ThumbCache::kLarge, photo.large && thumbs->large);
     }
   }
