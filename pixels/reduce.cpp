@@ -278,8 +278,8 @@ uint8_t ShortSum(const int16_t *s, const int16_t *w, int32_t taps, int32_t shift
 #if defined(__SSE2__)
 // Four rounded sums scaled to bytes, stored at `out` with the pixel step.
 void StoreFour(__m128i sum, int32_t shift, uint8_t *out, int32_t step) {
-  sum = _mm_sra_epi32(_mm_add_epi32(sum, _mm_set1_epi32(1 << (shift - 1))),
-                       _mm_cvtsi32_si128(shift));
+  sum =
+      _mm_sra_epi32(_mm_add_epi32(sum, _mm_set1_epi32(1 << (shift - 1))), _mm_cvtsi32_si128(shift));
   const __m128i words = _mm_packs_epi32(sum, sum);
   const uint32_t bytes = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
   if (step == 1) {

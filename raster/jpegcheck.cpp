@@ -15,6 +15,7 @@
 #include "raster/core/rasfile.h"
 #include "raster/core/rasformat.h"
 #include "raster/core/rasstr.h"
+#include "raster/jpegcodec.h"
 
 namespace {
 
@@ -174,21 +175,9 @@ int Check(const char *name, JpegCheck *check, JpegThumb *picture, bool rows) {
   *check = JpegCheck{0, 0, 0, -1.0F};
   RasFormatClearPixelRefusal();
   RasErrorFileScope scope(name);
-  auto *codec = static_cast<CheckCodec *>(RasAlloc(sizeof(CheckCodec)));
-  if (codec == nullptr) return RasError("JpegCheckFile", RasErrMemory, 1);
-  // All zero: destroying a codec object that was never created is harmless.
-  RasMemSet(codec, 0, sizeof(CheckCodec));
-  RasFileInit(&codec->file);
-  int code = RasFileOpen(&codec->file, name, RasFileModeRead);
-  if (code != RasOk) {
-    code = RasError("JpegCheckFile", RasErrOpen, 1);
-  } else {
-    code = CheckRun(codec, check, picture, rows);
-    jpeg_destroy_decompress(&codec->dinfo);
-    RasFileClose(&codec->file);
-  }
-  RasFree(codec);
-  return code;
+  return RunJpegCodec<CheckCodec>("JpegCheckFile", name, [&](CheckCodec *codec) {
+    return CheckRun(codec, check, picture, rows);
+  });
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "raster/core/rasfile.h"
 #include "raster/core/rasformat.h"
 #include "raster/core/rasstr.h"
+#include "raster/jpegcodec.h"
 
 namespace {
 
@@ -155,22 +156,9 @@ int JpegThumbDecode(const char *name, uint32_t atLeastWidth, uint32_t atLeastHei
   RasMemSet(thumb, 0, sizeof(JpegThumb));
   RasFormatClearPixelRefusal();
   RasErrorFileScope scope(name);
-  auto *codec = static_cast<ThumbCodec *>(RasAlloc(sizeof(ThumbCodec)));
-  if (codec == nullptr) {
-    return RasError("JpegThumbDecode", RasErrMemory, 1);
-  }
-  // All zero: destroying a codec object that was never created is harmless.
-  RasMemSet(codec, 0, sizeof(ThumbCodec));
-  RasFileInit(&codec->file);
-  int code = RasFileOpen(&codec->file, name, RasFileModeRead);
-  if (code != RasOk) {
-    code = RasError("JpegThumbDecode", RasErrOpen, 1);
-  } else {
-    code = ThumbRun(codec, atLeastWidth, atLeastHeight, thumb);
-    jpeg_destroy_decompress(&codec->dinfo);
-    RasFileClose(&codec->file);
-  }
-  RasFree(codec);
+  const int code = RunJpegCodec<ThumbCodec>("JpegThumbDecode", name, [&](ThumbCodec *codec) {
+    return ThumbRun(codec, atLeastWidth, atLeastHeight, thumb);
+  });
   if (code != RasOk) JpegThumbFree(thumb);
   return code;
 }
