@@ -26,6 +26,14 @@ void ReadAllRows(RasDesc *desc) {
 
 }  // namespace
 
+// libheif's AV1 decoding plugin hands the decoder a data block it made and,
+// when the decoder refuses it (an image item with no data), never gives the
+// block back: 40 bytes of that library's per broken AVIF file, which the leak
+// check passes over. Everything of ours stays checked.
+extern "C" const char *__lsan_default_suppressions() {
+  return "leak:libdav1d.so\n";
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const bool memory_only = [] {
     const int64_t on = 1;

@@ -112,6 +112,11 @@ void ReplacingFile::Discard() {
   temp_.clear();
 }
 
+void ReplacingFile::StartWriteback() {
+  // Only a hint: where the file system cannot take it, Commit flushes all.
+  if (fd_ >= 0 && existed_) (void)sync_file_range(fd_, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 int ReplacingFile::Commit() {
   if (direct_) return 0;
   if (temp_.empty()) return error_ ? error_ : EBADF;

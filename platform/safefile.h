@@ -33,6 +33,10 @@ class ReplacingFile {
   // Whether the target is written in place, being no regular file.
   bool direct() const { return direct_; }
 
+  // Asks the system to start writing what has reached the file so far to
+  // the disk, without waiting for it, so that Commit's flush has little left
+  // to wait for; only when a file is replaced (nothing else is flushed).
+  void StartWriteback();
   // Flushes the written file to the disk, renames it over the target and
   // flushes the folder; a target that did not exist is only renamed into
   // place, as a power cut could cost nothing but the new file. 0, or the errno of the failure,

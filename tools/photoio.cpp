@@ -1,5 +1,6 @@
 #include "tools/photoio.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 
@@ -103,6 +104,9 @@ int LoadPhoto(const char *path, Photo *photo) {
   return OrientLoaded(path, photo);
 }
 
+// Rows' worth of bytes between two requests to start writing to the disk.
+constexpr int64_t kWritebackBytes = 4 << 20;
+
 int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
               const RowSource &rows, const RowFailure &failed) {
   OutputFile file(path);
@@ -114,10 +118,14 @@ int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
   if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
   if (code != RasOk) return Fail(path, "cannot create", code);
   RasSl sl{static_cast<uint32_t>(width), 3, {}, {}};
+  // A replaced file is flushed before it takes the old one's name: handing
+  // the rows to the disk as they go hides most of that wait behind the work.
+  const int64_t writebackRows = std::max<int64_t>(1, kWritebackBytes / (int64_t{3} * width));
   for (int32_t y = 0; y < height && code == RasOk; ++y) {
     code = rows(y, &sl);
     if (code != RasOk && failed) return failed(code);
     if (code == RasOk) code = RasWriteSl(&out.desc, static_cast<uint32_t>(y), &sl);
+    if ((y + 1) % writebackRows == 0) file.StartWriteback();
   }
   if (code == RasOk) code = RasClose(&out.desc);
   if (code != RasOk) return Fail(path, "cannot write", code);

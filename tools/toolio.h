@@ -48,6 +48,10 @@ class OutputFile {
   // Where to write; null when no file could be made.
   const char *temp() const { return file_ && !file_->error() ? file_->path().c_str() : nullptr; }
   bool Commit();
+  // Starts the replacing file's way to the disk while more is written.
+  void StartWriteback() {
+    if (file_) file_->StartWriteback();
+  }
 
  private:
   std::optional<ReplacingFile> file_;

@@ -24,6 +24,13 @@ extern "C" int fsync(int fd) {
   return static_cast<int>(syscall(SYS_fsync, fd));
 }
 
+// And every request to start writing back, likewise.
+int gWritebacks = 0;
+extern "C" int sync_file_range(int fd, off_t offset, off_t count, unsigned int flags) {
+  ++gWritebacks;
+  return static_cast<int>(syscall(SYS_sync_file_range, fd, offset, count, flags));
+}
+
 namespace {
 
 struct Folder {
@@ -73,7 +80,10 @@ TEST(SafeFile, ReplacesWholeOnlyOnCommit) {
   EXPECT_EQ(d.Names(), std::vector<std::string>{"photo.jpg"});
   ReplacingFile file(d / "photo.jpg");
   Put(file.path(), "new contents");
-  gFsyncs = 0;
+  gFsyncs = gWritebacks = 0;
+  file.StartWriteback();  // the contents start on their way; nothing else changes
+  EXPECT_EQ(gWritebacks, 1);
+  EXPECT_EQ(Get(d / "photo.jpg"), "original");
   EXPECT_EQ(file.Commit(), 0);
   EXPECT_EQ(gFsyncs, 2);  // the file, then the folder
   EXPECT_EQ(Get(d / "photo.jpg"), "new contents");
@@ -96,9 +106,11 @@ TEST(SafeFile, ReplacesWholeOnlyOnCommit) {
   ReplacingFile fresh(d / "new.jpg");
   EXPECT_FALSE(fresh.replacing());
   Put(fresh.path(), "fresh");
-  gFsyncs = 0;
+  gFsyncs = gWritebacks = 0;
+  fresh.StartWriteback();
   EXPECT_EQ(fresh.Commit(), 0);
   EXPECT_EQ(gFsyncs, 0);
+  EXPECT_EQ(gWritebacks, 0);
   EXPECT_EQ(Get(d / "new.jpg"), "fresh");
   EXPECT_EQ(d.Names(), (std::vector<std::string>{"link.bmp", "new.jpg", "photo.jpg", "real"}));
 
