@@ -94,6 +94,13 @@ size_t DibRowBytes24(uint32_t width) {
 }
 
 // Planar row y becomes packed row height - 1 - y.
+
+namespace {
+
+// Planar rows [first, last) of `image` (its first three planes) packed into
+// the bottom-up 24-bit rows whose last one, picture row 0, starts at
+// `bottom`, `rowSize` bytes apart: B, G, R, then the padding zeroed. Rows are
+// written from their own planes alone, so bands may go to several threads.
 void DibPackPlanarRows(const PlanarImage &image, uint32_t first, uint32_t last, uint8_t *bottom,
                        size_t rowSize) {
   static const RasJoinRowFn join = RasJoinRowFor(3, false);
@@ -115,6 +122,8 @@ void DibPackPlanarRows(const PlanarImage &image, uint32_t first, uint32_t last, 
     std::memset(row + used, 0, rowSize - used);
   }
 }
+
+}  // namespace
 
 HGLOBAL DibFromPlanar(const PlanarImage *image) {
   if (!image || image->width < 1 || image->height < 1 || image->channels < 3) return nullptr;

@@ -40,13 +40,6 @@ size_t DibPlanarBlockBytes(uint32_t width, uint32_t height);
 // Bytes of one packed 24-bit row: three a pixel, padded to a multiple of four.
 size_t DibRowBytes24(uint32_t width);
 
-// Planar rows [first, last) of `image` (its first three planes) packed into
-// the bottom-up 24-bit rows whose last one, picture row 0, starts at
-// `bottom`, `rowSize` bytes apart: B, G, R, then the padding zeroed. Rows are
-// written from their own planes alone, so bands may go to several threads.
-void DibPackPlanarRows(const PlanarImage &image, uint32_t first, uint32_t last, uint8_t *bottom,
-                       size_t rowSize);
-
 // A new block holding the planes as a packed DIB (header, then rows bottom
 // first, B, G, R, zero padding), or null when either allocation fails. Only
 // the first three planes are read.
