@@ -9,7 +9,8 @@
 // nearest and clamps to its range. Source indices are clamped at the edges
 // (the edge sample repeats), so a flat picture stays exactly flat. The
 // tables are made once by ReducePlan, which any caller can run over any range
-// of destination rows; ReduceImage is that plan run over every row.
+// of destination rows; ReduceImage is that plan run over every row. The
+// passes themselves, with their vector forms, are in reducepasses.cpp.
 //
 // Choices made here:
 // - Modes 0 and 1 give the same result; both are accepted so that either
@@ -30,14 +31,9 @@
 #include <new>
 #include <vector>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#elif defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "pixels/pixels.h"
 #include "pixels/reduce_kernel.h"
+#include "pixels/reducepasses.h"
 #include "pixels/reduceplan.h"
 #include "platform/workers.h"
 #include "raster/ras.h"
@@ -47,12 +43,6 @@ namespace {
 float Tent(float t) {
   return (t > -1.0f && t < 1.0f) ? 1.0f - (t < 0.0f ? -t : t) : 0.0f;
 }
-
-// The vertical pass keeps 6 fractional bits: 255 << 6 times the 16.16
-// weights of the horizontal pass still fits a signed 32-bit sum with room for
-// a negative middle weight, and the blended row fits 16-bit lanes.
-constexpr int32_t kMidBits = 6;
-constexpr int32_t kMidMax = 255 << kMidBits;
 
 // Where a 16.16 position falls: the sample at or left of it and the nearest
 // of the 16 phases. Rounding to the nearest phase (rather than truncating)
@@ -147,291 +137,6 @@ class SourceRows {
   std::vector<uint8_t> ring_;
 };
 
-// The vertical pass multiplies bytes by weights of 14 bits (the kernel's
-// 16.16 weights rounded, the sum fixed to exactly 1 << 14 on the middle tap
-// as in the kernel) so that two rows go through one 16-bit multiply-add.
-constexpr int32_t kVerticalBits = 14;
-
-constexpr int32_t kBlendShift = kVerticalBits - kMidBits;
-constexpr int32_t kBlendHalf = 1 << (kBlendShift - 1);
-
-#if defined(__x86_64__)
-// Both rows' 16-bit weights in every 32-bit lane, for the multiply-adds.
-__attribute__((target("avx2"))) __m256i WeightPair(const int16_t *weights) {
-  return _mm256_set1_epi32(
-      static_cast<int32_t>(static_cast<uint16_t>(weights[0]) |
-                           (static_cast<uint32_t>(static_cast<uint16_t>(weights[1])) << 16)));
-}
-
-// Two sums of eight lanes scaled back to 16 bits and clamped to 0..top.
-__attribute__((target("avx2"))) __m256i Narrow(__m256i x, __m256i y, __m256i top) {
-  const __m256i packed =
-      _mm256_packs_epi32(_mm256_srai_epi32(x, kBlendShift), _mm256_srai_epi32(y, kBlendShift));
-  return _mm256_min_epi16(_mm256_max_epi16(packed, _mm256_setzero_si256()), top);
-}
-
-// The vertical pass 32 samples at a time: each 128-bit half does what the
-// 16-sample loop below does for its own samples, so the results are the
-// same; the halves are put back in order when stored. Returns how many
-// samples it did.
-__attribute__((target("avx2"))) int32_t BlendRowsAvx2(const uint8_t *const *rows,
-                                                      const int16_t *weights, int32_t pairs,
-                                                      int32_t count, int16_t *out) {
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i half = _mm256_set1_epi32(kBlendHalf);
-  const __m256i top = _mm256_set1_epi16(kMidMax);
-  int32_t i = 0;
-  for (; i + 32 <= count; i += 32) {
-    __m256i s0 = half, s1 = half, s2 = half, s3 = half;
-    for (int32_t k = 0; k < pairs; ++k) {
-      const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(rows[2 * k] + i));
-      const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(rows[2 * k + 1] + i));
-      const __m256i w = WeightPair(weights + 2 * k);
-      const __m256i lo = _mm256_unpacklo_epi8(a, b);
-      const __m256i hi = _mm256_unpackhi_epi8(a, b);
-      s0 = _mm256_add_epi32(s0, _mm256_madd_epi16(_mm256_unpacklo_epi8(lo, zero), w));
-      s1 = _mm256_add_epi32(s1, _mm256_madd_epi16(_mm256_unpackhi_epi8(lo, zero), w));
-      s2 = _mm256_add_epi32(s2, _mm256_madd_epi16(_mm256_unpacklo_epi8(hi, zero), w));
-      s3 = _mm256_add_epi32(s3, _mm256_madd_epi16(_mm256_unpackhi_epi8(hi, zero), w));
-    }
-    const __m256i first = Narrow(s0, s1, top), second = Narrow(s2, s3, top);
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i),
-                        _mm256_permute2x128_si256(first, second, 0x20));
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i + 16),
-                        _mm256_permute2x128_si256(first, second, 0x31));
-  }
-  return i;
-}
-
-bool HasAvx2() {
-  static const bool has = [] {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") != 0;
-  }();
-  return has;
-}
-#endif
-
-std::atomic<bool> gAvx2Allowed{true};
-
-// The vertical pass over a whole source row: `pairs` pairs of rows and their
-// weights, kept with kMidBits fractional bits.
-void BlendRows(const uint8_t *const *rows, const int16_t *weights, int32_t pairs, int32_t count,
-               int16_t *out) {
-  constexpr int32_t kShift = kBlendShift;
-  constexpr int32_t kHalf = kBlendHalf;
-  int32_t i = 0;
-#if defined(__x86_64__)
-  if (HasAvx2() && gAvx2Allowed.load(std::memory_order_relaxed))
-    i = BlendRowsAvx2(rows, weights, pairs, count, out);
-#endif
-#if defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i half = _mm_set1_epi32(kHalf);
-  const __m128i top = _mm_set1_epi16(kMidMax);
-  for (; i + 16 <= count; i += 16) {
-    __m128i s0 = half, s1 = half, s2 = half, s3 = half;
-    for (int32_t k = 0; k < pairs; ++k) {
-      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(rows[2 * k] + i));
-      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(rows[2 * k + 1] + i));
-      const __m128i w = _mm_set1_epi32(static_cast<int32_t>(
-          static_cast<uint16_t>(weights[2 * k]) |
-          (static_cast<uint32_t>(static_cast<uint16_t>(weights[2 * k + 1])) << 16)));
-      const __m128i lo = _mm_unpacklo_epi8(a, b);  // a0 b0 a1 b1 ...
-      const __m128i hi = _mm_unpackhi_epi8(a, b);
-      s0 = _mm_add_epi32(s0, _mm_madd_epi16(_mm_unpacklo_epi8(lo, zero), w));
-      s1 = _mm_add_epi32(s1, _mm_madd_epi16(_mm_unpackhi_epi8(lo, zero), w));
-      s2 = _mm_add_epi32(s2, _mm_madd_epi16(_mm_unpacklo_epi8(hi, zero), w));
-      s3 = _mm_add_epi32(s3, _mm_madd_epi16(_mm_unpackhi_epi8(hi, zero), w));
-    }
-    const __m128i first = _mm_packs_epi32(_mm_srai_epi32(s0, kShift), _mm_srai_epi32(s1, kShift));
-    const __m128i second = _mm_packs_epi32(_mm_srai_epi32(s2, kShift), _mm_srai_epi32(s3, kShift));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i),
-                     _mm_min_epi16(_mm_max_epi16(first, zero), top));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + i + 8),
-                     _mm_min_epi16(_mm_max_epi16(second, zero), top));
-  }
-#endif
-  for (; i < count; ++i) {
-    int32_t sum = kHalf;
-    for (int32_t t = 0; t < 2 * pairs; ++t)
-      sum += weights[t] * rows[t][i];
-    out[i] = static_cast<int16_t>(std::clamp(sum >> kShift, 0, kMidMax));
-  }
-}
-
-// Kernels up to this many taps (reductions down to about 1:8) use 14-bit
-// weights and multiply-adds in both passes; wider ones, where rounding the
-// weights to 14 bits starts to matter, filter the blended row with the 16.16
-// weights (their vertical pass keeps the 14-bit weights).
-constexpr int32_t kShortTaps = 16;
-
-// One weighted sum of the blended row with 16-bit weights, in the portable
-// form; the vector forms below must give the same value.
-uint8_t ShortSum(const int16_t *s, const int16_t *w, int32_t taps, int32_t shift) {
-  int32_t sum = 1 << (shift - 1);
-  for (int32_t t = 0; t < taps; ++t)
-    sum += w[t] * s[t];
-  return static_cast<uint8_t>(std::clamp(sum >> shift, 0, 255));
-}
-
-#if defined(__SSE2__)
-// Four rounded sums scaled to bytes, stored at `out` with the pixel step.
-void StoreFour(__m128i sum, int32_t shift, uint8_t *out, int32_t step) {
-  sum =
-      _mm_sra_epi32(_mm_add_epi32(sum, _mm_set1_epi32(1 << (shift - 1))), _mm_cvtsi32_si128(shift));
-  const __m128i words = _mm_packs_epi32(sum, sum);
-  const uint32_t bytes = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
-  if (step == 1) {
-    std::memcpy(out, &bytes, sizeof bytes);
-  } else {
-    for (int32_t k = 0; k < 4; ++k)
-      out[static_cast<int64_t>(k) * step] = static_cast<uint8_t>(bytes >> (8 * k));
-  }
-}
-#endif
-
-#if defined(__x86_64__)
-// Taps [t, t + 8) of two neighbouring columns, one in each 128-bit half.
-__attribute__((target("avx2"))) __m256i TwoColumns(const int16_t *line, const int32_t *starts,
-                                                   const int16_t *w, int32_t taps, int32_t t) {
-  const auto load = [](const int16_t *at) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
-  };
-  const __m256i samples = _mm256_inserti128_si256(
-      _mm256_castsi128_si256(load(line + starts[0] + t)), load(line + starts[1] + t), 1);
-  const __m256i weights =
-      _mm256_inserti128_si256(_mm256_castsi128_si256(load(w + t)), load(w + taps + t), 1);
-  return _mm256_madd_epi16(samples, weights);
-}
-
-// The horizontal pass for kernels of 4 taps (reductions to a half and
-// more), eight columns at a time: each 128-bit half multiplies two columns'
-// taps at once, as the 16-byte loop below does for four columns; the same
-// integer sums, rounded and clamped as StoreFour does. Returns how many
-// columns it did.
-__attribute__((target("avx2"))) int32_t FilterFourAvx2(const int16_t *line, const int32_t *starts,
-                                                       const int16_t *weights, int32_t count,
-                                                       uint8_t *out, int32_t step) {
-  constexpr int32_t kShift = kVerticalBits + kMidBits;  // four taps are a short kernel's
-  const __m256i half = _mm256_set1_epi32(1 << (kShift - 1));
-  const auto pair = [line, starts](int32_t k) {  // columns k and k + 1
-    return _mm_unpacklo_epi64(
-        _mm_loadl_epi64(reinterpret_cast<const __m128i *>(line + starts[k])),
-        _mm_loadl_epi64(reinterpret_cast<const __m128i *>(line + starts[k + 1])));
-  };
-  int32_t i = 0;
-  for (; i + 8 <= count; i += 8) {
-    const __m256i *w = reinterpret_cast<const __m256i *>(weights + static_cast<ptrdiff_t>(i) * 4);
-    const __m256i low =
-        _mm256_madd_epi16(_mm256_inserti128_si256(_mm256_castsi128_si256(pair(i)), pair(i + 2), 1),
-                          _mm256_loadu_si256(w));
-    const __m256i high = _mm256_madd_epi16(
-        _mm256_inserti128_si256(_mm256_castsi128_si256(pair(i + 4)), pair(i + 6), 1),
-        _mm256_loadu_si256(w + 1));
-    // The adds leave columns 0 1 4 5 in the first half and 2 3 6 7 in the
-    // second; the permutation puts them in order.
-    __m256i sums = _mm256_permute4x64_epi64(_mm256_hadd_epi32(low, high), _MM_SHUFFLE(3, 1, 2, 0));
-    sums = _mm256_srai_epi32(_mm256_add_epi32(sums, half), kShift);
-    const __m128i words =
-        _mm_packs_epi32(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
-    const uint64_t bytes = static_cast<uint64_t>(_mm_cvtsi128_si64(_mm_packus_epi16(words, words)));
-    uint8_t *at = out + static_cast<int64_t>(i) * step;
-    if (step == 1) {
-      std::memcpy(at, &bytes, sizeof bytes);
-    } else {
-      for (int32_t k = 0; k < 8; ++k)
-        at[static_cast<int64_t>(k) * step] = static_cast<uint8_t>(bytes >> (8 * k));
-    }
-  }
-  return i;
-}
-
-// The horizontal pass for kernels of a multiple of 8 padded taps, two
-// columns per multiply-add; integer sums in another order, so the same
-// values. Returns how many columns it did.
-__attribute__((target("avx2"))) int32_t FilterShortAvx2(const int16_t *line, const int32_t *starts,
-                                                        const int16_t *weights, int32_t taps,
-                                                        int32_t shift, int32_t count, uint8_t *out,
-                                                        int32_t step) {
-  if (taps == 4) return FilterFourAvx2(line, starts, weights, count, out, step);
-  if (taps % 8 != 0) return 0;
-  int32_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    const int16_t *w = weights + static_cast<ptrdiff_t>(i) * taps;
-    __m256i low = TwoColumns(line, starts + i, w, taps, 0);
-    __m256i high = TwoColumns(line, starts + i + 2, w + 2 * taps, taps, 0);
-    for (int32_t t = 8; t < taps; t += 8) {
-      low = _mm256_add_epi32(low, TwoColumns(line, starts + i, w, taps, t));
-      high = _mm256_add_epi32(high, TwoColumns(line, starts + i + 2, w + 2 * taps, taps, t));
-    }
-    // Halves hold columns i, i + 1 (low) and i + 2, i + 3 (high); two
-    // horizontal adds leave i, i + 2 in the first half and i + 1, i + 3 in
-    // the second.
-    const __m256i pairs = _mm256_hadd_epi32(low, high);
-    const __m256i totals = _mm256_hadd_epi32(pairs, pairs);
-    StoreFour(
-        _mm_unpacklo_epi32(_mm256_castsi256_si128(totals), _mm256_extracti128_si256(totals, 1)),
-        shift, out + static_cast<int64_t>(i) * step, step);
-  }
-  return i;
-}
-#endif
-
-// The horizontal pass with 16-bit weights: `weights` holds `taps` weights
-// per destination column (4, or a multiple of 8, padded with zeros), and
-// each sum is rounded and shifted right by `shift`; four columns at a time.
-void FilterShort(const int16_t *line, const int32_t *starts, const int16_t *weights, int32_t taps,
-                 int32_t shift, int32_t count, uint8_t *out, int32_t step) {
-  int32_t i = 0;
-#if defined(__x86_64__)
-  if (HasAvx2() && gAvx2Allowed.load(std::memory_order_relaxed))
-    i = FilterShortAvx2(line, starts, weights, taps, shift, count, out, step);
-#endif
-#if defined(__SSE2__)
-  const auto load = [](const int16_t *at) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at));
-  };
-  const auto load4 = [](const int16_t *at) {
-    return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(at));
-  };
-  for (; i + 4 <= count; i += 4) {
-    const int16_t *w = weights + static_cast<ptrdiff_t>(i) * taps;
-    __m128i sum;
-    if (taps == 4) {
-      // Two columns per register; each multiply-add leaves two partial sums
-      // per column, which the shuffles pair up.
-      const __m128i a = _mm_unpacklo_epi64(load4(line + starts[i]), load4(line + starts[i + 1]));
-      const __m128i b =
-          _mm_unpacklo_epi64(load4(line + starts[i + 2]), load4(line + starts[i + 3]));
-      const __m128 ma = _mm_castsi128_ps(_mm_madd_epi16(a, load(w)));
-      const __m128 mb = _mm_castsi128_ps(_mm_madd_epi16(b, load(w + 8)));
-      sum = _mm_add_epi32(_mm_castps_si128(_mm_shuffle_ps(ma, mb, _MM_SHUFFLE(2, 0, 2, 0))),
-                          _mm_castps_si128(_mm_shuffle_ps(ma, mb, _MM_SHUFFLE(3, 1, 3, 1))));
-    } else {
-      __m128i m[4];
-      for (int32_t k = 0; k < 4; ++k) {
-        const int16_t *s = line + starts[i + k];
-        const int16_t *wk = w + k * taps;
-        m[k] = _mm_madd_epi16(load(s), load(wk));
-        for (int32_t t = 8; t < taps; t += 8)
-          m[k] = _mm_add_epi32(m[k], _mm_madd_epi16(load(s + t), load(wk + t)));
-      }
-      // Transpose and add: lane k ends up holding column i + k's total.
-      const __m128i t01 =
-          _mm_add_epi32(_mm_unpacklo_epi32(m[0], m[1]), _mm_unpackhi_epi32(m[0], m[1]));
-      const __m128i t23 =
-          _mm_add_epi32(_mm_unpacklo_epi32(m[2], m[3]), _mm_unpackhi_epi32(m[2], m[3]));
-      sum = _mm_add_epi32(_mm_unpacklo_epi64(t01, t23), _mm_unpackhi_epi64(t01, t23));
-    }
-    StoreFour(sum, shift, out + static_cast<int64_t>(i) * step, step);
-  }
-#endif
-  for (; i < count; ++i)
-    out[static_cast<int64_t>(i) * step] =
-        ShortSum(line + starts[i], weights + static_cast<ptrdiff_t>(i) * taps, taps, shift);
-}
-
 // Whether a wide kernel's 16.16 weights serve the 16-bit pass with the same
 // sums: each fits a 16-bit lane (a tent wider than eight samples keeps every
 // weight below an eighth), and no sum of the blended row's samples under
@@ -448,22 +153,6 @@ bool FitsWords(const ReduceKernel &kernel) {
     if (high > INT32_MAX || low < INT32_MIN) return false;
   }
   return true;
-}
-
-// The horizontal pass for wide kernels, summed in 64 bits: the rounding
-// excess can leave a sizeable negative middle weight there.
-void FilterWide(const int16_t *line, const int32_t *starts, const int32_t *const *rows,
-                int32_t taps, int32_t count, uint8_t *out, int32_t step) {
-  constexpr int32_t kShift = 16 + kMidBits;
-  for (int32_t i = 0; i < count; ++i) {
-    const int16_t *s = line + starts[i];
-    const int32_t *w = rows[i];
-    int64_t sum = int64_t{1} << (kShift - 1);
-    for (int32_t t = 0; t < taps; ++t)
-      sum += static_cast<int64_t>(w[t]) * s[t];
-    out[static_cast<int64_t>(i) * step] =
-        static_cast<uint8_t>(std::clamp<int64_t>(sum >> kShift, 0, 255));
-  }
 }
 
 // Fits a dw x dh destination to a sw x sh source's aspect ratio; never
@@ -503,10 +192,6 @@ bool ImageUsable(const PlanarImage *image) {
 
 }  // namespace
 
-bool SetReduceAvx2(bool allowed) {
-  return gAvx2Allowed.exchange(allowed);
-}
-
 int BuildReduceKernel(int32_t n, int32_t m, ReduceKernel *kernel) {
   if (!kernel || m <= 1 || m > n) return -1;
   const float s = static_cast<float>(n - 1) / static_cast<float>(m - 1);
@@ -544,14 +229,17 @@ int BuildReduceKernel(int32_t n, int32_t m, ReduceKernel *kernel) {
   return 0;
 }
 
-// One thread's working rows: the blended line with its repeated edges and
-// the source rows under the vertical kernel.
+// One thread's working rows: the blended line with its repeated edges, the
+// source rows under the vertical kernel, and the columns the wider pass
+// redoes before they go to their places.
 struct ReducePlan::Scratch {
   std::vector<int16_t> line;
   std::vector<const uint8_t *> rows;
+  std::vector<uint8_t> redone;
   explicit Scratch(const ReducePlan &p)
-      : line(static_cast<size_t>(p.padLeft_) + p.sw_ + p.hTaps_ + 2, 0),
-        rows(static_cast<size_t>(p.vTaps_)) {}
+      : line(p.lineSize_, 0),
+        rows(static_cast<size_t>(p.vTaps_)),
+        redone(p.wider_.columns.size()) {}
 };
 
 int ReducePlan::Make(int32_t sw, int32_t sh, int32_t channels, int32_t dw, int32_t dh,
@@ -617,35 +305,64 @@ void ReducePlan::Row(RowAt rowAt, void *context, uint8_t *const *out, int32_t ou
                      Scratch &scratch) const {
   const int32_t taps = kernel_.taps;
   const int32_t phase = PlaceOf(static_cast<int64_t>(r) * step_).phase;
-  const int64_t first = FirstUnclamped(r);
+  const VerticalSpan span = spans_[phase];
+  const int64_t first = FirstUnclamped(r) + span.skip;
+  const int32_t used = std::min(2 * span.pairs, taps - span.skip);
   int16_t *mid = scratch.line.data() + padLeft_;
   const size_t rightStart = static_cast<size_t>(padLeft_) + sw_;
   for (int32_t c = 0; c < channels_; ++c) {
-    for (int32_t t = 0; t < taps; ++t)
+    for (int32_t t = 0; t < used; ++t)
       scratch.rows[t] =
           rowAt(context, c, static_cast<int32_t>(std::clamp<int64_t>(first + t, 0, sh_ - 1)));
-    if (vTaps_ > taps) scratch.rows[taps] = scratch.rows[0];  // its weight is 0
-    BlendRows(scratch.rows.data(), vertical_.data() + phase * vTaps_, vTaps_ / 2, sw_, mid);
+    for (int32_t t = used; t < 2 * span.pairs; ++t)
+      scratch.rows[t] = scratch.rows[0];  // its weight is 0
+    BlendRows(scratch.rows.data(), vertical_.data() + phase * vTaps_, span.pairs, sw_, mid);
     std::fill_n(scratch.line.data(), padLeft_, mid[0]);
     std::fill(scratch.line.begin() + static_cast<ptrdiff_t>(rightStart), scratch.line.end(),
               mid[sw_ - 1]);
-    if (!columnWeights_.empty())
-      FilterShort(scratch.line.data(), starts_.data(), columnWeights_.data(), hTaps_, hShift_, dw_,
-                  out[c], outStep);
-    else
+    if (!phaseRows_.empty()) {
       FilterWide(scratch.line.data(), starts_.data(), phaseRows_.data(), taps, dw_, out[c],
                  outStep);
+      continue;
+    }
+    FilterShort(scratch.line.data(), narrow_.starts.data(), narrow_.weights.data(), narrow_.lanes,
+                hShift_, dw_, out[c], outStep);
+    const auto redo = static_cast<int32_t>(wider_.columns.size());
+    if (redo == 0) continue;
+    FilterShort(scratch.line.data(), wider_.starts.data(), wider_.weights.data(), wider_.lanes,
+                hShift_, redo, scratch.redone.data(), 1);
+    for (int32_t k = 0; k < redo; ++k)
+      out[c][static_cast<int64_t>(wider_.columns[k]) * outStep] = scratch.redone[k];
   }
 }
 
-// Per destination column: where its taps start in the blended row and its
-// weights. The blended row repeats the edge samples, so no loop clamps.
+namespace {
+
+// The lanes a horizontal pass gives `taps` weights: 4, or a multiple of 8.
+int32_t LanesFor(int32_t taps) {
+  return taps <= 4 ? 4 : (taps + 7) / 8 * 8;
+}
+
+// The first and one past the last weight other than zero of `count`.
+template <class Weight>
+std::pair<int32_t, int32_t> NonZero(const Weight *weights, int32_t count) {
+  int32_t low = 0, high = count;
+  while (low < high && weights[low] == 0)
+    ++low;
+  while (high > low && weights[high - 1] == 0)
+    --high;
+  return {low, high};
+}
+
+}  // namespace
+
+// The kernel's weights rounded to 14 bits for the multiply-adds, the middle
+// one taking the excess as in the kernel; then the tables of both passes.
 void ReducePlan::Prepare() {
   const int32_t taps = kernel_.taps;
-  vTaps_ = taps + (taps & 1);
-  vertical_.assign(kReducePhases * static_cast<size_t>(vTaps_), 0);
+  std::vector<int16_t> fourteen(kReducePhases * static_cast<size_t>(taps));
   for (int32_t p = 0; p < kReducePhases; ++p) {
-    int16_t *row = vertical_.data() + p * vTaps_;
+    int16_t *row = fourteen.data() + p * taps;
     int32_t total = 0;
     for (int32_t t = 0; t < taps; ++t) {
       row[t] = static_cast<int16_t>((kernel_.Row(p)[t] + 2) >> 2);
@@ -653,26 +370,92 @@ void ReducePlan::Prepare() {
     }
     row[taps / 2] = static_cast<int16_t>(row[taps / 2] - (total - (1 << kVerticalBits)));
   }
-  hTaps_ = taps <= 4 ? 4 : (taps + 7) / 8 * 8;
   padLeft_ = kernel_.lead;
-  starts_.resize(static_cast<size_t>(dw_));
+  PrepareVertical(fourteen);
+  PrepareColumns(fourteen);
+}
+
+// Weights of zero add nothing to an integer sum, so each phase reads only
+// the rows from its first weight other than zero to its last: a tent that
+// just reaches a row at one phase misses it at the others, and most rows
+// then blend a pair of rows fewer.
+void ReducePlan::PrepareVertical(const std::vector<int16_t> &fourteen) {
+  const int32_t taps = kernel_.taps;
+  vTaps_ = taps + (taps & 1);
+  vertical_.assign(kReducePhases * static_cast<size_t>(vTaps_), 0);
+  for (int32_t p = 0; p < kReducePhases; ++p) {
+    const int16_t *row = fourteen.data() + p * taps;
+    const auto [low, high] = NonZero(row, taps);
+    spans_[p] = {low, (high - low + 1) / 2};
+    std::copy(row + low, row + high, vertical_.data() + p * vTaps_);
+  }
+}
+
+// Per destination column: where its taps start in the blended row and its
+// weights, from its first weight other than zero; the blended row repeats
+// the edge samples, so no loop clamps. Every column is filtered with as few
+// lanes as all but an eighth of them need, and those that need more are
+// done again with more.
+void ReducePlan::PrepareColumns(const std::vector<int16_t> &fourteen) {
+  const int32_t taps = kernel_.taps;
   const bool short16 = taps <= kShortTaps, wide16 = !short16 && FitsWords(kernel_);
   hShift_ = short16 ? kVerticalBits + kMidBits : 16 + kMidBits;
-  if (short16 || wide16)
-    columnWeights_.assign(static_cast<size_t>(dw_) * hTaps_, 0);
-  else
+  size_t lineEnd = static_cast<size_t>(padLeft_) + sw_ + LanesFor(taps);
+  if (!short16 && !wide16) {
+    starts_.resize(static_cast<size_t>(dw_));
     phaseRows_.resize(static_cast<size_t>(dw_));
-  for (int32_t i = 0; i < dw_; ++i) {
-    const Place place = PlaceOf(static_cast<int64_t>(i) * step_);
-    starts_[i] = static_cast<int32_t>(place.index - kernel_.lead + padLeft_);
-    int16_t *weights = columnWeights_.data() + static_cast<size_t>(i) * hTaps_;
-    if (short16)
-      std::copy_n(vertical_.data() + place.phase * vTaps_, taps, weights);
-    else if (wide16)
-      std::copy_n(kernel_.Row(place.phase), taps, weights);  // each fits, as checked
-    else
+    for (int32_t i = 0; i < dw_; ++i) {
+      const Place place = PlaceOf(static_cast<int64_t>(i) * step_);
+      starts_[i] = static_cast<int32_t>(place.index - kernel_.lead + padLeft_);
       phaseRows_[i] = kernel_.Row(place.phase);
+    }
+    lineSize_ = lineEnd + 2;
+    return;
   }
+  // Each phase's weights and the span of those other than zero.
+  std::vector<int16_t> weights(kReducePhases * static_cast<size_t>(taps));
+  std::pair<int32_t, int32_t> spans[kReducePhases];
+  for (int32_t p = 0; p < kReducePhases; ++p) {
+    int16_t *row = weights.data() + p * taps;
+    if (short16)
+      std::copy_n(fourteen.data() + p * taps, taps, row);
+    else
+      std::copy_n(kernel_.Row(p), taps, row);  // each fits, as checked
+    spans[p] = NonZero(row, taps);
+  }
+  std::vector<int32_t> needs(static_cast<size_t>(LanesFor(taps)) + 1, 0);
+  std::vector<Place> places(static_cast<size_t>(dw_));
+  for (int32_t i = 0; i < dw_; ++i) {
+    places[i] = PlaceOf(static_cast<int64_t>(i) * step_);
+    const auto [low, high] = spans[places[i].phase];
+    ++needs[LanesFor(high - low)];
+  }
+  // The fewest lanes that leave at most an eighth of the columns over.
+  int32_t over = dw_;
+  narrow_.lanes = 0;
+  for (int32_t lanes = 4; lanes < static_cast<int32_t>(needs.size()) && over > dw_ / 8; ++lanes) {
+    over -= needs[lanes];
+    narrow_.lanes = lanes;
+  }
+  narrow_.lanes = LanesFor(narrow_.lanes);
+  wider_.lanes = LanesFor(taps);
+  narrow_.starts.resize(static_cast<size_t>(dw_));
+  narrow_.weights.assign(static_cast<size_t>(dw_) * narrow_.lanes, 0);
+  for (int32_t i = 0; i < dw_; ++i) {
+    const auto [low, high] = spans[places[i].phase];
+    const int16_t *row = weights.data() + places[i].phase * taps;
+    const int32_t start = static_cast<int32_t>(places[i].index - kernel_.lead + padLeft_) + low;
+    narrow_.starts[i] = start;
+    std::copy(row + low, row + std::min(high, low + narrow_.lanes),
+              narrow_.weights.data() + static_cast<size_t>(i) * narrow_.lanes);
+    lineEnd = std::max(lineEnd, static_cast<size_t>(start) + wider_.lanes);
+    if (high - low <= narrow_.lanes) continue;
+    wider_.columns.push_back(i);
+    wider_.starts.push_back(start);
+    wider_.weights.insert(wider_.weights.end(), row + low, row + high);
+    wider_.weights.resize(wider_.columns.size() * wider_.lanes, 0);
+  }
+  lineSize_ = lineEnd + 2;
 }
 
 namespace {

@@ -56,19 +56,42 @@ class ReducePlan {
   void Row(RowAt rowAt, void *context, uint8_t *const *out, int32_t outStep, int32_t r,
            Scratch &scratch) const;
 
+  void PrepareVertical(const std::vector<int16_t> &fourteen);
+  void PrepareColumns(const std::vector<int16_t> &fourteen);
+
+  // Destination columns filtered in one horizontal pass of `lanes` 16-bit
+  // weights each (4, or a multiple of 8), from `starts` in the blended line.
+  // `columns` names them, or is empty when the pass covers every column in
+  // order.
+  struct ColumnPass {
+    int32_t lanes = 0;
+    std::vector<int32_t> starts;
+    std::vector<int16_t> weights;
+    std::vector<int32_t> columns;
+  };
+  // Where a phase's vertical weights start being other than zero, and the
+  // pairs of rows that cover them.
+  struct VerticalSpan {
+    int32_t skip = 0, pairs = 0;
+  };
+
   ReduceKernel kernel_;
   int64_t step_ = 0;
   int32_t sw_ = 0, sh_ = 0, dw_ = 0, dh_ = 0, channels_ = 0;
   int32_t vTaps_ = 0;  // taps rounded up to pairs for the vertical pass
-  int32_t hTaps_ = 0;  // taps rounded up for the horizontal pass's lanes
   int32_t padLeft_ = 0;
-  std::vector<int16_t> vertical_;  // 14-bit weight rows, vTaps_ each
-  std::vector<int32_t> starts_;    // per column, into the blended line
-  // The horizontal pass: hTaps_ 16-bit weights per column whose sums are
-  // shifted right by hShift_ (14-bit weights of short kernels, and the 16.16
-  // weights of wide ones, which are small enough), else the 16.16 row of
-  // each column, summed in 64 bits.
+  size_t lineSize_ = 0;  // the blended line with both repeated edges
+  // 14-bit weight rows, vTaps_ each, from the span's first weight on.
+  std::vector<int16_t> vertical_;
+  VerticalSpan spans_[kReducePhases];
+  // The horizontal pass: 16-bit weights whose sums are shifted right by
+  // hShift_ (14-bit weights of short kernels, and the 16.16 weights of wide
+  // ones, which are small enough), each column's taps from its first weight
+  // other than zero. Every column goes through `narrow_`; the few whose
+  // taps reach further are then done again through `wider_`. Kernels too
+  // wide for 16 bits keep the 16.16 row of each column, summed in 64 bits.
   int32_t hShift_ = 0;
-  std::vector<int16_t> columnWeights_;
+  ColumnPass narrow_, wider_;
+  std::vector<int32_t> starts_;
   std::vector<const int32_t *> phaseRows_;
 };
