@@ -1,10 +1,12 @@
-// Feeds arbitrary bytes, through a memory-block name, to the format probe and
-// then to every row of whatever reader accepts them. The last byte picks the
-// Photo CD level, so all three resolutions' offsets and records are tried.
+// Feeds arbitrary bytes, through a memory-block name, to the thumbnail's
+// reduced JPEG decode, to the format probe and then to every row of whatever
+// reader accepts them. The last byte picks the Photo CD level, so all three
+// resolutions' offsets and records are tried.
 #include <cstdint>
 #include <vector>
 
 #include "raster/core/rasfile.h"
+#include "raster/jpegthumb.h"
 #include "raster/photocd.h"
 #include "raster/ras.h"
 
@@ -44,6 +46,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::vector<uint8_t> bytes(data, data + size);
   RasMemName name;
   RasMakeMemName(&name, bytes.data(), bytes.size());
+  // The thumbnail's eighth-size decode reads JPEG data by a reader of its
+  // own before the codec.
+  JpegThumb thumb{};
+  if (JpegThumbDecode(RasMemNameOf(name), 1, 1, &thumb) == RasOk) JpegThumbFree(&thumb);
   RasDesc desc{};
   if (RasGetInfo(RasMemNameOf(name), &desc) != RasOk) return 0;
   if (RasOpen(RasMemNameOf(name), 'r', &desc) != RasOk) return 0;
