@@ -16,6 +16,7 @@
 #include "raster/core/rasformat.h"
 #include "raster/core/rasstr.h"
 #include "raster/jpegcodec.h"
+#include "raster/jpegdc.h"
 
 namespace {
 
@@ -184,6 +185,19 @@ int Check(const char *name, JpegCheck *check, JpegThumb *picture, bool rows) {
 
 int JpegCheckFile(const char *name, JpegCheck *check, JpegThumb *picture) {
   if (picture != nullptr) RasMemSet(picture, 0, sizeof(JpegThumb));
+  // A file the DC-only reader takes is one intact scan of grey or YCbCr
+  // ending in its end-of-image marker, which a full read reads to the last
+  // row; what is left to find is what the header says.
+  JpegThumb rows{};
+  if (name != nullptr && check != nullptr && JpegDcDecodeFile(name, 1, 1, &rows)) {
+    const int code = JpegCheckHeader(name, check);
+    if (code == RasOk && picture != nullptr) {
+      *picture = rows;
+    } else {
+      JpegThumbFree(&rows);
+    }
+    return code;
+  }
   const int code = Check(name, check, picture, true);
   if (code != RasOk) JpegThumbFree(picture);
   return code;

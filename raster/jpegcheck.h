@@ -3,7 +3,10 @@
 // decoder and marker reader, so a file whose rows are broken fails here as it
 // fails there; only the output is made at an eighth of each side (the codec's
 // DCT scaling), which spares the transforms, colour conversion and the rows
-// of the full size. Refused as a full read (JpegOpen and every row) refuses:
+// of the full size. A file the DC-only reader (raster/jpegdc.h) takes whole
+// needs no second walk: that reader declines everything short of one intact
+// scan ending in its end-of-image marker. Refused as a full read (JpegOpen
+// and every row) refuses:
 // the header, the pixel limit, colour spaces with no model, the codec's
 // fatal errors, and data ending before half the rows.
 #pragma once

@@ -4,12 +4,18 @@
 // complete.
 #include "raster/jpegdc.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <memory>
 #include <vector>
 
+#include "raster/core/rasfile.h"
 #include "raster/core/rasformat.h"
 #include "raster/core/rasstr.h"
 #include "raster/jpegdcbits.h"
@@ -455,6 +461,54 @@ void ToRgb(const Frame &f, uint32_t width, uint32_t height, uint8_t *rgb) {
   }
 }
 
+// The whole file in memory for the DC-only decode: a memory block as it
+// is, a disk file mapped read-only (its pages shared with the page cache,
+// none copied). Empty when the file cannot be mapped; the codec then reads
+// it as a stream.
+class WholeFile {
+ public:
+  explicit WholeFile(const char *name) {
+    if (RasIsMemName(name)) {
+      RasMemName mem;
+      std::memcpy(&mem, name, sizeof mem);
+      data_ = static_cast<const uint8_t *>(mem.address);
+      size_ = static_cast<size_t>(mem.capacity);
+      return;
+    }
+    // Only the names the file layer itself would open.
+    int64_t memoryOnly = 0;
+    if (name[0] == 0 || strnlen(name, RasNameSize) >= static_cast<size_t>(RasNameSize) ||
+        RasFileGetOption(RasFileOptMemoryOnly, &memoryOnly) != RasOk || memoryOnly != 0)
+      return;
+    const int fd = open(name, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    struct stat info {};
+    if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+      void *mapped = mmap(nullptr, static_cast<size_t>(info.st_size), PROT_READ,
+                          MAP_PRIVATE | MAP_POPULATE, fd, 0);
+      if (mapped != MAP_FAILED) {
+        mapped_ = true;
+        data_ = static_cast<const uint8_t *>(mapped);
+        size_ = static_cast<size_t>(info.st_size);
+      }
+    }
+    close(fd);
+  }
+  ~WholeFile() {
+    if (mapped_) munmap(const_cast<uint8_t *>(data_), size_);
+  }
+  WholeFile(const WholeFile &) = delete;
+  WholeFile &operator=(const WholeFile &) = delete;
+
+  const uint8_t *Data() const { return data_; }
+  size_t Size() const { return size_; }
+
+ private:
+  const uint8_t *data_ = nullptr;
+  size_t size_ = 0;
+  bool mapped_ = false;
+};
+
 }  // namespace
 
 bool JpegDcDecode(const uint8_t *data, size_t size, uint32_t atLeastWidth, uint32_t atLeastHeight,
@@ -473,4 +527,11 @@ bool JpegDcDecode(const uint8_t *data, size_t size, uint32_t atLeastWidth, uint3
   ToRgb(f, width, height, rgb);
   *thumb = JpegThumb{width, height, f.width, f.height, 8, rgb};
   return true;
+}
+
+bool JpegDcDecodeFile(const char *name, uint32_t atLeastWidth, uint32_t atLeastHeight,
+                      JpegThumb *thumb) {
+  const WholeFile whole(name);
+  return whole.Size() != 0 &&
+         JpegDcDecode(whole.Data(), whole.Size(), atLeastWidth, atLeastHeight, thumb);
 }

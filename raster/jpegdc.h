@@ -26,3 +26,8 @@
 // false, with `thumb` untouched, when declined.
 bool JpegDcDecode(const uint8_t *data, size_t size, uint32_t atLeastWidth, uint32_t atLeastHeight,
                   JpegThumb *thumb);
+
+// The same for the file `name`, a path or a memory-block name; a disk file
+// is mapped, not read. False also when it cannot be opened or mapped.
+bool JpegDcDecodeFile(const char *name, uint32_t atLeastWidth, uint32_t atLeastHeight,
+                      JpegThumb *thumb);

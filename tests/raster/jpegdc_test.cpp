@@ -21,6 +21,7 @@
 
 #include "raster/core/rasfile.h"
 #include "raster/core/rasstr.h"
+#include "raster/jpegcheck.h"
 #include "raster/jpegthumb.h"
 #include "tests/raster/testutil.h"
 
@@ -287,6 +288,36 @@ TEST(JpegDc, CameraFilesInTheTestDataAreReadAsTheCodecReadsThem) {
   }
   EXPECT_GT(jpegs, 10);
   EXPECT_GE(taken, jpegs / 2);
+}
+
+// The open check leans on the DC-only reader for intact files: the fields
+// still come from the header and the rows it keeps are the codec's.
+TEST(JpegDc, TheOpenCheckOfAnIntactFileKeepsTheCodecsRowsAndTheHeadersFields) {
+  Encoding grey;
+  grey.grey = true;
+  for (const Encoding &e : {Encoding{}, grey}) {
+    Bytes file = Encode(203, 141, e);
+    RasMemName name;
+    RasMakeMemName(&name, file.data(), file.size());
+    JpegCheck check{};
+    JpegThumb rows{};
+    ASSERT_EQ(JpegCheckFile(RasMemNameOf(name), &check, &rows), RasOk);
+    EXPECT_EQ(check.width, 203U);
+    EXPECT_EQ(check.height, 141U);
+    EXPECT_EQ(check.channels, e.grey ? 1U : 3U);
+    EXPECT_EQ(check.resolution, -1.0F);  // a JFIF density of 1:1 says nothing of inches
+    uint32_t width = 0, height = 0;
+    const Bytes reference = CodecEighth(file, &width, &height);
+    ASSERT_EQ(rows.width, width);
+    EXPECT_EQ(Bytes(rows.rgb, rows.rgb + reference.size()), reference);
+    JpegThumbFree(&rows);
+    // Cut before its end, the same file is the codec's to judge, and a
+    // full read would refuse it: most rows are missing.
+    file.resize(file.size() / 3);
+    RasMakeMemName(&name, file.data(), file.size());
+    EXPECT_EQ(JpegCheckFile(RasMemNameOf(name), &check, &rows), RasErrRead);
+    EXPECT_EQ(rows.rgb, nullptr);
+  }
 }
 
 }  // namespace
