@@ -332,7 +332,8 @@ void Reduce2x2(const int16_t block[64], uint64_t written, const int16_t quant[64
     if (col != 0 && (written & column) == 0) continue;
     const auto q = [&](int row) { return block[row * 8 + col] * quant[row * 8 + col]; };
     if ((written & column & kOddRows) == 0) {
-      work[col] = work[8 + col] = q(0) * (1 << kPass1Bits);
+      // Wide, then wrapped to int as the codec's shift wraps it.
+      work[col] = work[8 + col] = static_cast<int>(int64_t{q(0)} * (1 << kPass1Bits));
       continue;
     }
     const int64_t even = int64_t{q(0)} * (1 << (kConstBits + 2));
