@@ -91,14 +91,25 @@ int RunCrop(int argc, char **argv) {
 
 namespace {
 
-// The reduced photo made a band of source rows at a time, so that neither the
-// photo nor the result is ever held whole: fresh memory is slow to come by,
-// and a band of each, reused, stays in the caches. Source rows go into a ring
-// deep enough for one band plus the rows the kernel reaches back; after each
-// band, the destination rows it completes are reduced on every thread into
-// one of two buffers, which the writer empties in order. With more than one
-// thread the bands are made on a thread of their own, one buffer ahead of the
-// writer, so that reading and reducing go on while rows are written.
+// Where a streamed zoom failed, for its message.
+enum class Stage { kRead, kMemory, kReduce };
+
+// The exit status for a streamed zoom's failure, after printing why.
+int ZoomFailed(const char *path, Stage stage, int code) {
+  if (stage == Stage::kRead) return Fail(path, "cannot read a row", code);
+  if (stage == Stage::kMemory) return Fail(path, "too small or too large to zoom", code);
+  return Refused("zoom", code, "the photo could not be resampled");
+}
+
+// The reduced photo of a file read in order, made a band of source rows at a
+// time, so that neither the photo nor the result is ever held whole: fresh
+// memory is slow to come by, and a band of each, reused, stays in the
+// caches. Source rows go into a ring deep enough for one band plus the rows
+// the kernel reaches back; after each band, the destination rows it
+// completes are reduced on every thread into one of two buffers, which the
+// writer empties in order. With more than one thread the bands are made on a
+// thread of their own, one buffer ahead of the writer, so that reading and
+// reducing go on while rows are written.
 class ReducedRows {
  public:
   ReducedRows(const char *path, PhotoReader *reader, const ReducePlan &plan)
@@ -155,15 +166,10 @@ class ReducedRows {
   }
 
   // The exit status for a code Row returned.
-  int Failed(int code) const {
-    if (stage_ == Stage::kRead) return Fail(path_, "cannot read a row", code);
-    if (stage_ == Stage::kMemory) return Fail(path_, "too small or too large to zoom", code);
-    return Refused("zoom", code, "the photo could not be resampled");
-  }
+  int Failed(int code) const { return ZoomFailed(path_, stage_, code); }
 
  private:
   static constexpr int32_t kBandRows = 64;
-  enum class Stage { kRead, kMemory, kReduce };
 
   // Destination rows [top, end) in three planes of `capacity` rows.
   struct Buffer {
@@ -289,6 +295,220 @@ class ReducedRows {
   std::thread maker_;
 };
 
+// The reduced photo of a file whose rows can be read in any order, made in
+// runs of destination rows: every thread, the writer included, takes the
+// next run, reads the source rows it needs through a descriptor of its own
+// into a ring just deep enough for one destination row (so that a row is
+// blended while it is still in the core's cache) and reduces the run into a
+// slot, which the writer empties in order. The writer makes a run itself
+// whenever the one it needs is not there yet, so no thread waits while there
+// is work, and none waits for a band to be shared out among the others.
+// Neighbouring runs each read the few source rows they share.
+class RunRows {
+ public:
+  RunRows(const char *path, PhotoReader *reader, const ReducePlan &plan)
+      : path_(path), reader_(reader), plan_(plan) {}
+  ~RunRows() {
+    {
+      const std::lock_guard<std::mutex> held(lock_);
+      stop_ = true;
+    }
+    changed_.notify_all();
+    for (std::thread &helper : helpers_)
+      helper.join();
+  }
+  RunRows(const RunRows &) = delete;
+  RunRows &operator=(const RunRows &) = delete;
+
+  // 0, or the exit status after printing why.
+  int Start() {
+    const int32_t threads = WorkerCount();
+    // About kRunSourceRows source rows a run, so that the rows read twice
+    // are few.
+    const int64_t perRun = int64_t{kRunSourceRows} * plan_.Height() / plan_.SourceHeight();
+    runRows_ = static_cast<int32_t>(std::clamp<int64_t>(perRun, 1, plan_.Height()));
+    runs_ = (plan_.Height() + runRows_ - 1) / runRows_;
+    try {
+      slots_.resize(static_cast<size_t>(2 * threads));
+      workers_.resize(static_cast<size_t>(threads));
+      for (int32_t k = 1; k < threads; ++k)
+        helpers_.emplace_back([this, k] { Help(workers_[k]); });
+    } catch (const std::exception &) {  // no memory; without helpers, the writer makes every run
+      if (slots_.empty() || workers_.empty())
+        return Fail(path_, "too small or too large to zoom", RasErrMemory);
+    }
+    return 0;
+  }
+
+  // Destination row y, which the writer asks for in order.
+  int Row(int32_t y, RasSl *sl) {
+    const int64_t run = y / runRows_;
+    std::unique_lock<std::mutex> held(lock_);
+    if (run > released_) {  // the runs before it are written
+      released_ = run;
+      changed_.notify_all();
+    }
+    Slot &slot = slots_[run % slots_.size()];
+    while (slot.run != run || !slot.done) {
+      if (CanTake()) {
+        TakeAndMake(workers_[0], held);
+      } else {
+        changed_.wait(held);
+      }
+    }
+    if (slot.code != RasOk) {
+      stage_ = slot.stage;
+      return slot.code;
+    }
+    const size_t plane = static_cast<size_t>(runRows_) * static_cast<size_t>(plan_.Width());
+    for (int k = 0; k < 3; ++k)
+      sl->plane8[k] = slot.bytes.data() + k * plane +
+                      static_cast<size_t>(y - run * runRows_) * static_cast<size_t>(plan_.Width());
+    return RasOk;
+  }
+
+  // The exit status for a code Row returned.
+  int Failed(int code) const { return ZoomFailed(path_, stage_, code); }
+
+ private:
+  static constexpr int64_t kRunSourceRows = 64;
+
+  // One thread's own: its descriptor, its ring and the next row to read.
+  struct Worker {
+    std::unique_ptr<OpenRaster> file;
+    std::vector<uint8_t> ring;  // 3 planes of Depth() source rows
+    int32_t next = 0;
+  };
+  // A run's rows in three planes of runRows_ rows, and how making them went.
+  struct Slot {
+    std::vector<uint8_t> bytes;
+    int64_t run = -1;
+    bool done = false;
+    int code = RasOk;
+    Stage stage = Stage::kRead;
+  };
+  struct Worked {
+    int code;
+    Stage stage;
+  };
+
+  // Under lock_: whether a run may be taken, which its slot allows once
+  // the writer is done with the run that slot held before.
+  bool CanTake() const {
+    return !stop_ && !failed_ && taken_ < runs_ &&
+           taken_ < released_ + static_cast<int64_t>(slots_.size());
+  }
+
+  // Takes the next run and makes it with `held` released.
+  void TakeAndMake(Worker &worker, std::unique_lock<std::mutex> &held) {
+    const int64_t run = taken_++;
+    Slot &slot = slots_[run % slots_.size()];
+    slot.run = run;
+    slot.done = false;
+    held.unlock();
+    const Worked worked = Make(worker, run, slot);
+    held.lock();
+    slot.done = true;
+    slot.code = worked.code;
+    slot.stage = worked.stage;
+    if (worked.code != RasOk) failed_ = true;
+    changed_.notify_all();
+  }
+
+  void Help(Worker &worker) {
+    std::unique_lock<std::mutex> held(lock_);
+    for (;;) {
+      changed_.wait(held, [&] { return stop_ || failed_ || taken_ >= runs_ || CanTake(); });
+      if (!CanTake()) return;
+      TakeAndMake(worker, held);
+    }
+  }
+
+  // Source row y of channel c in a worker's ring.
+  const uint8_t *RingRow(const Worker &worker, int32_t c, int32_t y) const {
+    const size_t depth = static_cast<size_t>(plan_.Depth());
+    return worker.ring.data() + (static_cast<size_t>(c) * depth + static_cast<size_t>(y) % depth) *
+                                    static_cast<size_t>(plan_.SourceWidth());
+  }
+
+  static const uint8_t *RowAt(void *context, int32_t channel, int32_t y) {
+    const auto *at = static_cast<const std::pair<const RunRows *, const Worker *> *>(context);
+    return at->first->RingRow(*at->second, channel, y);
+  }
+
+  // Reads the worker's next source rows through row `last` into its ring.
+  int ReadThrough(Worker &worker, int32_t last) {
+    const int32_t width = plan_.SourceWidth();
+    for (; worker.next <= last; ++worker.next) {
+      PlanarImage row{1, 3, width, 1, 0, 1, width, {}};
+      for (int k = 0; k < 3; ++k)
+        row.planes[k] = const_cast<uint8_t *>(RingRow(worker, k, worker.next));
+      const int code =
+          reader_->ReadOwn(&worker.file, worker.next, worker.next + 1, row, worker.next);
+      if (code != RasOk) return code;
+    }
+    return RasOk;
+  }
+
+  // Destination rows of `run` into its slot, each as soon as the worker's
+  // ring holds its source rows. The first run also reads the rows above
+  // what it needs and the last those below, so that a damaged row anywhere
+  // refuses the file as loading it whole would.
+  Worked Make(Worker &worker, int64_t run, Slot &slot) {
+    const int32_t width = plan_.Width(), first = static_cast<int32_t>(run * runRows_);
+    const int32_t end = std::min(first + runRows_, plan_.Height());
+    try {
+      worker.ring.resize(size_t{3} * static_cast<size_t>(plan_.Depth()) * plan_.SourceWidth());
+      slot.bytes.resize(size_t{3} * static_cast<size_t>(runRows_) * width);
+    } catch (const std::bad_alloc &) {
+      return {RasErrMemory, Stage::kMemory};
+    }
+    PlanarImage dst{1, 3, width, runRows_, 0, 1, width, {}};
+    for (int k = 0; k < 3; ++k)
+      dst.planes[k] = slot.bytes.data() + static_cast<size_t>(k) * runRows_ * width;
+    worker.next = first == 0 ? 0 : std::min(plan_.FirstRow(first), plan_.LastRow(first - 1) + 1);
+    std::pair<const RunRows *, const Worker *> context{this, &worker};
+    for (int32_t r = first; r < end; ++r) {
+      const int read = ReadThrough(worker, plan_.LastRow(r));
+      if (read != RasOk) return {read, Stage::kRead};
+      const int reduced = plan_.Rows(RowAt, &context, &dst, r, r + 1, first);
+      if (reduced != 0) return {reduced, Stage::kReduce};
+    }
+    if (end == plan_.Height()) {
+      const int read = ReadThrough(worker, plan_.SourceHeight() - 1);
+      if (read != RasOk) return {read, Stage::kRead};
+    }
+    return {RasOk, Stage::kRead};
+  }
+
+  const char *path_;
+  PhotoReader *reader_;
+  const ReducePlan &plan_;
+  int32_t runRows_ = 1;  // destination rows a run
+  int64_t runs_ = 0;
+  std::vector<Worker> workers_;  // the writer's first
+  std::vector<std::thread> helpers_;
+  // Shared, under lock_.
+  std::mutex lock_;
+  std::condition_variable changed_;
+  std::vector<Slot> slots_;
+  int64_t taken_ = 0;     // runs taken, in order
+  int64_t released_ = 0;  // runs before it are written
+  bool failed_ = false;   // a run failed: no more are taken
+  bool stop_ = false;
+  Stage stage_ = Stage::kRead;  // where the failure the writer met came from
+};
+
+// Writes the reduced rows `rows` makes.
+template <class Rows>
+int SaveRows(const char *out, const PhotoReader &reader, const ReducePlan &plan, Rows &rows) {
+  if (const int status = rows.Start()) return status;
+  return SavePhoto(
+      out, plan.Width(), plan.Height(), reader.resolution(),
+      [&rows](int32_t y, RasSl *sl) { return rows.Row(y, sl); },
+      [&rows](int code) { return rows.Failed(code); });
+}
+
 // Zooms out without holding the photo: only when nothing is to turn upright
 // and the reduction can be planned; otherwise *streamed is false and the
 // whole-photo path runs, with its own messages.
@@ -309,12 +529,12 @@ int ZoomOutStreamed(const char *in, const char *out, double factor, bool *stream
                        scaled(reader.height()), &plan) != 0)
     return 0;
   *streamed = true;
+  if (reader.AnyOrder()) {
+    RunRows rows(in, &reader, *plan);
+    return SaveRows(out, reader, *plan, rows);
+  }
   ReducedRows rows(in, &reader, *plan);
-  if (const int status = rows.Start()) return status;
-  return SavePhoto(
-      out, plan->Width(), plan->Height(), reader.resolution(),
-      [&rows](int32_t y, RasSl *sl) { return rows.Row(y, sl); },
-      [&rows](int code) { return rows.Failed(code); });
+  return SaveRows(out, reader, *plan, rows);
 }
 
 }  // namespace

@@ -68,6 +68,18 @@ std::unique_ptr<OpenRaster> PhotoReader::Descriptor(int *code) {
   return own;
 }
 
+int PhotoReader::ReadOwn(std::unique_ptr<OpenRaster> *own, int32_t first, int32_t last,
+                         const PlanarImage &into, int32_t top) {
+  if (!*own) {
+    int code = RasOk;
+    std::unique_ptr<OpenRaster> made = Descriptor(&code);
+    if (code != RasOk) return code;
+    *own = std::move(made);
+  }
+  int32_t failed = 0;
+  return ReadRows(&(*own)->desc, first, last, into, top, &failed);
+}
+
 // A BMP row lies at a place computed from its number, so each thread reads a
 // part of the rows through a descriptor of its own: the copy from the file,
 // the spread into planes and the first touch of fresh planes run on every

@@ -45,6 +45,16 @@ class PhotoReader {
   // as reading in order would.
   int Read(int32_t first, int32_t last, const PlanarImage &into, int32_t top);
 
+  // Whether rows can be read in any order, each thread through a descriptor
+  // of its own (ReadOwn); a BMP's can, as a row's place follows from its
+  // number.
+  bool AnyOrder() const { return in_.desc.format == RasFormatBmp; }
+  // Rows [first, last) as Read reads them, on the calling thread alone,
+  // through `*own`: a descriptor made on first use and kept by the caller
+  // for its next rows, which it reads fastest in order. A library code.
+  int ReadOwn(std::unique_ptr<OpenRaster> *own, int32_t first, int32_t last,
+              const PlanarImage &into, int32_t top);
+
  private:
   int ReadShared(int32_t first, int32_t last, const PlanarImage &into, int32_t top);
   std::unique_ptr<OpenRaster> Descriptor(int *code);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -236,6 +237,95 @@ TEST(ToolEdit, ZoomingOutADamagedPhotoRefusesAsBeforeAndWritesNothing) {
     EXPECT_EQ(Beside(kept), std::vector<std::string>{kept.substr(kept.rfind('/') + 1)});
     EXPECT_EQ(ReadFile(kept), before);
   });
+}
+
+// The same BMP stored top down: the height negated and the rows in picture
+// order.
+Bytes TopDown(const Bytes &bmp) {
+  const uint32_t offset = GetField(bmp, 10, 4), width = GetField(bmp, 18, 4),
+                 height = GetField(bmp, 22, 4), stride = (width * 3 + 3) / 4 * 4;
+  Bytes out(bmp.begin(), bmp.begin() + offset);
+  PutField(out, 22, static_cast<uint32_t>(-static_cast<int32_t>(height)), 4);
+  for (uint32_t row = height; row-- > 0;) {
+    const auto at = bmp.begin() + offset + static_cast<ptrdiff_t>(row) * stride;
+    out.insert(out.end(), at, at + stride);
+  }
+  return out;
+}
+
+// A BMP is zoomed out in runs of rows taken by every thread, each reading its
+// own rows; the result must be the whole-photo reduction's to the byte. A
+// JPEG tagged as stored upside down takes the whole path; its pixels stored
+// turned, bottom up and top down, take the runs, on one thread and on more
+// threads than runs. The sizes are odd, not
+// whole numbers of runs, as low as one run, and as narrow or flat as a
+// result of two samples allows.
+TEST(ToolEdit, ZoomingOutABmpInRunsGivesTheWholePhotosBytes) {
+  const std::string plain = TempPath("zr_plain.jpg"), tagged = TempPath("zr_tagged.jpg"),
+                    turned = TempPath("zr_turned.bmp"), topDown = TempPath("zr_topdown.bmp"),
+                    whole = TempPath("zr_whole.bmp"), out = TempPath("zr_out.bmp");
+  const uint32_t sizes[][2] = {{53, 129}, {301, 67}, {9, 130}, {131, 9}, {40, 63}};
+  for (const auto &[width, height] : sizes) {
+    ASSERT_EQ(WritePicture(plain, RasFormatJpeg, RasModelRgb, Smooth(width, height, 3)), RasOk);
+    WriteFile(tagged, WithOrientation(ReadFile(plain), 3));
+    ASSERT_EQ(RunEdit("rotate 180 " + plain + " " + turned), 0);
+    WriteFile(topDown, TopDown(ReadFile(turned)));
+    ASSERT_TRUE(Read(topDown) == Read(turned));
+    for (const int percent : {25, 50, 75}) {
+      SCOPED_TRACE(testing::Message() << width << "x" << height << " at " << percent << "%");
+      const std::string zoom = "zoom " + std::to_string(percent) + " ";
+      ASSERT_EQ(RunEdit(zoom + tagged + " " + whole), 0);
+      const Picture expected = Read(whole);
+      ASSERT_GE(std::min(expected.width, expected.height), 2u);
+      for (const char *threads : {"1", "7"}) {
+        SCOPED_TRACE(threads);
+        setenv("KORVEL_THREADS", threads, 1);
+        for (const std::string &in : {turned, topDown}) {
+          ASSERT_EQ(RunEdit(zoom + in + " " + out), 0) << in;
+          EXPECT_TRUE(Read(out) == expected) << in;
+        }
+        unsetenv("KORVEL_THREADS");
+      }
+    }
+  }
+}
+
+// A BMP too narrow or too flat for a result of two samples is refused as the
+// whole path refuses it; a BMP whose last rows are missing (top down, cut)
+// is refused for the first row it lacks, as loading it whole would, however
+// many threads make the runs and whichever run meets it first. Nothing is
+// left beside the output, and a file already there keeps its bytes.
+TEST(ToolEdit, ZoomingOutABmpInRunsRefusesAsTheWholePathDoes) {
+  const std::string narrow = TempPath("zf_narrow.bmp"), flat = TempPath("zf_flat.bmp"),
+                    cut = TempPath("zf_cut.bmp"), kept = TempPath("zf_kept.bmp");
+  ASSERT_EQ(WritePicture(narrow, RasFormatBmp, RasModelRgb, Pattern(1, 200, 3)), RasOk);
+  ASSERT_EQ(WritePicture(flat, RasFormatBmp, RasModelRgb, Pattern(300, 7, 3)), RasOk);
+  ASSERT_EQ(WritePicture(cut, RasFormatBmp, RasModelRgb, Pattern(61, 517, 3)), RasOk);
+  const Bytes topDown = TopDown(ReadFile(cut));
+  ASSERT_EQ(WritePicture(kept, RasFormatBmp, RasModelRgb, Pattern(5, 4, 3)), RasOk);
+  const Bytes before = ReadFile(kept);
+  const std::string tooSmall = ": too small or too large to zoom: out of memory (code -3)\n";
+  const std::string short5 = ": cannot read a row: read failed or was short (code -5)\n";
+  for (const char *threads : {"1", "", "7"}) {
+    SCOPED_TRACE(threads);
+    setenv("KORVEL_THREADS", threads, 1);
+    std::string text;
+    EXPECT_EQ(RunEdit("zoom 50 " + narrow + " " + kept, &text), 1);
+    EXPECT_EQ(text, "korvel-raster: " + narrow + tooSmall);
+    EXPECT_EQ(RunEdit("zoom 25 " + flat + " " + kept, &text), 1);
+    EXPECT_EQ(text, "korvel-raster: zoom refused (code -1): the photo could not be resampled\n");
+    // Cut inside the last row, inside the last run, and near the top.
+    for (const size_t lost : {size_t{5}, size_t{200} * 184, size_t{480} * 184}) {
+      WriteFile(cut, Bytes(topDown.begin(), topDown.end() - static_cast<ptrdiff_t>(lost)));
+      for (const int percent : {25, 75}) {
+        EXPECT_EQ(RunEdit("zoom " + std::to_string(percent) + " " + cut + " " + kept, &text), 1);
+        EXPECT_EQ(text, "korvel-raster: " + cut + short5) << lost;
+      }
+    }
+    unsetenv("KORVEL_THREADS");
+    EXPECT_EQ(Beside(kept), std::vector<std::string>{kept.substr(kept.rfind('/') + 1)});
+    EXPECT_EQ(ReadFile(kept), before);
+  }
 }
 
 }  // namespace
