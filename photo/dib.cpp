@@ -86,3 +86,18 @@ uint8_t *CDib::RowPointer(int32_t row) const {
   if (header_->biHeight < 1) return bits_ + rowSize * row;
   return bits_ + rowSize * (static_cast<int64_t>(height_) - row - 1);
 }
+
+BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height) {
+  BITMAPINFOHEADER h{};
+  h.biSize = sizeof(BITMAPINFOHEADER);
+  h.biWidth = static_cast<int32_t>(width);
+  h.biHeight = static_cast<int32_t>(height);
+  h.biPlanes = 1;
+  h.biBitCount = 24;
+  h.biSizeImage = width * height * 3;  // the padding is deliberately not counted
+  return h;
+}
+
+size_t DibRowBytes24(uint32_t width) {
+  return (size_t{width} * 3 + 3) & ~size_t{3};
+}

@@ -4,6 +4,7 @@
 // counts frees the block when its last holder lets go.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/movable.h"
@@ -67,6 +68,12 @@ class CDib {
   uint32_t bitsPerPixel_ = 0;
   uint8_t *bits_ = nullptr;
 };
+
+// A 40-byte header for a 24-bit bottom-up picture of the program's own kind.
+BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height);
+
+// Bytes of one packed 24-bit row: three a pixel, padded to a multiple of four.
+size_t DibRowBytes24(uint32_t width);
 
 // The process-wide reference counts, keyed by handle. Adding a null handle is
 // ignored. Releasing frees the block when the count falls to nothing, and

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "photo/dibpreview.h"
-#include "photo/dibraster.h"
 #include "platform/workers.h"
 #include "raster/core/rowpack.h"
 
@@ -87,10 +86,6 @@ size_t DibPlanarBlockBytes(uint32_t width, uint32_t height) {
   const size_t pad = (4 - (size_t{width} * 3) % 4) % 4;
   const size_t extra = (width / 1024 + 1) * pad * 1024;
   return sizeof(BITMAPINFOHEADER) + size_t{width} * height * 3 + std::max(extra, pad * height);
-}
-
-size_t DibRowBytes24(uint32_t width) {
-  return (size_t{width} * 3 + 3) & ~size_t{3};
 }
 
 // Planar row y becomes packed row height - 1 - y.

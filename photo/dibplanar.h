@@ -37,9 +37,6 @@ QImage ImageFromPlanar(const PlanarImage *image);
 // the padding of every row.
 size_t DibPlanarBlockBytes(uint32_t width, uint32_t height);
 
-// Bytes of one packed 24-bit row: three a pixel, padded to a multiple of four.
-size_t DibRowBytes24(uint32_t width);
-
 // A new block holding the planes as a packed DIB (header, then rows bottom
 // first, B, G, R, zero padding), or null when either allocation fails. Only
 // the first three planes are read.

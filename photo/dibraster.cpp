@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "photo/dibplanar.h"
 #include "photo/dibpreview.h"
 #include "raster/core/rowpack.h"
 #include "raster/jpeg.h"
@@ -25,17 +24,6 @@ size_t DibBlockBytes(uint32_t width, uint32_t height) {
 float DibResolution(const BITMAPINFOHEADER *header) {
   if (!header || header->biXPelsPerMeter <= 0) return kUnknownResolution;
   return static_cast<float>(header->biXPelsPerMeter * 0.0254);
-}
-
-BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height) {
-  BITMAPINFOHEADER h{};
-  h.biSize = sizeof(BITMAPINFOHEADER);
-  h.biWidth = static_cast<int32_t>(width);
-  h.biHeight = static_cast<int32_t>(height);
-  h.biPlanes = 1;
-  h.biBitCount = 24;
-  h.biSizeImage = width * height * 3;  // the padding is deliberately not counted
-  return h;
 }
 
 namespace {

@@ -18,9 +18,6 @@ size_t DibBlockBytes(uint32_t width, uint32_t height);
 // its pixels per metre); kUnknownResolution when it gives none.
 float DibResolution(const BITMAPINFOHEADER *header);
 
-// A 40-byte header for a 24-bit bottom-up picture of the program's own kind.
-BITMAPINFOHEADER DibHeader24(uint32_t width, uint32_t height);
-
 // Reads every row of `desc` (opened for reading, `sl` made for it) into a new
 // moveable, zeroed block: grey is replicated, CMYK, L*a*b* and YCC converted
 // to RGB, wider samples narrowed. Null on failure, with the library's code in
