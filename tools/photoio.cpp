@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
+#include <new>
 
 #include "platform/workers.h"
 #include "raster/rasrgb.h"
@@ -72,9 +73,13 @@ int PhotoReader::ReadOwn(std::unique_ptr<OpenRaster> *own, int32_t first, int32_
                          const PlanarImage &into, int32_t top) {
   if (!*own) {
     int code = RasOk;
-    std::unique_ptr<OpenRaster> made = Descriptor(&code);
+    try {  // on a thread of the caller's, where nothing else would catch it
+      std::unique_ptr<OpenRaster> made = Descriptor(&code);
+      if (code == RasOk) *own = std::move(made);
+    } catch (const std::bad_alloc &) {
+      code = RasErrMemory;
+    }
     if (code != RasOk) return code;
-    *own = std::move(made);
   }
   int32_t failed = 0;
   return ReadRows(&(*own)->desc, first, last, into, top, &failed);
