@@ -264,7 +264,7 @@ TEST(ToolEdit, ZoomingOutABmpInRunsGivesTheWholePhotosBytes) {
   const std::string plain = TempPath("zr_plain.jpg"), tagged = TempPath("zr_tagged.jpg"),
                     turned = TempPath("zr_turned.bmp"), topDown = TempPath("zr_topdown.bmp"),
                     whole = TempPath("zr_whole.bmp"), out = TempPath("zr_out.bmp");
-  const uint32_t sizes[][2] = {{53, 129}, {301, 67}, {9, 130}, {131, 9}, {40, 63}};
+  const uint32_t sizes[][2] = {{53, 129}, {9, 130}, {131, 9}, {40, 63}};
   for (const auto &[width, height] : sizes) {
     ASSERT_EQ(WritePicture(plain, RasFormatJpeg, RasModelRgb, Smooth(width, height, 3)), RasOk);
     WriteFile(tagged, WithOrientation(ReadFile(plain), 3));
