@@ -158,7 +158,7 @@ constexpr int32_t kBufferColumns = 2048;
 // The buffer's rows lie this far apart: a line more than the columns, so that
 // the 16 rows one kernel writes do not all fall in the same few cache sets.
 constexpr int32_t kBufferPitch = kBufferColumns + 64;
-constexpr int32_t kPrefetchAhead = 4 * kTile;  // source rows
+constexpr int32_t kPrefetchAhead = 8 * kTile;  // source rows
 // Planes smaller than this are written through the cache: the next routine
 // will likely read them again from there.
 constexpr int64_t kStreamBytes = int64_t{4} << 20;
