@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -326,6 +325,10 @@ void Reduce2x2(const int16_t block[64], uint64_t written, const int16_t quant[64
   constexpr auto descale = [](int64_t x, int n) {
     return static_cast<int>((x + (int64_t{1} << (n - 1))) >> n);
   };
+  // The odd part both passes share, from the terms at 1, 3, 5 and 7.
+  constexpr auto odd = [](int64_t t1, int64_t t3, int64_t t5, int64_t t7) {
+    return t7 * -5906 + t5 * 6967 + t3 * -10426 + t1 * 29692;
+  };
   int work[16] = {};
   for (int col : {0, 1, 3, 5, 7}) {
     const uint64_t column = 0x0101010101010101ull << col;
@@ -337,18 +340,16 @@ void Reduce2x2(const int16_t block[64], uint64_t written, const int16_t quant[64
       continue;
     }
     const int64_t even = int64_t{q(0)} * (1 << (kConstBits + 2));
-    const int64_t odd = int64_t{q(7)} * -5906 + int64_t{q(5)} * 6967 + int64_t{q(3)} * -10426 +
-                        int64_t{q(1)} * 29692;
-    work[col] = descale(even + odd, kConstBits - kPass1Bits + 2);
-    work[8 + col] = descale(even - odd, kConstBits - kPass1Bits + 2);
+    const int64_t o = odd(q(1), q(3), q(5), q(7));
+    work[col] = descale(even + o, kConstBits - kPass1Bits + 2);
+    work[8 + col] = descale(even - o, kConstBits - kPass1Bits + 2);
   }
   for (int row = 0; row < 2; ++row) {
     const int *w = work + 8 * row;
     const int64_t even = int64_t{w[0]} * (1 << (kConstBits + 2));
-    const int64_t odd = int64_t{w[7]} * -5906 + int64_t{w[5]} * 6967 + int64_t{w[3]} * -10426 +
-                        int64_t{w[1]} * 29692;
-    out[row * stride] = kClamp(descale(even + odd, kConstBits + kPass1Bits + 3 + 2));
-    out[row * stride + 1] = kClamp(descale(even - odd, kConstBits + kPass1Bits + 3 + 2));
+    const int64_t o = odd(w[1], w[3], w[5], w[7]);
+    out[row * stride] = kClamp(descale(even + o, kConstBits + kPass1Bits + 3 + 2));
+    out[row * stride + 1] = kClamp(descale(even - o, kConstBits + kPass1Bits + 3 + 2));
   }
 }
 
