@@ -72,8 +72,8 @@ TEST(PixThreads, EveryRoutineGivesTheOneThreadBytes) {
 }
 
 // Quarter turns large enough to be written past the cache, with a
-// destination wider than the transposing buffer (two chunks of columns, the
-// last not a whole tile) and a height off the 64-row group: every byte is
+// destination wider than the transposing buffer (three chunks of columns, the
+// last not a whole tile) and a height off the 32-row group: every byte is
 // the model's, and four threads give the one-thread bytes.
 TEST(PixThreads, LargeQuarterTurnsFollowTheModel) {
   ASSERT_TRUE(kThreadsSet);
