@@ -1,10 +1,13 @@
 // Feeds arbitrary bytes, through a memory-block name, to the thumbnail's
 // reduced JPEG decode, to the format probe and then to every row of whatever
-// reader accepts them. The last byte picks the Photo CD level, so all three
+// reader accepts them, and to the PNG and WebP metadata chunk writers, whose
+// output must take a second pass. The last byte picks the Photo CD level, so all three
 // resolutions' offsets and records are tried.
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
+#include "meta/chunks.h"
 #include "raster/core/rasfile.h"
 #include "raster/jpegthumb.h"
 #include "raster/photocd.h"
@@ -26,6 +29,19 @@ void ReadAllRows(RasDesc *desc) {
   RasFreeSl(&sl);
 }
 
+void AddMetaChunks(const std::vector<uint8_t> &bytes) {
+  MetaBlocks blocks;
+  blocks.exif = {'I', 'I', '*', 0, 8, 0, 0, 0, 0, 0};
+  blocks.xmp = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>";
+  blocks.icc.assign(bytes.begin(),
+                    bytes.begin() + static_cast<ptrdiff_t>(std::min<size_t>(bytes.size(), 64)));
+  std::vector<uint8_t> once, twice;
+  if (PngWithMeta(bytes, blocks, &once, nullptr) && !PngWithMeta(once, blocks, &twice, nullptr))
+    __builtin_trap();
+  if (WebpWithMeta(bytes, blocks, &once, nullptr) && !WebpWithMeta(once, blocks, &twice, nullptr))
+    __builtin_trap();
+}
+
 }  // namespace
 
 // libheif's AV1 decoding plugin hands the decoder a data block it made and,
@@ -44,6 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (!memory_only || size == 0) return 0;
   (void)PcdSetOption(PcdOptLevel, data[size - 1] % 3 + 1u);
   std::vector<uint8_t> bytes(data, data + size);
+  AddMetaChunks(bytes);
   RasMemName name;
   RasMakeMemName(&name, bytes.data(), bytes.size());
   // The thumbnail's eighth-size decode reads JPEG data by a reader of its

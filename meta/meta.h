@@ -34,10 +34,12 @@ struct MetaSaveInfo {
   int orientation = 1;  // 1 for upright pixels; the source's tag when saved as stored
 };
 
-// Writes `meta` into the finished JPEG or TIFF file `path` (other formats get
-// nothing and true: BMP has no place for metadata). Sizes and orientation
-// are set from `info`. False with `error` set when the file could not be
-// rewritten; the caller decides whether that fails the save.
+// Writes `meta` into the finished JPEG, TIFF, PNG or WebP file `path` (other
+// formats get nothing and true: BMP has no place for metadata). PNG and WebP
+// have no place for IPTC either; its datasets go into the XMP packet as the
+// properties that stand for them. Sizes and orientation are set from `info`.
+// False with `error` set when the file could not be rewritten; a PNG or WebP
+// file is then as it was. The caller decides whether that fails the save.
 bool MetaWrite(const char *path, const PhotoMeta &meta, const MetaSaveInfo &info,
                std::string *error);
 

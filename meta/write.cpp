@@ -1,12 +1,25 @@
-// Writing a PhotoMeta record into a saved JPEG or TIFF file.
+// Writing a PhotoMeta record into a saved JPEG, TIFF, PNG or WebP file.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <exception>
+#include <exiv2/webpimage.hpp>
 
+#include "meta/chunks.h"
 #include "meta/exiv.h"
+#include "platform/safefile.h"
 
 namespace {
 
-bool CarriesMetadata(int type) {
+// JPEG and TIFF are rewritten by Exiv2. PNG and WebP get their chunks from
+// our own writers (chunks.h): the toolkit's writers for these two can leave
+// a file other decoders refuse.
+bool ByToolkit(int type) {
   return type == Exiv2::ImageType::jpeg || type == Exiv2::ImageType::tiff;
+}
+
+bool ByChunks(int type) {
+  return type == Exiv2::ImageType::png || type == Exiv2::ImageType::webp;
 }
 
 // Sets `key` to `value` only where the source had the tag: a size or
@@ -59,13 +72,86 @@ void SetXmp(Exiv2::Image *image, const std::string &packet, const MetaSaveInfo &
   image->setXmpData(xmp);
 }
 
-// MetaWritable for a caller that holds the lock.
-bool Writable(const char *path) {
+// The file's Exiv2 image type, or -1 when it cannot be told.
+int TypeOf(const char *path) {
   try {
-    return CarriesMetadata(Exiv2::ImageFactory::getType(path));
+    return Exiv2::ImageFactory::getType(path);
   } catch (const std::exception &) {
-    return false;
+    return -1;
   }
+}
+
+// The photo's XMP with its IPTC datasets added as XMP properties where the
+// packet lacks them: PNG and WebP have no place for IPTC itself, and the
+// XMP forms are the ones today's programs read.
+std::string XmpWithIptc(const PhotoMeta &meta, const MetaSaveInfo &info) {
+  Exiv2::XmpData xmp;
+  if (!meta.xmp.empty() && Exiv2::XmpParser::decode(xmp, meta.xmp) != 0) return meta.xmp;
+  if (!meta.iptc.empty()) {
+    Exiv2::IptcData iptc;
+    Exiv2::XmpData fromIptc;
+    if (Exiv2::IptcParser::decode(iptc, meta.iptc.data(),
+                                  static_cast<uint32_t>(meta.iptc.size())) == 0)
+      Exiv2::copyIptcToXmp(iptc, fromIptc);
+    for (const Exiv2::Xmpdatum &d : fromIptc)
+      if (xmp.findKey(Exiv2::XmpKey(d.key())) == xmp.end()) xmp.add(d);
+  }
+  if (xmp.empty()) return std::string();
+  UpdateXmp(&xmp, info);
+  std::string packet;
+  return Exiv2::XmpParser::encode(packet, xmp) == 0 ? packet : meta.xmp;
+}
+
+MetaBlocks BlocksFor(const PhotoMeta &meta, const MetaSaveInfo &info) {
+  MetaBlocks blocks;
+  Exiv2::ExifData exif = meta::DecodeExif(meta.exif);
+  if (!exif.empty() || info.orientation != 1) UpdateExif(&exif, info);
+  blocks.exif = meta::EncodeExif(exif);
+  blocks.xmp = XmpWithIptc(meta, info);
+  blocks.icc = meta.icc;
+  return blocks;
+}
+
+bool ReadWhole(const char *path, std::vector<uint8_t> *bytes, std::string *error) {
+  FILE *file = std::fopen(path, "rb");
+  bool ok = file != nullptr;
+  uint8_t chunk[1 << 16];
+  for (size_t n = 0; ok && (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;)
+    bytes->insert(bytes->end(), chunk, chunk + n);
+  ok = ok && !std::ferror(file);
+  if (!ok && error) *error = std::strerror(errno ? errno : EIO);
+  if (file) std::fclose(file);
+  return ok;
+}
+
+// The file replaced whole, so that a failure leaves it as it was: a save
+// that cannot keep the metadata still has its picture.
+bool ReplaceWhole(const char *path, const std::vector<uint8_t> &bytes, std::string *error) {
+  ReplacingFile file(path);
+  int failure = file.error();
+  if (failure == 0) {
+    FILE *out = std::fopen(file.path().c_str(), "wb");
+    if (!out) {
+      failure = errno;
+    } else {
+      if (std::fwrite(bytes.data(), 1, bytes.size(), out) != bytes.size()) failure = errno;
+      if (std::fclose(out) != 0 && failure == 0) failure = errno;
+    }
+  }
+  if (failure == 0) failure = file.Commit();
+  if (failure != 0 && error) *error = std::strerror(failure);
+  return failure == 0;
+}
+
+bool WriteChunks(const char *path, int type, const PhotoMeta &meta, const MetaSaveInfo &info,
+                 std::string *error) {
+  const MetaBlocks blocks = BlocksFor(meta, info);
+  if (blocks.exif.empty() && blocks.xmp.empty() && blocks.icc.empty()) return true;
+  std::vector<uint8_t> before, after;
+  if (!ReadWhole(path, &before, error)) return false;
+  const bool made = type == Exiv2::ImageType::png ? PngWithMeta(before, blocks, &after, error)
+                                                  : WebpWithMeta(before, blocks, &after, error);
+  return made && ReplaceWhole(path, after, error);
 }
 
 }  // namespace
@@ -73,15 +159,25 @@ bool Writable(const char *path) {
 bool MetaWritable(const char *path) {
   meta::Init();
   const meta::Hold hold(meta::Lock());
-  return Writable(path);
+  const int type = TypeOf(path);
+  return ByToolkit(type) || ByChunks(type);
 }
 
 bool MetaWrite(const char *path, const PhotoMeta &meta, const MetaSaveInfo &info,
                std::string *error) {
   meta::Init();
   const meta::Hold hold(meta::Lock());
-  if (!Writable(path)) return true;
+  const int type = TypeOf(path);
+  if (!ByToolkit(type) && !ByChunks(type)) return true;
   if (meta.Empty() && info.orientation == 1) return true;
+  if (ByChunks(type)) {
+    try {
+      return WriteChunks(path, type, meta, info, error);
+    } catch (const std::exception &e) {
+      if (error) *error = e.what();
+      return false;
+    }
+  }
   try {
     auto image = Exiv2::ImageFactory::open(path);
     image->readMetadata();

@@ -50,7 +50,7 @@ TEST(PhotoMetaApp, OpenEditSaveKeepsTheMetadata) {
   ScriptedPrompt prompt;
   const QString source = kExif + "libavif__paris_exif_xmp_icc.jpg";
   const metatest::Blocks from = metatest::ReadBlocks(Local(source));
-  for (const char *name : {"/edited.jpg", "/edited.tif"}) {
+  for (const char *name : {"/edited.jpg", "/edited.tif", "/edited.png", "/edited.webp"}) {
     SCOPED_TRACE(name);
     CKorvelAppDoc doc;
     ASSERT_TRUE(OpenPhotoFile(&doc, source));
