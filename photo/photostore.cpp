@@ -8,14 +8,17 @@
 
 #include <QByteArray>
 #include <QFile>
+#include <QSet>
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <mutex>
 
 #include "photo/dibraster.h"
 #include "photo/photofiles.h"
 #include "photo/photometa.h"
 #include "photo/settings.h"
+#include "photo/spillfiles.h"
 #include "raster/ras.h"
 
 namespace {
@@ -68,16 +71,15 @@ bool Whole(Transfer transfer, int fd, Byte *bytes, size_t size) {
   return true;
 }
 
-// A new file only this user can read, made exclusively under `folder` (mkstemp
-// creates it 0600 and never opens one that is already there). -1 on failure.
-int MakeSpillFile(const QString &folder, QString *path) {
-  if (folder.isEmpty()) return -1;
-  QByteArray name = QFile::encodeName(folder);
-  if (!name.endsWith('/')) name += '/';
-  name += "korvel-pixels-XXXXXX";
-  const int fd = ::mkstemp(name.data());
-  if (fd >= 0) *path = QFile::decodeName(name);
-  return fd;
+// Each folder is swept once a process: the files of sessions that ended
+// without cleaning up are no use to anyone and only fill the disk.
+void SweepOnce(const QString &folder) {
+  static std::mutex mutex;
+  static QSet<QString> swept;
+  const std::lock_guard<std::mutex> guard(mutex);
+  if (folder.isEmpty() || swept.contains(folder)) return;
+  swept.insert(folder);
+  (void)RemoveOrphanSpills(folder);
 }
 
 }  // namespace
@@ -114,6 +116,8 @@ size_t PhotoStore::ConfiguredBudget() {
 PhotoStore::PhotoStore(size_t budgetBytes, const QString &spillFolder, Reader reader)
     : budget_(budgetBytes), spillFolder_(spillFolder), reader_(std::move(reader)) {
   if (!reader_) reader_ = [](const QString &path) { return ReadPhotoFile(path); };
+  SweepOnce(spillFolder_);
+  SweepOnce(qEnvironmentVariable("XDG_RUNTIME_DIR"));
 }
 
 PhotoStore::~PhotoStore() {
