@@ -54,12 +54,16 @@ void Thumbnailer::Cancel(const QString &path) {
   live_.remove(path);
   const std::lock_guard<std::mutex> hold(lock_);
   queue_.erase(path);
+  for (auto &[order, held] : inHand_)
+    if (held.path == path) held.cancelled = true;
 }
 
 void Thumbnailer::CancelAll() {
   live_.clear();
   const std::lock_guard<std::mutex> hold(lock_);
   queue_.clear();
+  for (auto &[order, held] : inHand_)
+    held.cancelled = true;
 }
 
 void Thumbnailer::Pause() {
@@ -100,7 +104,13 @@ bool Thumbnailer::Take(QString *path, Job *job) {
   *path = best->first;
   *job = best->second;
   queue_.erase(best);
+  inHand_[job->order] = InHand{*path, false};
   return true;
+}
+
+void Thumbnailer::Done(const Job &job) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  inHand_.erase(job.order);
 }
 
 QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *requeued) {
@@ -109,9 +119,11 @@ QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *requeued) {
     const QImage cached = cache_.Lookup(path, cacheSize_);
     // A photo noted as failed answers at once, as a failure.
     if (!cached.isNull() || cache_.Failed(path)) return cached;
-    // Back in the queue to be made, unless it was cancelled meanwhile.
+    // Back in the queue to be made, unless it was cancelled while the cache
+    // was read: making it then would be work nobody waits for.
     const std::lock_guard<std::mutex> hold(lock_);
-    if (!stopping_) {
+    const auto held = inHand_.find(job.order);
+    if (!stopping_ && held != inHand_.end() && !held->second.cancelled) {
       Job again = job;
       again.lookedUp = true;
       queue_.try_emplace(path, again);
@@ -133,6 +145,7 @@ void Thumbnailer::Work() {
   while (Take(&path, &job)) {
     bool requeued = false;
     QImage thumb = Serve(path, job, &requeued);
+    Done(job);
     if (requeued) {
       wake_.notify_one();
       continue;

@@ -48,7 +48,8 @@ class Thumbnailer : public QObject {
   // The priority `path` waits with; none when it is not waiting.
   std::optional<int> Priority(const QString &path) const;
   // Forgets the request for `path`: no signal comes for it afterwards. One
-  // being made is finished and stored in the cache all the same.
+  // being made is finished and stored in the cache all the same; one whose
+  // cache lookup is under way is not made when the cache misses.
   void Cancel(const QString &path);
   void CancelAll();
   // While paused no new thumbnail is started (those in hand are finished),
@@ -72,10 +73,17 @@ class Thumbnailer : public QObject {
     bool lookedUp;   // the cache has been asked and had nothing
   };
   using Queue = std::map<QString, Job>;
+  // A job a worker has taken, by its order; a cancel while it is in hand
+  // keeps its cache miss from going back into the queue.
+  struct InHand {
+    QString path;
+    bool cancelled;
+  };
 
   void Work();
   // The next job, taken off the queue; false when stopping.
   bool Take(QString *path, Job *job);
+  void Done(const Job &job);  // the job is out of the worker's hands
   Queue::iterator Best();
   // Runs on a worker: the cached or a new thumbnail, or null.
   QImage Serve(const QString &path, const Job &job, bool *requeued);
@@ -87,7 +95,8 @@ class Thumbnailer : public QObject {
   const ThumbCache cache_;
   mutable std::mutex lock_;
   std::condition_variable wake_;
-  Queue queue_;  // under lock_
+  Queue queue_;                        // under lock_
+  std::map<uint64_t, InHand> inHand_;  // under lock_
   uint64_t asked_ = 0;
   bool stopping_ = false;
   bool paused_ = false;

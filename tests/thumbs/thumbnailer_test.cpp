@@ -3,9 +3,14 @@
 #include "photo/thumbnailer.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QThread>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "tests/thumbs/thumbtest.h"
 
@@ -138,6 +143,54 @@ TEST(Thumbnailer, UnreadableFilesFailAndCancelAllSilences) {
   QSignalSpy ready(&thumbnailer, &Thumbnailer::thumbnailReady);
   EXPECT_FALSE(ready.wait(200));
   EXPECT_TRUE(answers.order.isEmpty());
+}
+
+// Opens the pipe `name` for writing once something reads it, and closes it
+// at once; false when nothing came to read within five seconds.
+bool CloseWhenRead(const QString &name) {
+  for (int i = 0; i < 2500; ++i) {
+    const int fd = ::open(QFile::encodeName(name).constData(), O_WRONLY | O_NONBLOCK);
+    if (fd >= 0) return ::close(fd) == 0;
+    QThread::msleep(2);
+  }
+  return false;
+}
+
+// A request cancelled while a worker reads the cache is not made after the
+// cache misses: a pipe at the cache entry holds the worker in its read until
+// the cancel is in.
+TEST(Thumbnailer, CancelDuringTheCacheLookupMakesNothing) {
+  QTemporaryDir dir;
+  const QStringList p = Photos(dir.path(), 2);
+  const ThumbCache cache(dir.path() + "/thumbnails");
+  for (const QString &path : p) {
+    const QString entry = cache.EntryPath(path, ThumbCache::kNormal);
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(entry).path()));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(entry).constData(), 0600), 0);
+  }
+  Thumbnailer thumbnailer(100, cache, 1);
+  Answers answers(&thumbnailer);
+  thumbnailer.Request(p[0]);
+  thumbnailer.Request(p[1]);
+  // The single worker holds p[0] once it is off the queue.
+  for (int i = 0; i < 500 && thumbnailer.Priority(p[0]).has_value(); ++i)
+    QThread::msleep(2);
+  ASSERT_FALSE(thumbnailer.Priority(p[0]).has_value());
+  thumbnailer.Cancel(p[0]);
+  // Let both reads through, each once its reader is there: an empty entry,
+  // a cache miss.
+  for (const QString &path : p)
+    ASSERT_TRUE(CloseWhenRead(cache.EntryPath(path, ThumbCache::kNormal)));
+  ASSERT_TRUE(AllAnswered(&thumbnailer));
+  EXPECT_EQ(answers.order, QStringList{p[1]});
+  // p[1] was made and stored over its pipe; p[0]'s pipe was never replaced.
+  struct stat info {};
+  ASSERT_EQ(
+      ::stat(QFile::encodeName(cache.EntryPath(p[0], ThumbCache::kNormal)).constData(), &info), 0);
+  EXPECT_TRUE(S_ISFIFO(info.st_mode));
+  ASSERT_EQ(
+      ::stat(QFile::encodeName(cache.EntryPath(p[1], ThumbCache::kNormal)).constData(), &info), 0);
+  EXPECT_TRUE(S_ISREG(info.st_mode));
 }
 
 }  // namespace
