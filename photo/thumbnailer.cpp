@@ -113,22 +113,25 @@ void Thumbnailer::Done(const Job &job) {
   inHand_.erase(job.order);
 }
 
-QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *requeued) {
-  *requeued = false;
+QImage Thumbnailer::Serve(const QString &path, const Job &job, bool *unanswered) {
+  *unanswered = false;
   if (!job.lookedUp) {
     const QImage cached = cache_.Lookup(path, cacheSize_);
     // A photo noted as failed answers at once, as a failure.
     if (!cached.isNull() || cache_.Failed(path)) return cached;
     // Back in the queue to be made, unless it was cancelled while the cache
-    // was read: making it then would be work nobody waits for.
+    // was read: making it then would be work nobody waits for. Either way
+    // there is no answer yet; a new request for the path has its own job.
     const std::lock_guard<std::mutex> hold(lock_);
     const auto held = inHand_.find(job.order);
-    if (!stopping_ && held != inHand_.end() && !held->second.cancelled) {
+    const bool cancelled = held == inHand_.end() || held->second.cancelled;
+    if (held != inHand_.end()) inHand_.erase(held);
+    if (!stopping_ && !cancelled) {
       Job again = job;
       again.lookedUp = true;
       queue_.try_emplace(path, again);
-      *requeued = true;
     }
+    *unanswered = true;
     return {};
   }
   const QImage made = MakeThumbnail(path, cacheSize_);
@@ -143,13 +146,13 @@ void Thumbnailer::Work() {
   QString path;
   Job job{};
   while (Take(&path, &job)) {
-    bool requeued = false;
-    QImage thumb = Serve(path, job, &requeued);
-    Done(job);
-    if (requeued) {
+    bool unanswered = false;
+    QImage thumb = Serve(path, job, &unanswered);
+    if (unanswered) {
       wake_.notify_one();
       continue;
     }
+    Done(job);
     // Scaled here rather than at each paint.
     if (!thumb.isNull() && (thumb.width() > box_ || thumb.height() > box_))
       thumb = thumb.scaled(box_, box_, Qt::KeepAspectRatio, Qt::SmoothTransformation);

@@ -85,8 +85,9 @@ class Thumbnailer : public QObject {
   bool Take(QString *path, Job *job);
   void Done(const Job &job);  // the job is out of the worker's hands
   Queue::iterator Best();
-  // Runs on a worker: the cached or a new thumbnail, or null.
-  QImage Serve(const QString &path, const Job &job, bool *requeued);
+  // Runs on a worker: the cached or a new thumbnail, or null; `unanswered`
+  // when a cache miss went back into the queue or was cancelled meanwhile.
+  QImage Serve(const QString &path, const Job &job, bool *unanswered);
   void Post(const QString &path, const QImage &thumb);
   void Deliver(const QString &path, const QImage &thumb);
 

@@ -156,6 +156,11 @@ bool CloseWhenRead(const QString &name) {
   return false;
 }
 
+bool IsPipe(const QString &name) {
+  struct stat info {};
+  return ::stat(QFile::encodeName(name).constData(), &info) == 0 && S_ISFIFO(info.st_mode);
+}
+
 // A request cancelled while a worker reads the cache is not made after the
 // cache misses: a pipe at the cache entry holds the worker in its read until
 // the cancel is in.
@@ -184,13 +189,25 @@ TEST(Thumbnailer, CancelDuringTheCacheLookupMakesNothing) {
   ASSERT_TRUE(AllAnswered(&thumbnailer));
   EXPECT_EQ(answers.order, QStringList{p[1]});
   // p[1] was made and stored over its pipe; p[0]'s pipe was never replaced.
-  struct stat info {};
-  ASSERT_EQ(
-      ::stat(QFile::encodeName(cache.EntryPath(p[0], ThumbCache::kNormal)).constData(), &info), 0);
-  EXPECT_TRUE(S_ISFIFO(info.st_mode));
-  ASSERT_EQ(
-      ::stat(QFile::encodeName(cache.EntryPath(p[1], ThumbCache::kNormal)).constData(), &info), 0);
-  EXPECT_TRUE(S_ISREG(info.st_mode));
+  EXPECT_TRUE(IsPipe(cache.EntryPath(p[0], ThumbCache::kNormal)));
+  EXPECT_FALSE(IsPipe(cache.EntryPath(p[1], ThumbCache::kNormal)));
+
+  // Cancelled mid-lookup and asked for again: the new request is answered
+  // with the thumbnail, and the dropped lookup answers nothing.
+  thumbnailer.Request(p[0]);
+  for (int i = 0; i < 500 && thumbnailer.Priority(p[0]).has_value(); ++i)
+    QThread::msleep(2);
+  thumbnailer.Cancel(p[0]);
+  thumbnailer.Request(p[0]);
+  ASSERT_TRUE(CloseWhenRead(cache.EntryPath(p[0], ThumbCache::kNormal)));
+  // The new request is taken once the dropped lookup has closed the pipe.
+  for (int i = 0; i < 500 && thumbnailer.Priority(p[0]).has_value(); ++i)
+    QThread::msleep(2);
+  ASSERT_TRUE(CloseWhenRead(cache.EntryPath(p[0], ThumbCache::kNormal)));
+  ASSERT_TRUE(AllAnswered(&thumbnailer));
+  EXPECT_EQ(answers.order, (QStringList{p[1], p[0]}));
+  EXPECT_TRUE(answers.failed.isEmpty());
+  EXPECT_FALSE(IsPipe(cache.EntryPath(p[0], ThumbCache::kNormal)));
 }
 
 }  // namespace
