@@ -1,4 +1,6 @@
 // Writing a PhotoMeta record into a saved JPEG, TIFF, PNG or WebP file.
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -72,8 +74,13 @@ void SetXmp(Exiv2::Image *image, const std::string &packet, const MetaSaveInfo &
   image->setXmpData(xmp);
 }
 
-// The file's Exiv2 image type, or -1 when it cannot be told.
+// The file's Exiv2 image type, or -1 when it cannot be told. Only a regular
+// file is asked: a pipe or a device has been streamed to and can be neither
+// read back nor rewritten (opening a pipe to read would wait for a writer
+// that never comes), so it gets the pixels alone, as BMP does.
 int TypeOf(const char *path) {
+  struct stat file {};
+  if (::stat(path, &file) != 0 || !S_ISREG(file.st_mode)) return -1;
   try {
     return Exiv2::ImageFactory::getType(path);
   } catch (const std::exception &) {
@@ -112,6 +119,11 @@ MetaBlocks BlocksFor(const PhotoMeta &meta, const MetaSaveInfo &info) {
   return blocks;
 }
 
+// The error of the call that just failed; one that set none still failed.
+int Errno() {
+  return errno != 0 ? errno : EIO;
+}
+
 bool ReadWhole(const char *path, std::vector<uint8_t> *bytes, std::string *error) {
   FILE *file = std::fopen(path, "rb");
   bool ok = file != nullptr;
@@ -119,7 +131,7 @@ bool ReadWhole(const char *path, std::vector<uint8_t> *bytes, std::string *error
   for (size_t n = 0; ok && (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;)
     bytes->insert(bytes->end(), chunk, chunk + n);
   ok = ok && !std::ferror(file);
-  if (!ok && error) *error = std::strerror(errno ? errno : EIO);
+  if (!ok && error) *error = std::strerror(Errno());
   if (file) std::fclose(file);
   return ok;
 }
@@ -132,10 +144,10 @@ bool ReplaceWhole(const char *path, const std::vector<uint8_t> &bytes, std::stri
   if (failure == 0) {
     FILE *out = std::fopen(file.path().c_str(), "wb");
     if (!out) {
-      failure = errno;
+      failure = Errno();
     } else {
-      if (std::fwrite(bytes.data(), 1, bytes.size(), out) != bytes.size()) failure = errno;
-      if (std::fclose(out) != 0 && failure == 0) failure = errno;
+      if (std::fwrite(bytes.data(), 1, bytes.size(), out) != bytes.size()) failure = Errno();
+      if (std::fclose(out) != 0 && failure == 0) failure = Errno();
     }
   }
   if (failure == 0) failure = file.Commit();

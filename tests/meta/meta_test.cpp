@@ -113,6 +113,27 @@ TEST(MetaSave, EditedPhotosKeepTheirMetadataByteForByte) {
   }
 }
 
+// A pipe is streamed to and cannot be read back: the pixels go through and
+// the tool finishes, whatever the format, rather than waiting on the pipe.
+TEST(MetaSave, APipeGetsThePixelsAndTheToolFinishes) {
+  for (const char *ext : {".jpg", ".png"}) {
+    SCOPED_TRACE(ext);
+    const std::string pipe = testutil::TempPath(std::string("pipe") + ext);
+    const std::string out = testutil::TempPath(std::string("piped") + ext);
+    std::remove(pipe.c_str());
+    std::remove(out.c_str());
+    ASSERT_TRUE(testutil::Shell("mkfifo " + pipe));
+    ASSERT_TRUE(testutil::Shell("cat " + pipe + " > " + out + " & timeout 30 " +
+                                std::string(KORVEL_TOOL_PATH) + " convert " + kExif +
+                                "libavif__paris_exif_xmp_icc.jpg " + pipe +
+                                "; status=$?; wait; exit $status"));
+    const testutil::Picture piped = Decode(out);
+    EXPECT_EQ(piped.width, 403u);
+    EXPECT_EQ(piped.height, 302u);
+    std::remove(pipe.c_str());
+  }
+}
+
 TEST(MetaSave, KeptOrientationKeepsTheTagAndTheStoredPixels) {
   for (const char *ext : {".jpg", ".png", ".webp"}) {
     SCOPED_TRACE(ext);
