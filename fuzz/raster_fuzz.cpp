@@ -1,14 +1,15 @@
 // Feeds arbitrary bytes, through a memory-block name, to the thumbnail's
 // reduced JPEG decode, to the format probe and then to every row of whatever
-// reader accepts them, and to the PNG and WebP metadata chunk writers, whose
-// output must take a second pass. The last byte picks the Photo CD level, so all three
-// resolutions' offsets and records are tried.
+// reader accepts them, to the PNG and WebP metadata chunk writers, whose
+// output must take a second pass, and to the HEIF metadata reader. The last byte picks the Photo CD
+// level, so all three resolutions' offsets and records are tried.
 #include <algorithm>
 #include <cstdint>
 #include <vector>
 
 #include "meta/chunks.h"
 #include "raster/core/rasfile.h"
+#include "raster/heif.h"
 #include "raster/jpegthumb.h"
 #include "raster/photocd.h"
 #include "raster/ras.h"
@@ -40,6 +41,9 @@ void AddMetaChunks(const std::vector<uint8_t> &bytes) {
     __builtin_trap();
   if (WebpWithMeta(bytes, blocks, &once, nullptr) && !WebpWithMeta(once, blocks, &twice, nullptr))
     __builtin_trap();
+  std::vector<uint8_t> exif, icc;
+  std::string xmp;
+  (void)HeifReadMeta(bytes.data(), bytes.size(), &exif, &xmp, &icc);
 }
 
 }  // namespace

@@ -8,17 +8,12 @@
 #include <string>
 #include <vector>
 
-// The blocks as they go into the file; an empty one is not written.
-struct MetaBlocks {
-  std::vector<uint8_t> exif;  // TIFF-structured, starting "II*\0" or "MM\0*"
-  std::string xmp;            // a whole XMP packet, UTF-8
-  std::vector<uint8_t> icc;   // the profile's bytes
-};
+#include "meta/meta.h"
 
-// `png` with the blocks as iCCP, eXIf and iTXt "XML:com.adobe.xmp" chunks
-// right after IHDR. Chunks of the same kinds already there go, and so does
-// sRGB when a profile comes (a file should not claim both). False, with
-// `error` set and `out` untouched, for bytes that are no whole PNG.
+// `png` with the blocks (an empty one is not written) as iCCP, eXIf and iTXt "XML:com.adobe.xmp"
+// chunks right after IHDR. Chunks of the same kinds already there go, and so does sRGB when a
+// profile comes (a file should not claim both). False, with `error` set and `out` untouched, for
+// bytes that are no whole PNG.
 bool PngWithMeta(const std::vector<uint8_t> &png, const MetaBlocks &blocks,
                  std::vector<uint8_t> *out, std::string *error);
 

@@ -34,6 +34,22 @@ struct MetaSaveInfo {
   int orientation = 1;  // 1 for upright pixels; the source's tag when saved as stored
 };
 
+// The blocks a saved file gets from `meta`: EXIF and XMP with the sizes and
+// orientation of `info`, IPTC's datasets added to the XMP as the properties
+// that stand for them (for formats with no place for IPTC), and the profile.
+struct MetaBlocks {
+  std::vector<uint8_t> exif;  // TIFF-structured, starting "II*\0" or "MM\0*"
+  std::string xmp;            // a whole XMP packet, UTF-8
+  std::vector<uint8_t> icc;   // the profile's bytes
+};
+MetaBlocks MetaBlocksFor(const PhotoMeta &meta, const MetaSaveInfo &info);
+
+// HEIC and AVIF hold their metadata beside the coded picture, where only the
+// encoder can put it: for those formats this hands `meta` (as MetaBlocksFor
+// makes it) to the next file of `format` opened for writing on this thread,
+// and must come before that open. Other formats need nothing here.
+void MetaHandToEncoder(uint32_t format, const PhotoMeta &meta, const MetaSaveInfo &info);
+
 // Writes `meta` into the finished JPEG, TIFF, PNG or WebP file `path` (other
 // formats get nothing and true: BMP has no place for metadata). PNG and WebP
 // have no place for IPTC either; its datasets go into the XMP packet as the

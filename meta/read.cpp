@@ -1,8 +1,11 @@
 // Reading a file's metadata into a PhotoMeta record.
+#include <cstring>
 #include <exception>
 #include <iterator>
+#include <vector>
 
 #include "meta/exiv.h"
+#include "raster/heif.h"
 
 namespace {
 
@@ -47,20 +50,21 @@ void ReadOrientation(const Exiv2::ExifData &exif, const Exiv2::XmpData &xmp, Pho
 
 namespace {
 
+// The EXIF block as it is kept: without the embedded thumbnail, which shows
+// the picture as it was (after an edit, what was cropped away or painted
+// over), and without the tags that describe how the source stored it.
+void KeepExif(Exiv2::ExifData exif, bool tiffSource, PhotoMeta *meta) {
+  Exiv2::ExifThumb(exif).erase();
+  for (auto it = exif.begin(); it != exif.end();)
+    it = DescribesStorage(*it, tiffSource) ? exif.erase(it) : std::next(it);
+  meta->exif = meta::EncodeExif(exif);
+}
+
 void Fill(Exiv2::Image &image, PhotoMeta *meta) {
   image.readMetadata();
-  Exiv2::ExifData exif = image.exifData();
-  // HEIF and AVIF pictures come out of their decoder already turned by the
-  // container's own rotation and mirror boxes; turning them again by the
-  // EXIF tag would undo that.
-  if (image.imageType() != Exiv2::ImageType::bmff) ReadOrientation(exif, image.xmpData(), meta);
-  // The embedded thumbnail shows the picture as it was; after an edit it
-  // would show what was cropped away or painted over, so it is not kept.
-  Exiv2::ExifThumb(exif).erase();
-  const bool tiff = image.imageType() == Exiv2::ImageType::tiff;
-  for (auto it = exif.begin(); it != exif.end();)
-    it = DescribesStorage(*it, tiff) ? exif.erase(it) : std::next(it);
-  meta->exif = meta::EncodeExif(exif);
+  const Exiv2::ExifData &exif = image.exifData();
+  ReadOrientation(exif, image.xmpData(), meta);
+  KeepExif(exif, image.imageType() == Exiv2::ImageType::tiff, meta);
   meta->xmp = image.xmpPacket();
   if (!image.iptcData().empty()) {
     const Exiv2::DataBuf iptc = Exiv2::IptcParser::encode(image.iptcData());
@@ -72,14 +76,33 @@ void Fill(Exiv2::Image &image, PhotoMeta *meta) {
   }
 }
 
+// HEIF and AVIF files are read through libheif, whose container reader
+// finds the EXIF and XMP items in every layout of the item table (Exiv2's
+// finds them in some only). Their pictures come out of the decoder already
+// turned by the container's own rotation and mirror boxes, so the EXIF
+// orientation is not read: turning them again would undo that. False when
+// the bytes are no HEIF file.
+bool ReadHeif(const uint8_t *data, size_t size, PhotoMeta *meta) {
+  constexpr size_t kBox = 12;  // a first box "....ftyp" and a brand
+  if (size < kBox || std::memcmp(data + 4, "ftyp", 4) != 0) return false;
+  std::vector<uint8_t> tiff;
+  if (!HeifReadMeta(data, size, &tiff, &meta->xmp, &meta->icc)) {
+    *meta = PhotoMeta{};
+    return false;
+  }
+  KeepExif(meta::DecodeExif(tiff), false, meta);
+  return true;
+}
+
 // Exiv2 refuses damaged or foreign files by throwing; the photo still opens,
 // only without metadata.
 template <typename Open>
-bool Read(Open open, PhotoMeta *meta) {
+bool Read(const uint8_t *data, size_t size, Open open, PhotoMeta *meta) {
   *meta = PhotoMeta{};
   meta::Init();
   const meta::Hold hold(meta::Lock());
   try {
+    if (ReadHeif(data, size, meta)) return true;
     auto image = open();
     if (!image.get()) return false;
     Fill(*image, meta);
@@ -93,9 +116,17 @@ bool Read(Open open, PhotoMeta *meta) {
 }  // namespace
 
 bool MetaRead(const char *path, PhotoMeta *meta) {
-  return Read([path] { return Exiv2::ImageFactory::open(path); }, meta);
+  // Mapped, not read: only a HEIF file is read whole, and only its header
+  // otherwise.
+  Exiv2::FileIo file(path);
+  const bool mapped = file.open() == 0 && file.size() > 0;
+  const uint8_t *data = mapped ? file.mmap(false) : nullptr;
+  const size_t size = data ? static_cast<size_t>(file.size()) : 0;
+  return Read(
+      data, size, [path] { return Exiv2::ImageFactory::open(path); }, meta);
 }
 
 bool MetaReadBytes(const uint8_t *data, size_t size, PhotoMeta *meta) {
-  return Read([=] { return Exiv2::ImageFactory::open(data, static_cast<long>(size)); }, meta);
+  return Read(
+      data, size, [=] { return Exiv2::ImageFactory::open(data, static_cast<long>(size)); }, meta);
 }

@@ -10,6 +10,8 @@
 #include "meta/chunks.h"
 #include "meta/exiv.h"
 #include "platform/safefile.h"
+#include "raster/heif.h"
+#include "raster/ras.h"
 
 namespace {
 
@@ -109,6 +111,7 @@ std::string XmpWithIptc(const PhotoMeta &meta, const MetaSaveInfo &info) {
   return Exiv2::XmpParser::encode(packet, xmp) == 0 ? packet : meta.xmp;
 }
 
+// MetaBlocksFor for a caller that holds the lock.
 MetaBlocks BlocksFor(const PhotoMeta &meta, const MetaSaveInfo &info) {
   MetaBlocks blocks;
   Exiv2::ExifData exif = meta::DecodeExif(meta.exif);
@@ -167,6 +170,28 @@ bool WriteChunks(const char *path, int type, const PhotoMeta &meta, const MetaSa
 }
 
 }  // namespace
+
+MetaBlocks MetaBlocksFor(const PhotoMeta &meta, const MetaSaveInfo &info) {
+  meta::Init();
+  const meta::Hold hold(meta::Lock());
+  try {
+    return BlocksFor(meta, info);
+  } catch (const std::exception &) {
+    return MetaBlocks{};
+  }
+}
+
+void MetaHandToEncoder(uint32_t format, const PhotoMeta &meta, const MetaSaveInfo &info) {
+  if (format != RasFormatHeic && format != RasFormatAvif) return;
+  if (meta.Empty() && info.orientation == 1) {
+    HeifSetNextMeta(nullptr, 0, nullptr, 0, nullptr, 0);
+    return;
+  }
+  const MetaBlocks blocks = MetaBlocksFor(meta, info);
+  HeifSetNextMeta(blocks.exif.empty() ? nullptr : blocks.exif.data(), blocks.exif.size(),
+                  blocks.xmp.empty() ? nullptr : blocks.xmp.data(), blocks.xmp.size(),
+                  blocks.icc.empty() ? nullptr : blocks.icc.data(), blocks.icc.size());
+}
 
 bool MetaWritable(const char *path) {
   meta::Init();

@@ -520,6 +520,7 @@ bool SavePicture(uint32_t format, const QString &path, const CDib &picture, floa
   {
     SaveScope scope(format);
     ReplacingFile out(Local(path));
+    HandKeptMetaToEncoder(format, path, picture);
     failure = WriteRows(format, out, picture, resolution);
     if (!failure.sentence) {
       WriteKeptMeta(out.path().c_str(), path, picture);
@@ -541,6 +542,7 @@ QString SaveNewPicture(uint32_t format, const std::function<QString()> &nextName
   {
     SaveScope scope(format);
     ReplacingFile out(Local(name), ReplacingFile::kNew);
+    HandKeptMetaToEncoder(format, name, picture);
     failure = WriteRows(format, out, picture, resolution);
     if (!failure.sentence) WriteKeptMeta(out.path().c_str(), name, picture);
     while (!failure.sentence) {

@@ -39,6 +39,11 @@ PhotoMeta BytesMeta(const QByteArray &bytes) {
   return meta;
 }
 
+// Saved pixels are upright: orientation 1.
+MetaSaveInfo SavedInfo(const CDib &picture) {
+  return {static_cast<int32_t>(picture.Width()), static_cast<int32_t>(picture.Height()), 1};
+}
+
 }  // namespace
 
 KeptMeta ReadOpenedMeta(const QString &path) {
@@ -112,11 +117,15 @@ bool StripPrivateOnShare() {
   return KorvelSettings()->value("privacy/stripLocation", true).toBool();
 }
 
+void HandKeptMetaToEncoder(uint32_t format, const QString &path, const CDib &picture) {
+  const KeptMeta *kept = KeptMetaFor(path, picture.Handle());
+  MetaHandToEncoder(format, kept ? kept->meta : PhotoMeta{}, SavedInfo(picture));
+}
+
 void WriteKeptMeta(const char *file, const QString &path, const CDib &picture) {
   const KeptMeta *kept = KeptMetaFor(path, picture.Handle());
   if (!kept) return;
-  const MetaSaveInfo info{static_cast<int32_t>(picture.Width()),
-                          static_cast<int32_t>(picture.Height()), 1};
+  const MetaSaveInfo info = SavedInfo(picture);
   std::string why;
   if (!MetaWrite(file, kept->meta, info, &why))
     qWarning("%s: saved without its metadata: %s", qPrintable(path), why.c_str());

@@ -54,6 +54,11 @@ void ShareKeptMeta(const QString &from, const QString &to, bool withoutPrivate);
 // setting privacy/stripLocation, on unless the user turned it off.
 bool StripPrivateOnShare();
 
+// Hands the metadata remembered for `path` (or the picture's block) to the
+// encoder of a `format` that places it itself (HEIC, AVIF); before the file
+// holding `picture` is opened for writing.
+void HandKeptMetaToEncoder(uint32_t format, const QString &path, const CDib &picture);
+
 // Writes the metadata remembered for `path` (or the picture's block) into
 // the finished, not yet renamed, file `file` holding `picture`. A file whose
 // metadata cannot be written keeps its pixels: the user's edit matters more

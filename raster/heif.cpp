@@ -10,11 +10,23 @@
 #include <libheif/heif.h>
 
 #include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "raster/core/rasformat.h"
 #include "raster/core/whole.h"
 
 namespace {
+
+struct HeifMeta {
+  std::vector<uint8_t> exif;
+  std::string xmp;
+  std::vector<uint8_t> icc;
+};
+
+// Set by HeifSetNextMeta, taken by the next open for writing on the thread.
+thread_local std::unique_ptr<HeifMeta> tNextMeta;
 
 struct HeifPriv {
   uint8_t *bytes;  // the file, which the context reads without a copy
@@ -25,6 +37,7 @@ struct HeifPriv {
   bool wide;
   bool failed;
   RasWholePicture picture;  // the rows written so far (writing)
+  HeifMeta *meta;           // what the written file carries, or null
 };
 
 heif_compression_format HeifCompressionOf(uint32_t format) {
@@ -39,6 +52,7 @@ void HeifFreePriv(RasState *state) {
   if (priv->context) heif_context_free(priv->context);
   RasFree(priv->bytes);
   RasWholeFree(&priv->picture);
+  delete priv->meta;
   state->priv = RasFree(priv);
 }
 
@@ -158,6 +172,29 @@ heif_image *HeifPictureOf(const RasWholePicture &p) {
   return nullptr;
 }
 
+constexpr uint8_t kExifMark[6] = {'E', 'x', 'i', 'f', 0, 0};
+
+// EXIF and XMP as items describing the coded picture. The EXIF block goes
+// after an "Exif\0\0" mark, which the item's header offset (found by the
+// library) steps over: the form phones and cameras write, and the one that
+// readers skipping a fixed ten bytes take too.
+int HeifAddMeta(heif_context *context, const heif_image_handle *handle, const HeifMeta &meta) {
+  const auto fits = [](size_t size) { return size <= static_cast<size_t>(INT32_MAX); };
+  if (!fits(meta.exif.size() + sizeof kExifMark) || !fits(meta.xmp.size())) return RasErrArg;
+  if (!meta.exif.empty()) {
+    std::vector<uint8_t> exif(kExifMark, kExifMark + sizeof kExifMark);
+    exif.insert(exif.end(), meta.exif.begin(), meta.exif.end());
+    if (heif_context_add_exif_metadata(context, handle, exif.data(), static_cast<int>(exif.size()))
+            .code != heif_error_Ok)
+      return RasErrArg;
+  }
+  if (!meta.xmp.empty() && heif_context_add_XMP_metadata(context, handle, meta.xmp.data(),
+                                                         static_cast<int>(meta.xmp.size()))
+                                   .code != heif_error_Ok)
+    return RasErrArg;
+  return RasOk;
+}
+
 // Encodes the gathered picture and writes the file; a result code.
 int HeifFinish(HeifPriv *priv, uint32_t format, RasFile *file) {
   heif_image *image = HeifPictureOf(priv->picture);
@@ -170,11 +207,21 @@ int HeifFinish(HeifPriv *priv, uint32_t format, RasFile *file) {
       heif_context_get_encoder_for_format(context, HeifCompressionOf(format), &encoder).code !=
           heif_error_Ok)
     code = RasErrUnsupported;
+  const HeifMeta *meta = priv->meta;
+  // The profile goes with the picture into the encoder, which writes it as
+  // the coded image's colour property.
+  if (code == RasOk && meta && !meta->icc.empty() &&
+      heif_image_set_raw_color_profile(image, "prof", meta->icc.data(), meta->icc.size()).code !=
+          heif_error_Ok)
+    code = RasErrMemory;
+  heif_image_handle *handle = nullptr;
   if (code == RasOk) {
     (void)heif_encoder_set_lossy_quality(encoder, quality);
-    if (heif_context_encode_image(context, image, encoder, nullptr, nullptr).code != heif_error_Ok)
+    if (heif_context_encode_image(context, image, encoder, nullptr, &handle).code != heif_error_Ok)
       code = RasErrFormat;
   }
+  if (code == RasOk && meta) code = HeifAddMeta(context, handle, *meta);
+  if (handle) heif_image_handle_release(handle);
   heif_writer writer{1, HeifWriteOut};
   if (code == RasOk && heif_context_write(context, &writer, file).code != heif_error_Ok)
     code = RasErrWrite;
@@ -192,6 +239,9 @@ bool HeifCanWrite(unsigned format) {
 }
 
 int HeifOpen(const char *name, char mode, RasDesc *desc) {
+  // Taken before anything can fail, so an open that fails leaves nothing
+  // for a later file.
+  std::unique_ptr<HeifMeta> meta(mode == 'w' ? tNextMeta.release() : nullptr);
   const int code = RasFormatBegin("HeifOpen", name, mode, desc, 16);
   if (code != RasOk) return code;
   RasState *state = desc->state;
@@ -199,6 +249,7 @@ int HeifOpen(const char *name, char mode, RasDesc *desc) {
   if (!HeifCanWrite(desc->format)) return RasError("HeifOpen", RasErrUnsupported, 12);
   HeifPriv *priv = HeifNewPriv(state);
   if (!priv) return RasError("HeifOpen", RasErrMemory, 14);
+  priv->meta = meta.release();
   // Bounded so a row of samples fits the int strides libheif works with.
   const int opened = RasWholeOpenWrite("HeifOpen", name, desc, 1u << 16, state, &priv->picture);
   if (opened != RasOk) HeifFreePriv(state);
@@ -241,4 +292,66 @@ int HeifClose(RasDesc *desc) {
   if (!desc || !desc->state) return RasOk;
   HeifFreePriv(desc->state);
   return RasFormatCloseFile(desc->state) == RasOk ? RasOk : RasError("HeifClose", RasErrWrite, 0);
+}
+
+void HeifSetNextMeta(const uint8_t *exif, size_t exifSize, const char *xmp, size_t xmpSize,
+                     const uint8_t *icc, size_t iccSize) {
+  tNextMeta.reset();
+  if (!exif && !xmp && !icc) return;
+  auto meta = std::make_unique<HeifMeta>();
+  if (exif) meta->exif.assign(exif, exif + exifSize);
+  if (xmp) meta->xmp.assign(xmp, xmpSize);
+  if (icc) meta->icc.assign(icc, icc + iccSize);
+  tNextMeta = std::move(meta);
+}
+
+bool HeifReadMeta(const uint8_t *data, size_t size, std::vector<uint8_t> *exif, std::string *xmp,
+                  std::vector<uint8_t> *icc) {
+  exif->clear();
+  xmp->clear();
+  icc->clear();
+  heif_context *context = heif_context_alloc();
+  heif_image_handle *handle = nullptr;
+  const bool read = context &&
+                    heif_context_read_from_memory_without_copy(context, data, size, nullptr).code ==
+                        heif_error_Ok &&
+                    heif_context_get_primary_image_handle(context, &handle).code == heif_error_Ok;
+  const int count = read ? heif_image_handle_get_number_of_metadata_blocks(handle, nullptr) : 0;
+  std::vector<heif_item_id> ids(static_cast<size_t>(count > 0 ? count : 0));
+  if (count > 0)
+    (void)heif_image_handle_get_list_of_metadata_block_IDs(handle, nullptr, ids.data(), count);
+  for (const heif_item_id id : ids) {
+    const std::string type = heif_image_handle_get_metadata_type(handle, id);
+    const char *content = heif_image_handle_get_metadata_content_type(handle, id);
+    const bool isExif = type == "Exif" && exif->empty();
+    const bool isXmp = type == "mime" && content &&
+                       std::strcmp(content, "application/rdf+xml") == 0 && xmp->empty();
+    if (!isExif && !isXmp) continue;
+    std::vector<uint8_t> block(heif_image_handle_get_metadata_size(handle, id));
+    if (block.empty() ||
+        heif_image_handle_get_metadata(handle, id, block.data()).code != heif_error_Ok)
+      continue;
+    if (isXmp) {
+      xmp->assign(block.begin(), block.end());
+      continue;
+    }
+    // The item starts with the offset of the TIFF header from the end of
+    // that field (6 past an "Exif\0\0" mark, as phones write it).
+    if (block.size() < 4) continue;
+    const size_t offset =
+        size_t{block[0]} << 24 | size_t{block[1]} << 16 | size_t{block[2]} << 8 | block[3];
+    if (offset < block.size() - 4)
+      exif->assign(block.begin() + 4 + static_cast<ptrdiff_t>(offset), block.end());
+  }
+  const heif_color_profile_type profile =
+      read ? heif_image_handle_get_color_profile_type(handle) : heif_color_profile_type_not_present;
+  if (profile == heif_color_profile_type_prof || profile == heif_color_profile_type_rICC) {
+    icc->resize(heif_image_handle_get_raw_color_profile_size(handle));
+    if (icc->empty() ||
+        heif_image_handle_get_raw_color_profile(handle, icc->data()).code != heif_error_Ok)
+      icc->clear();
+  }
+  if (handle) heif_image_handle_release(handle);
+  if (context) heif_context_free(context);
+  return read;
 }

@@ -170,7 +170,10 @@ int RunConvert(int argc, char **argv) {
   // Samples wider than 8 bits stay wide in a PNG.
   if (format == RasFormatPng && in.desc.maxval > 255) out.desc.maxval = 65535;
   JpegQualityScope quality(options.quality);
-  if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
+  if (code == RasOk) {
+    HandSourceMetaToEncoder(out.desc.format, out.desc.width, out.desc.height);
+    code = RasOpen(file.temp(), 'w', &out.desc);
+  }
   if (code != RasOk) return Fail(options.out, "cannot create", code);
   if (const int status = CopyRows(options, &in, &out)) return status;
   code = RasClose(&out.desc);

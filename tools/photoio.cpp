@@ -132,7 +132,10 @@ int SavePhoto(const char *path, int32_t width, int32_t height, float resolution,
   JpegQualityScope quality(100);
   int code = RasSetDesc(&out.desc, FormatForName(path), static_cast<uint32_t>(width),
                         static_cast<uint32_t>(height), 3, RasModelRgb, resolution);
-  if (code == RasOk) code = RasOpen(file.temp(), 'w', &out.desc);
+  if (code == RasOk) {
+    HandSourceMetaToEncoder(out.desc.format, out.desc.width, out.desc.height);
+    code = RasOpen(file.temp(), 'w', &out.desc);
+  }
   if (code != RasOk) return Fail(path, "cannot create", code);
   RasSl sl{static_cast<uint32_t>(width), 3, {}, {}};
   // A replaced file is flushed before it takes the old one's name: handing

@@ -69,12 +69,20 @@ int OrientLoaded(const char *path, Photo *photo) {
   return 0;
 }
 
+// What a saved output of `width` x `height` says of itself.
+MetaSaveInfo SavedInfo(uint32_t width, uint32_t height) {
+  return {static_cast<int32_t>(width), static_cast<int32_t>(height),
+          gRun.keepOrientation ? gRun.source.orientation : 1};
+}
+
+void HandSourceMetaToEncoder(uint32_t format, uint32_t width, uint32_t height) {
+  MetaHandToEncoder(format, gRun.strip ? PhotoMeta{} : gRun.source, SavedInfo(width, height));
+}
+
 int WriteSourceMeta(const char *temp, const char *path, uint32_t width, uint32_t height) {
   if (gRun.strip) return 0;
-  const MetaSaveInfo info{static_cast<int32_t>(width), static_cast<int32_t>(height),
-                          gRun.keepOrientation ? gRun.source.orientation : 1};
   std::string why;
-  if (MetaWrite(temp, gRun.source, info, &why)) return 0;
+  if (MetaWrite(temp, gRun.source, SavedInfo(width, height), &why)) return 0;
   // Nothing is written rather than a photo that silently lost its date,
   // place and camera.
   std::fprintf(stderr, "korvel-raster: %s: cannot keep the metadata: %s (--strip writes none)\n",

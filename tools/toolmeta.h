@@ -26,6 +26,10 @@ int ReadSourceMeta(const char *path);
 // Turns a loaded photo upright (after ReadSourceMeta). The process exit status.
 int OrientLoaded(const char *path, Photo *photo);
 
+// Hands the input's metadata (none with --strip) to the encoder of an output
+// `format` that places it itself (HEIC, AVIF); call before opening it.
+void HandSourceMetaToEncoder(uint32_t format, uint32_t width, uint32_t height);
+
 // Writes the input's metadata into the finished output `temp` (for `path`),
 // of `width` x `height` pixels, unless --strip. The process exit status.
 int WriteSourceMeta(const char *temp, const char *path, uint32_t width, uint32_t height);

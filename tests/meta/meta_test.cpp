@@ -6,6 +6,7 @@
 #include <string>
 
 #include "meta/meta.h"
+#include "raster/heif.h"
 #include "tests/meta/metatest.h"
 #include "tests/raster/testutil.h"
 
@@ -132,6 +133,38 @@ TEST(MetaSave, APipeGetsThePixelsAndTheToolFinishes) {
     EXPECT_EQ(piped.height, 302u);
     std::remove(pipe.c_str());
   }
+}
+
+// HEIC holds the metadata beside the coded picture: written by the encoder,
+// read back through the container's own reader, and carried on into a JPEG
+// whole.
+TEST(MetaSave, HeicKeepsTheMetadataBothWays) {
+  if (!HeifCanWrite(RasFormatHeic)) GTEST_SKIP() << "no HEVC encoder";
+  const std::string in = kExif + "libavif__paris_exif_xmp_icc.jpg";
+  const std::string heic = testutil::TempPath("kept.heic");
+  const std::string back = testutil::TempPath("back.jpg");
+  auto r = testutil::RunTool("rotate right " + in + " " + heic);
+  ASSERT_EQ(r.status, 0) << r.out;
+  r = testutil::RunTool("convert " + heic + " " + back);
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Blocks from = ReadBlocks(in), to = ReadBlocks(back);
+  for (const char *key : {"Exif.Photo.DateTimeOriginal", "Exif.Image.Make",
+                          "Exif.GPSInfo.GPSLatitude", "Exif.GPSInfo.GPSLongitude"}) {
+    EXPECT_FALSE(ValueBytes(from.exif, key).empty()) << key;
+    EXPECT_EQ(ValueBytes(to.exif, key), ValueBytes(from.exif, key)) << key;
+  }
+  EXPECT_EQ(to.icc, from.icc);
+  EXPECT_EQ(XmpValue(to.xmp, "Xmp.xmp.CreatorTool"), XmpValue(from.xmp, "Xmp.xmp.CreatorTool"));
+  EXPECT_EQ(to.exif.findKey(Exiv2::ExifKey("Exif.Image.Orientation"))->toLong(), 1);
+  // Turned right: the saved sizes are the source's exchanged.
+  EXPECT_EQ(to.exif.findKey(Exiv2::ExifKey("Exif.Photo.PixelXDimension"))->toLong(), 302);
+  EXPECT_FALSE(to.thumbnail);
+
+  r = testutil::RunTool("rotate right --strip " + in + " " + heic);
+  ASSERT_EQ(r.status, 0) << r.out;
+  PhotoMeta none;
+  EXPECT_TRUE(MetaRead(heic.c_str(), &none));
+  EXPECT_TRUE(none.Empty());
 }
 
 TEST(MetaSave, KeptOrientationKeepsTheTagAndTheStoredPixels) {

@@ -5,8 +5,10 @@
 // than 40 on a smooth picture.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "raster/heif.h"
 #include "raster/ras.h"
@@ -66,6 +68,63 @@ TEST(Heif, WhatIsWrittenReadsBackCloseAndBadWritesAreRefused) {
     EXPECT_EQ(RasOpen(TempPath("cmyk.heic").c_str(), 'w', &desc), RasErrArg);
     EXPECT_EQ(log.Last(), (Logged{"HeifOpen", RasErrArg, 5}));
   }
+}
+
+Bytes Exif() {
+  return {'I', 'I', '*', 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+}
+
+// The metadata set for the next file goes into that file alone, as items
+// readers find (the EXIF after an "Exif\0\0" mark its header offset steps
+// over) and as the picture's colour profile; a failed open or another
+// thread's setting leaves later files without any.
+TEST(Heif, MetadataGoesIntoTheNextFileWrittenOnTheThread) {
+  if (!HeifCanWrite(RasFormatHeic)) GTEST_SKIP() << "no HEVC encoder";
+  const Picture picture = Smooth(40, 30, 3);
+  const Bytes exif = Exif();
+  const std::string xmp = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>";
+  Bytes icc(300);  // any bytes: the library keeps a raw profile as it is
+  for (size_t i = 0; i < icc.size(); ++i)
+    icc[i] = static_cast<uint8_t>(i * 7);
+  HeifSetNextMeta(exif.data(), exif.size(), xmp.data(), xmp.size(), icc.data(), icc.size());
+  const std::string with = TempPath("with-meta.heic");
+  ASSERT_EQ(WritePicture(with, RasFormatHeic, RasModelRgb, picture), RasOk);
+  const Bytes file = ReadFile(with);
+  Bytes item = {0, 0, 0, 6, 'E', 'x', 'i', 'f', 0, 0};
+  item.insert(item.end(), exif.begin(), exif.end());
+  EXPECT_NE(std::search(file.begin(), file.end(), item.begin(), item.end()), file.end());
+  Bytes gotExif, gotIcc;
+  std::string gotXmp;
+  ASSERT_TRUE(HeifReadMeta(file.data(), file.size(), &gotExif, &gotXmp, &gotIcc));
+  EXPECT_EQ(gotExif, exif);
+  EXPECT_EQ(gotXmp, xmp);
+  EXPECT_EQ(gotIcc, icc);
+  Picture back;
+  ASSERT_EQ(ReadPicture(with, &back), RasOk);
+  ExpectClose(back, picture);
+
+  const auto expectBare = [&](const std::string &name) {
+    const Bytes bare = ReadFile(name);
+    ASSERT_TRUE(HeifReadMeta(bare.data(), bare.size(), &gotExif, &gotXmp, &gotIcc));
+    EXPECT_TRUE(gotExif.empty() && gotXmp.empty() && gotIcc.empty()) << name;
+  };
+  // Taken by that file: the next has none.
+  const std::string next = TempPath("next.heic");
+  ASSERT_EQ(WritePicture(next, RasFormatHeic, RasModelRgb, picture), RasOk);
+  expectBare(next);
+  // An open that fails takes it too.
+  HeifSetNextMeta(exif.data(), exif.size(), nullptr, 0, nullptr, 0);
+  RasDesc desc{};
+  ASSERT_EQ(RasSetDesc(&desc, RasFormatHeic, 8, 8, 4, RasModelCmyk, -1.0f), RasOk);
+  EXPECT_NE(RasOpen(TempPath("cmyk.heic").c_str(), 'w', &desc), RasOk);
+  ASSERT_EQ(WritePicture(next, RasFormatHeic, RasModelRgb, picture), RasOk);
+  expectBare(next);
+  // Another thread's setting stays on that thread.
+  std::thread([&] { HeifSetNextMeta(exif.data(), exif.size(), nullptr, 0, nullptr, 0); }).join();
+  ASSERT_EQ(WritePicture(next, RasFormatHeic, RasModelRgb, picture), RasOk);
+  expectBare(next);
+  // Bytes that are no HEIF file.
+  EXPECT_FALSE(HeifReadMeta(exif.data(), exif.size(), &gotExif, &gotXmp, &gotIcc));
 }
 
 }  // namespace
