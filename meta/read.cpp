@@ -116,11 +116,13 @@ bool Read(const uint8_t *data, size_t size, Open open, PhotoMeta *meta) {
 }  // namespace
 
 bool MetaRead(const char *path, PhotoMeta *meta) {
-  // Mapped, not read: only a HEIF file is read whole, and only its header
-  // otherwise.
+  // Only a HEIF file, known by its first box, is mapped for libheif; every
+  // other file costs a 12-byte read here before Exiv2 opens it.
   Exiv2::FileIo file(path);
-  const bool mapped = file.open() == 0 && file.size() > 0;
-  const uint8_t *data = mapped ? file.mmap(false) : nullptr;
+  uint8_t head[12] = {};
+  const bool heif = file.open() == 0 && file.read(head, sizeof head) == sizeof head &&
+                    std::memcmp(head + 4, "ftyp", 4) == 0;
+  const uint8_t *data = heif ? file.mmap(false) : nullptr;
   const size_t size = data ? static_cast<size_t>(file.size()) : 0;
   return Read(
       data, size, [path] { return Exiv2::ImageFactory::open(path); }, meta);
